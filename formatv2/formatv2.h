@@ -1,0 +1,103 @@
+// The formatv2 module: the class the host creates through CreateModule and drives through
+// its virtual interface. The operations are grouped by subsystem; each group is implemented
+// in its own folder (config/, assembly/, publish/, format/), this folder holding the entry
+// points, the lifecycle, the run driver and the result display output.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "config/item_model.h"
+#include "format/formatter.h"
+#include "host/algo.h"
+
+struct cJSON;
+
+#define FORMATV2_API __attribute__((visibility("default")))
+
+// The line breaks as a user types them into a configuration item: backslash-r-backslash-n
+// and backslash-r. Built when the library is loaded.
+extern const std::string EscapedCrLf;
+extern const std::string EscapedCr;
+
+class FORMATV2_API CFormatV2Module : public CAlgo {
+public:
+    CFormatV2Module();
+    ~CFormatV2Module() override;
+
+    // ---- entry and lifecycle ----
+    int SetPwd(const char* path) override;
+    int InitAlgoPrivate() override;
+    int InitPrivJson();
+    int UpdatePwdPrivate(const char* path) override;
+    int InitROI(int id, std::string a, std::string b) override;
+    void DeInit() {}
+    int SetProcedureName(const char* name) override;
+    int SetLogLevel(eLOG_LEVEL level, eLOG_CHANNEL channel) override;
+    int GetDebugInfo(MODULE_DEBUG_INFO* info) override;
+
+    // ---- configuration ----
+    int GetSubParamList();
+    int ParsePrivJson(const char* text);
+    int parseSubParamList(cJSON* list);
+    int FillJsonValue(cJSON* object, const char* key, int& out, const int& def);
+    int FillJsonValue(cJSON* object, const char* key, float& out, const float& def);
+    int FillJsonValue(cJSON* object, const char* key, std::string& out, const std::string& def);
+
+    int SetParam(const char* name, const char* value, int length) override;
+    int GetParam(const char* name, char* buffer, int size, int* length) override;
+    int SetmoduParaHandle(const char* name, const char* value, int length);
+
+    int UpdateDynamicSubInfo();
+    int GetDynamicSubScribeParamNum() override;
+    int GetDynamicSingleSubScribeParam(int index, DYNAMIC_SUBSCRIBE_PARAM* param) override;
+
+    // ---- runs ----
+    int Process(void* input, void* output) override;
+    int SendOutputParam(void* output, int status);
+
+    int AssembleSubscribeData(void* frame, DataSection& section, int& inputIndex);
+    int FormatOutputByInt(void* frame, DataSection& section, int& inputIndex);
+    int FormatOutputByFloat(void* frame, DataSection& section, int& inputIndex);
+    int FormatOutputByString(void* frame, DataSection& section, int& inputIndex);
+    int AssembleArrayData(void* frame, DataSection& section, int& inputIndex);
+    int FormatSingleOutputArrayData(void* frame, int inputIndex, const DataField& field,
+                                    std::vector<Any>& lists, int& count);
+    int AssembleCustomData(DataSection& section);
+    void AssembleSymbolData(DataSection& section);
+    void SpecialCharReplace(std::string& text, const std::string& from, const std::string& to);
+
+    // ---- publishing ----
+    int UpdateDynamicPubInfo();
+    int GetDynamicPublishParamNum() override;
+    int GetDynamicSinglePublishParam(int index, DYNAMIC_PUBLISH_PARAM* param) override;
+    int CombineSubOutputValue(void* output);
+    template <typename T>
+    int ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame, const DataSection& item,
+                                  const T& value, const int& index);
+
+    // ---- formatting ----
+    std::string FloatToString(float value, int precision);
+
+    // ---- members ----
+    int ImgMode;
+    std::string ShowTextCN;
+    std::string ShowTextEN;
+    std::string ModuleName;
+    int StrConcateEnable;
+    std::string ParamName;
+    std::string ConcatText;
+    std::vector<DataSection> SubParamList;
+    DYNAMIC_SUBSCRIBE_PARAM_LIST DynamicSubList;
+    DYNAMIC_PUBLISH_PARAM_LIST DynamicPubList;
+
+private:
+    // The input name of dynamic subscription entry position, or "" past the table's count.
+    std::string InputName(int position) const;
+};
+
+extern "C" {
+FORMATV2_API CAbstractUserModule* CreateModule();
+FORMATV2_API void DestroyModule(void* reserved, CAbstractUserModule* module);
+}

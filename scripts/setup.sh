@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Installs everything the build, the tests and the tools need, from Debian's packages.
+# Idempotent: packages already present are left alone and nothing is downloaded again.
+set -euo pipefail
+
+native_pkgs=(cmake g++ make libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev
+             libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr)
+armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf
+            libgmock-dev:armhf)
+
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+
+missing() {
+  local p out=()
+  for p in "$@"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || out+=("$p")
+  done
+  echo "${out[@]:-}"
+}
+
+# Another apt/dpkg process may hold the lock for a while: wait for it instead of failing.
+apt_retry() {
+  local i
+  for i in $(seq 1 60); do
+    if $SUDO env DEBIAN_FRONTEND=noninteractive "$@"; then return 0; fi
+    if $SUDO fuser /var/lib/dpkg/lock-frontend /var/lib/apt/lists/lock >/dev/null 2>&1; then
+      echo "setup: apt is busy, waiting ($i)..." >&2
+      sleep 10
+    else
+      return 1
+    fi
+  done
+  return 1
+}
+
+if ! dpkg --print-foreign-architectures | grep -qx armhf; then
+  $SUDO dpkg --add-architecture armhf
+  need_update=1
+fi
+
+todo=$(missing "${native_pkgs[@]}" "${armhf_pkgs[@]}")
+if [ -n "$todo" ]; then
+  # An armhf index of the security archive can be mid-sync and make `update` exit non-zero;
+  # that is tolerated here, and the install below fails loudly if a package is really missing.
+  apt_retry apt-get update || echo "setup: apt-get update reported errors; continuing" >&2
+  # shellcheck disable=SC2086
+  apt_retry apt-get install -y --no-install-recommends $todo
+elif [ "${need_update:-0}" = 1 ]; then
+  apt_retry apt-get update || true
+fi
+
+todo=$(missing "${native_pkgs[@]}" "${armhf_pkgs[@]}")
+if [ -n "$todo" ]; then
+  echo "setup: packages still missing: $todo" >&2
+  exit 1
+fi
