@@ -1,1 +1,29 @@
-// placeholder
+// Fixed texts from the configuration: custom texts as typed, and line-break symbols turned
+// into the real control characters.
+#include "formatv2/formatv2.h"
+
+int CFormatV2Module::AssembleCustomData(DataSection& section) {
+    section.SubParam.type = "%s";
+    section.Value = StringList{section.SubParamStr};
+    return 0;
+}
+
+void CFormatV2Module::AssembleSymbolData(DataSection& section) {
+    std::string text = section.SubParamStr;
+    // The longer escape goes first, so that "\r\n" never becomes CR followed by "\n".
+    SpecialCharReplace(text, EscapedCrLf, "\r\n");
+    SpecialCharReplace(text, EscapedCr, "\r");
+    section.SubParam.type = "%s";
+    section.Value = StringList{std::move(text)};
+}
+
+void CFormatV2Module::SpecialCharReplace(std::string& text, const std::string& from,
+                                         const std::string& to) {
+    if (from.empty()) return;
+    size_t pos = 0;
+    while ((pos = text.find(from, pos)) != std::string::npos) {
+        text.replace(pos, from.size(), to);
+        // Resume after the inserted text: it is never searched again.
+        pos += to.size();
+    }
+}

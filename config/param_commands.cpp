@@ -1,1 +1,59 @@
-// placeholder
+// Parameters set and read by the host. Values live in the host's parameter manager; the one
+// command "CommandFormatV2Ensure" re-reads the configuration file instead of being stored.
+#include <cstdio>
+#include <cstring>
+
+#include "formatv2/formatv2.h"
+#include "formatv2/module_log.h"
+
+namespace {
+
+constexpr int kErrBadArgument = static_cast<int>(0xE0000001);
+constexpr int kErrNoText = static_cast<int>(0xE000000A);
+constexpr const char* kEnsureCommand = "CommandFormatV2Ensure";
+
+}  // namespace
+
+int CFormatV2Module::SetParam(const char* name, const char* value, int length) {
+    // A negative length is refused like a zero one: no host passes it for a real value.
+    if (name == nullptr || name[0] == '\0' || value == nullptr || length <= 0 || !ParamManage) {
+        return kErrBadArgument;
+    }
+    // The value is read no further than length bytes, terminated or not.
+    const std::string text(value, strnlen(value, static_cast<size_t>(length)));
+    value = text.c_str();
+
+    int status = ParamManage->CheckParam(name, value);
+    if (status != 0) {
+        FV2_ERR("CheckParam %s value %s is not valid\r\n", name, value);
+    } else if (std::strcmp(name, kEnsureCommand) == 0) {
+        status = GetSubParamList();
+        if (status != 0) FV2_ERR("GetSubParamList failed, ret 0x%x\r\n", status);
+    } else {
+        FV2_INFO("SetParam %s: %s\r\n", name, value);
+        status = SetmoduParaHandle(name, value, length);
+        if (status == 0) {
+            status = ParamManage->SetParam(name, value, 0);
+            if (status != 0) FV2_ERR("UpParam2Map failed, ret = %d\r\n", status);
+        }
+    }
+
+    FV2_INFO("func set param[%s] end, data[%s]\r\n", name, value);
+    return status;
+}
+
+int CFormatV2Module::GetParam(const char* name, char* buffer, int size, int* length) {
+    if (name == nullptr || name[0] == '\0' || buffer == nullptr || length == nullptr || size < 1 ||
+        !ParamManage) {
+        return kErrBadArgument;
+    }
+    const std::string value = ParamManage->GetParam(name, 0);
+    // snprintf cuts to size - 1 characters and always terminates.
+    std::snprintf(buffer, static_cast<size_t>(size), "%s", value.c_str());
+    *length = static_cast<int>(std::strlen(buffer));
+    return 0;
+}
+
+int CFormatV2Module::SetmoduParaHandle(const char* name, const char* value, int /*length*/) {
+    return (name != nullptr && value != nullptr) ? 0 : kErrNoText;
+}

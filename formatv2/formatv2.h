@@ -93,6 +93,8 @@ public:
     DYNAMIC_PUBLISH_PARAM_LIST DynamicPubList;
 
 private:
+    // Steps of a run up to output combination; Process adds the end-of-run steps.
+    int RunItems(void* input, void* output);
     // The input name of dynamic subscription entry position, or "" past the table's count.
     std::string InputName(int position) const;
 };

@@ -1,1 +1,101 @@
-// placeholder
+// The run driver: one call per run of the host's processing graph.
+#include <time.h>
+
+#include <cstdint>
+#include <exception>
+
+#include "formatv2/formatv2.h"
+#include "formatv2/module_log.h"
+#include "host/zr_frame.h"
+
+namespace {
+
+constexpr int kErrNoInputFrame = static_cast<int>(0xE000000A);
+constexpr int kErrNoImgMode = -1;
+constexpr int kErrNoItems = static_cast<int>(0xC0000109);
+// What the standard library may throw (in practice only bad_alloc) ends the run with this
+// status instead of crossing into the host.
+constexpr int kErrNoMemory = static_cast<int>(0xE000000A);
+
+// The monotonic clock in milliseconds, to the nearest, halves up.
+double MonotonicMillis() {
+    struct timespec now {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t ms = static_cast<int64_t>(now.tv_sec) * 1000 +
+                       (static_cast<int64_t>(now.tv_nsec) + 500000) / 1000000;
+    return static_cast<double>(ms);
+}
+
+}  // namespace
+
+int CFormatV2Module::Process(void* input, void* output) {
+    int status = 0;
+    try {
+        status = RunItems(input, output);
+    } catch (const std::exception&) {
+        status = kErrNoMemory;
+    }
+
+    FV2_INFO_AT(536, "formatv2 Process end, status : %d\n", status);
+    UpProcessTime();
+    try {
+        SendOutputParam(output, status);
+    } catch (const std::exception&) {
+        // The display output is best effort; the run's status stands.
+    }
+    return status;
+}
+
+int CFormatV2Module::RunItems(void* input, void* output) {
+    int inputIndex = 0;
+    std::shared_ptr<CScFrame> frame = ZR_M_Get_Frame_ByID(input, 0);
+    if (!frame) {
+        FV2_ERR_AT(490, "[%s] occur error(0x%x)\r\n", "Process", kErrNoInputFrame);
+        return kErrNoInputFrame;
+    }
+
+    ProcStartTime = MonotonicMillis();
+    ProcTime = 0;
+    ShowTextCN.clear();
+    ShowTextEN.clear();
+    FV2_INFO_AT(496, "formatv2 Process start\n");
+
+    auto imgMode = frame->IntTable.find("SINGLE_img_mode");
+    if (imgMode == frame->IntTable.end()) {
+        FV2_ERR_AT(499, "[%s] occur error:(0x%x)\r\n", "Process", kErrNoImgMode);
+        return kErrNoImgMode;
+    }
+    ImgMode = imgMode->second;
+
+    if (SubParamList.empty()) return kErrNoItems;
+    ConcatText.clear();
+
+    for (DataSection& item : SubParamList) {
+        int ret = 0;
+        switch (item.DataType) {
+            case FORMAT_V2_DATA_SUBSCRIBE:
+                ret = AssembleSubscribeData(input, item, inputIndex);
+                break;
+            case FORMAT_V2_DATA_SYMBOL:
+                AssembleSymbolData(item);
+                break;
+            case FORMAT_V2_DATA_ARRAY:
+                ret = AssembleArrayData(input, item, inputIndex);
+                break;
+            case FORMAT_V2_DATA_CUSTOM:
+                ret = AssembleCustomData(item);
+                break;
+            default:
+                FV2_ERR_AT(525, "No such data format %d\n", static_cast<int>(item.DataType));
+                break;
+        }
+        if (ret != 0) {
+            FV2_ERR_AT(529, "[%s] occur error:(0x%x)\r\n", "Process", ret);
+            return ret;
+        }
+    }
+
+    int status = CombineSubOutputValue(output);
+    if (status != 0) FV2_ERR_AT(533, "[%s] occur error:(0x%x)\r\n", "Process", status);
+    return status;
+}

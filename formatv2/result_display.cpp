@@ -1,1 +1,40 @@
-// placeholder
+// The result display output: the run's verdict and display texts in the output frame's
+// "SINGLE_" entries, and a result notice for the host's result manager, after every run.
+#include <cstdio>
+
+#include "formatv2/formatv2.h"
+#include "formatv2/module_log.h"
+#include "host/zr_frame.h"
+
+int CFormatV2Module::SendOutputParam(void* output, int status) {
+    std::shared_ptr<CScFrame> frame = ZR_M_Get_Frame_ByHOutput(output);
+    const int ok = (status == 0) ? 1 : 0;
+
+    // A missing output frame gets nothing written; the host is still told the verdict.
+    if (frame) frame->IntTable["SINGLE_status"] = ok;
+
+    if (status == 0 && ImgMode == 0) {
+        int ret = ResultManage.AddResultInfo(1, 1);
+        if (ret != 0) FV2_ERR_AT(776, "add result info failed, nErrCode = 0x%x\n", ret);
+    }
+
+    if (frame) {
+        frame->FloatTable["SINGLE_show_text_x"] = 0.0f;
+        frame->FloatTable["SINGLE_show_text_y"] = 0.0f;
+        frame->FloatTable["SINGLE_show_text_ang"] = 0.0f;
+        frame->StringTable["SINGLE_show_text_cn"] = ShowTextCN;
+        frame->StringTable["SINGLE_show_text_en"] = ShowTextEN;
+        frame->StringTable["SINGLE_param_status_string"] = ok ? "OK" : "NG";
+        frame->IntTable["SINGLE_param_status"] = ok;
+    }
+
+    // The notice texts travel in zeroed 256-byte buffers, as the result manager expects.
+    char textCn[256] = {0};
+    char textEn[256] = {0};
+    std::snprintf(textCn, sizeof textCn, "%s", "全部输出为OK");
+    std::snprintf(textEn, sizeof textEn, "%s", "Full output is OK");
+    ResultManage.SendResultInfoExist(ok, 0, textCn, textEn, frame);
+
+    FV2_INFO_AT(794, "send output param end\n");
+    return 0;
+}

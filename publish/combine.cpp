@@ -1,1 +1,95 @@
-// placeholder
+// Output combination: every value of every item goes through the typed conversion, each
+// published output is listed in the frame's "DynamicPub" list, and the display texts gain
+// each item's heading. In concatenation mode the joined text is published at the end.
+#include <cstdio>
+#include <cstring>
+
+#include "formatv2/formatv2.h"
+#include "formatv2/module_log.h"
+#include "host/zr_frame.h"
+#include "publish/dynamic_pub.h"
+
+namespace {
+
+constexpr int kErrUnknownType = static_cast<int>(0xE000001C);
+
+const char* PubTypeText(FORMAT_V2_VARIATE_TYPE type) {
+    if (type == FORMAT_V2_VARIATE_INT) return "int";
+    if (type == FORMAT_V2_VARIATE_FLOAT) return "float";
+    return "string";
+}
+
+// Cuts name to the record's 47 characters; bytes after the terminator are left as they were.
+void FillPub(DynamicPub& pub, const std::string& name, const char* type) {
+    std::snprintf(pub.param_name, sizeof pub.param_name, "%s", name.c_str());
+    std::snprintf(pub.type, sizeof pub.type, "%s", type);
+}
+
+}  // namespace
+
+int CFormatV2Module::CombineSubOutputValue(void* output) {
+    std::shared_ptr<CScFrame> frame = ZR_M_Get_Frame_ByHOutput(output);
+    DynamicPub pub;
+    std::memset(&pub, 0, sizeof pub);
+
+    if (SubParamList.empty() && StrConcateEnable == 0) return 0;
+
+    DynamicPubRecords* list = nullptr;
+    if (!SubParamList.empty() && frame) {
+        list = frame->getData<DynamicPubRecords>("DynamicPub", true);
+    }
+
+    for (DataSection& item : SubParamList) {
+        if (StrConcateEnable == 0) {
+            const std::string heading = "\n" + item.ParamName + ":";
+            ShowTextEN += heading;
+            ShowTextCN += heading;
+        }
+
+        int ret = 0;
+        int line = 0;
+        if (item.Value.Is<IntList>()) {
+            const IntList& values = item.Value.AnyCast<IntList>();
+            for (int i = 0; ret == 0 && i < static_cast<int>(values.size()); ++i) {
+                ret = ConvertAndSendOutputValue<int>(frame, item, values[i], i);
+            }
+            line = 682;
+        } else if (item.Value.Is<FloatList>()) {
+            const FloatList& values = item.Value.AnyCast<FloatList>();
+            for (int i = 0; ret == 0 && i < static_cast<int>(values.size()); ++i) {
+                ret = ConvertAndSendOutputValue<float>(frame, item, values[i], i);
+            }
+            line = 692;
+        } else if (item.Value.Is<StringList>()) {
+            const StringList& values = item.Value.AnyCast<StringList>();
+            for (int i = 0; ret == 0 && i < static_cast<int>(values.size()); ++i) {
+                ret = ConvertAndSendOutputValue<std::string>(frame, item, values[i], i);
+            }
+            line = 702;
+        } else {
+            FV2_ERR_AT(708, "Unknown value type.\n");
+            return kErrUnknownType;
+        }
+        if (ret != 0) {
+            FV2_ERR_AT(line, "[%s] occur error:(0x%x)\r\n", "CombineSubOutputValue", ret);
+            return ret;
+        }
+
+        if (list != nullptr) {
+            FillPub(pub, item.ParamName, PubTypeText(item.ConvertType));
+            list->push_back(pub);
+        }
+    }
+
+    if (StrConcateEnable == 0) return 0;
+    if (list != nullptr) {
+        FillPub(pub, ParamName, "string");
+        list->push_back(pub);
+    }
+
+    const std::string joined = "\n" + ParamName + ":" + ConcatText;
+    ShowTextEN += joined;
+    ShowTextCN += joined;
+    if (frame) frame->StringTable[ParamName] = ConcatText;
+    return 0;
+}

@@ -11,4 +11,5 @@ struct DynamicPub {
 
 static_assert(sizeof(DynamicPub) == 64, "DynamicPub is 64 bytes");
 
-using DynamicPubList = std::list<DynamicPub>;
+// The frame's list of the outputs published in a run.
+using DynamicPubRecords = std::list<DynamicPub>;
