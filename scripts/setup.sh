@@ -19,17 +19,16 @@ missing() {
   echo "${out[@]:-}"
 }
 
-# Another apt/dpkg process may hold the lock for a while: wait for it instead of failing.
+# Another apt/dpkg process may hold the lock for a while: apt waits for it (Lock::Timeout),
+# and a command that still fails is tried again a few times before giving up.
 apt_retry() {
   local i
-  for i in $(seq 1 60); do
-    if $SUDO env DEBIAN_FRONTEND=noninteractive "$@"; then return 0; fi
-    if $SUDO fuser /var/lib/dpkg/lock-frontend /var/lib/apt/lists/lock >/dev/null 2>&1; then
-      echo "setup: apt is busy, waiting ($i)..." >&2
-      sleep 10
-    else
-      return 1
+  for i in 1 2 3; do
+    if $SUDO env DEBIAN_FRONTEND=noninteractive "$@" -o DPkg::Lock::Timeout=300; then
+      return 0
     fi
+    echo "setup: '$*' failed (try $i), retrying..." >&2
+    sleep 10
   done
   return 1
 }

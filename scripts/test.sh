@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Builds and runs every test: native, AddressSanitizer+UBSan, ThreadSanitizer, and armhf under
+# qemu. Installs what is missing first. Exits non-zero on the first failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh
+
+jobs=$(nproc)
+for preset in release asan tsan armhf; do
+  echo "=== ${preset} ==="
+  cmake --preset "${preset}" >/dev/null
+  cmake --build --preset "${preset}" -j "${jobs}"
+  ctest --preset "${preset}" -j "${jobs}"
+done
+echo "=== all test suites passed ==="
