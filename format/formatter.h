@@ -1,13 +1,29 @@
 // Value formatters: one small object per value that turns an int, float or text into text by
 // a printf-like format text. Only the width (and for floats the precision) is read from the
-// format text; the fill is always '0' and the conversion letter is never looked at.
+// format text, exactly as sscanf reads it with "%%%dd" (int) or "%%%d.%d" (float): blanks may
+// stand before the '%' and before each number, a sign is allowed, and an over-long number
+// narrows as glibc's scanf narrows it (through long, so the two ABIs differ). The fill is
+// always '0' and the conversion letter is never looked at.
+//
+// Choices this module makes where the format rules leave room:
+// - A negative int narrower than its width gets its sign first, as printf's "%0Nd" does: -5
+//   with "%4d" gives "-005" (the width counts the sign).
+// - A negative precision counts as 0.
+// - A NaN float gives "nan", an infinite one "inf" or "-inf" (no padding). A float whose
+//   integer part does not fit 64 bits gives its exact whole digits.
+// - Widths and precisions above kFormatterMaxWidth count as kFormatterMaxWidth, so a stray
+//   "%999999999d" costs at most 4096 characters of padding (or fraction digits), never all
+//   the memory. Up to the bound the texts are exactly what the format rules give.
+// - format() never throws: should memory run out, it gives an empty text.
 #pragma once
 
 #include <memory>
 #include <string>
 
+constexpr int kFormatterMaxWidth = 4096;
+
 class CFormatter {
-public:
+  public:
     CFormatter(std::string format, std::string separator)
         : m_strFormat(std::move(format)), m_strSeparator(std::move(separator)) {}
     virtual ~CFormatter() = default;
@@ -19,7 +35,7 @@ public:
 };
 
 class IntFormatter : public CFormatter {
-public:
+  public:
     IntFormatter(int value, std::string format, std::string separator)
         : CFormatter(std::move(format), std::move(separator)), m_value(value) {}
     ~IntFormatter() override = default;
@@ -29,7 +45,7 @@ public:
 };
 
 class FloatFormatter : public CFormatter {
-public:
+  public:
     FloatFormatter(float value, std::string format, std::string separator)
         : CFormatter(std::move(format), std::move(separator)), m_value(value) {}
     ~FloatFormatter() override = default;
@@ -39,11 +55,11 @@ public:
 };
 
 class StringFormatter : public CFormatter {
-public:
+  public:
     StringFormatter(std::string value, std::string format, std::string separator)
         : CFormatter(std::move(format), std::move(separator)), m_value(std::move(value)) {}
     ~StringFormatter() override = default;
-    std::string format() override { return m_value; }
+    std::string format() override;
 
     std::string m_value;
 };
@@ -72,5 +88,5 @@ inline std::unique_ptr<CFormatter> createFormatter<std::string>(std::string valu
 }
 
 // printf's "%.*g" of value widened to double: general notation, precision significant digits
-// (a negative precision counts as 6, 0 as 1).
+// (a negative precision counts as 6, 0 as 1). Never throws (an empty text when memory runs out).
 std::string FloatToStringGeneral(float value, int precision);

@@ -1,0 +1,73 @@
+// The formatting rules written out the plain way: sscanf reads the numbers, a string stream
+// per value builds the text, with this module's choices (sign before the fill, bounded
+// widths, nan/inf, exact digits past 64 bits) added the obvious way. The differential tests
+// hold the real formatters to these texts; the benchmark times them as the plain peer.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <iomanip>
+#include <sstream>
+#include <string>
+
+#include "format/formatter.h"
+
+class RefIntFormatter : public CFormatter {
+  public:
+    RefIntFormatter(int value, std::string format, std::string separator)
+        : CFormatter(std::move(format), std::move(separator)), m_value(value) {}
+
+    std::string format() override {
+        int width = 0;
+        std::sscanf(m_strFormat.c_str(), "%%%dd", &width);
+        std::ostringstream out;
+        out << std::setw(std::clamp(width, 0, kFormatterMaxWidth)) << std::setfill('0')
+            << std::internal << m_value;
+        return out.str();
+    }
+
+    int m_value;
+};
+
+class RefFloatFormatter : public CFormatter {
+  public:
+    RefFloatFormatter(float value, std::string format, std::string separator)
+        : CFormatter(std::move(format), std::move(separator)), m_value(value) {}
+
+    std::string format() override {
+        int width = 0;
+        int precision = 0;
+        std::sscanf(m_strFormat.c_str(), "%%%d.%d", &width, &precision);
+        if (std::isnan(m_value)) return "nan";
+        if (std::isinf(m_value)) return m_value < 0 ? "-inf" : "inf";
+        width = std::clamp(width, 0, kFormatterMaxWidth);
+        precision = std::clamp(precision, 0, kFormatterMaxWidth);
+
+        const float x = std::fabs(m_value);
+        std::ostringstream integerText;
+        integerText << std::setw(width) << std::setfill('0');
+        std::string fractionDigits;
+        if (x < 9223372036854775808.0f) {  // 2^63
+            int64_t n = static_cast<int64_t>(x);
+            const float f = x - static_cast<float>(n);
+            std::ostringstream fractionText;
+            fractionText << std::fixed << std::setprecision(precision) << static_cast<double>(f);
+            const std::string text = fractionText.str();
+            if (text[0] == '1') {
+                ++n;
+                fractionDigits.assign(static_cast<size_t>(precision), '0');
+            } else if (precision > 0) {
+                fractionDigits = text.substr(2);
+            }
+            integerText << n;
+        } else {
+            integerText << std::fixed << std::setprecision(0) << static_cast<double>(x);
+            fractionDigits.assign(static_cast<size_t>(precision), '0');
+        }
+        return (m_value < 0 ? "-" : "") + integerText.str() + "." + fractionDigits;
+    }
+
+    float m_value;
+};
