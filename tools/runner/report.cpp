@@ -1,0 +1,297 @@
+#include "report.h"
+
+#include <cjson/cJSON.h>
+
+#include <cstdio>
+#include <sstream>
+
+namespace preview {
+namespace {
+
+const char* LevelName(int level) {
+    switch (level) {
+        case 4:
+            return "Info";
+        case 5:
+            return "Warn";
+        case 6:
+            return "Err";
+        case 7:
+            return "Bytes";
+        default:
+            return "Other";
+    }
+}
+
+// Log lines carry terminal colour codes; off a terminal they only get in the way.
+std::string StripColour(const std::string& text) {
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\033' && i + 1 < text.size() && text[i + 1] == '[') {
+            size_t end = text.find('m', i);
+            if (end != std::string::npos) {
+                i = end;
+                continue;
+            }
+        }
+        out += text[i];
+    }
+    return out;
+}
+
+std::string Hex(int status) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(status));
+    return text;
+}
+
+const char* KindName(Value::Kind kind) {
+    switch (kind) {
+        case Value::Kind::kInt:
+            return "int";
+        case Value::Kind::kFloat:
+            return "float";
+        case Value::Kind::kString:
+            return "string";
+    }
+    return "?";
+}
+
+// Floats shown as "%.9g" so that every published float reads back exactly.
+std::string FloatText(float f) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.9g", static_cast<double>(f));
+    return text;
+}
+
+std::string ValuesText(const Value& v) {
+    std::ostringstream out;
+    size_t n = v.kind == Value::Kind::kInt     ? v.ints.size()
+               : v.kind == Value::Kind::kFloat ? v.floats.size()
+                                               : v.texts.size();
+    if (v.list) out << "[";
+    for (size_t i = 0; i < n; ++i) {
+        if (i > 0) out << ", ";
+        if (v.kind == Value::Kind::kInt) out << v.ints[i];
+        if (v.kind == Value::Kind::kFloat) out << FloatText(v.floats[i]);
+        if (v.kind == Value::Kind::kString) out << '"' << Visible(v.texts[i]) << '"';
+    }
+    if (v.list) out << "]";
+    return out.str();
+}
+
+cJSON* ValuesJson(const Value& v) {
+    cJSON* array = cJSON_CreateArray();
+    for (int i : v.ints) cJSON_AddItemToArray(array, cJSON_CreateNumber(i));
+    for (float f : v.floats)
+        cJSON_AddItemToArray(array, cJSON_CreateNumber(static_cast<double>(f)));
+    for (const auto& t : v.texts) cJSON_AddItemToArray(array, cJSON_CreateString(t.c_str()));
+    return array;
+}
+
+cJSON* TablesJson(const Tables& tables) {
+    cJSON* obj = cJSON_CreateObject();
+    cJSON* subs = cJSON_AddArrayToObject(obj, "subscriptions");
+    for (const auto& e : tables.subscriptions) {
+        cJSON* s = cJSON_CreateObject();
+        cJSON_AddStringToObject(s, "input", e.sub.param_name);
+        cJSON_AddNumberToObject(s, "pub_algo_id", e.pub.algo_id);
+        cJSON_AddStringToObject(s, "pub_algo_name", e.pub.algo_name);
+        cJSON_AddStringToObject(s, "pub_param_name", e.pub.param_name);
+        cJSON_AddNumberToObject(s, "sub_algo_id", e.sub.algo_id);
+        cJSON_AddStringToObject(s, "sub_algo_name", e.sub.algo_name);
+        cJSON_AddItemToArray(subs, s);
+    }
+    cJSON* pubs = cJSON_AddArrayToObject(obj, "publications");
+    for (const auto& e : tables.publications) {
+        cJSON* p = cJSON_CreateObject();
+        cJSON_AddStringToObject(p, "param_name", e.param_name);
+        cJSON_AddStringToObject(p, "type", e.type);
+        cJSON_AddNumberToObject(p, "valid", e.valid);
+        cJSON_AddNumberToObject(p, "enable", e.enable);
+        cJSON_AddNumberToObject(p, "flags", e.flags);
+        cJSON_AddItemToArray(pubs, p);
+    }
+    return obj;
+}
+
+cJSON* LogJson(const std::vector<LogLine>& log) {
+    cJSON* array = cJSON_CreateArray();
+    for (const auto& line : log) {
+        cJSON* l = cJSON_CreateObject();
+        cJSON_AddStringToObject(l, "level", LevelName(line.level));
+        cJSON_AddStringToObject(l, "text", StripColour(line.text).c_str());
+        cJSON_AddItemToArray(array, l);
+    }
+    return array;
+}
+
+void AddStatus(cJSON* obj, const char* key, int status) {
+    cJSON_AddNumberToObject(obj, key, status);
+    cJSON_AddStringToObject(obj, (std::string(key) + "_hex").c_str(), Hex(status).c_str());
+    cJSON_AddStringToObject(obj, (std::string(key) + "_meaning").c_str(),
+                            StatusMeaning(status).c_str());
+}
+
+}  // namespace
+
+std::string Visible(const std::string& text) {
+    std::string out;
+    for (unsigned char c : text) {
+        if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\r') {
+            out += "\\r";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c == '\\') {
+            out += "\\\\";
+        } else if (c < 0x20 || c == 0x7f) {
+            char hex[8];
+            std::snprintf(hex, sizeof hex, "\\x%02x", c);
+            out += hex;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
+struct Report::Json {
+    cJSON* root = cJSON_CreateObject();
+    cJSON* runs = nullptr;
+    ~Json() { cJSON_Delete(root); }
+};
+
+Report::Report(Printer printer) : m_printer(printer), m_json(std::make_unique<Json>()) {}
+
+Report::~Report() = default;
+
+void Report::Init(const InitReport& init) {
+    if (m_printer.json) {
+        cJSON* obj = cJSON_AddObjectToObject(m_json->root, "init");
+        AddStatus(obj, "status", init.status);
+        cJSON_AddItemToObject(obj, "tables", TablesJson(init.tables));
+        cJSON_AddItemToObject(obj, "log", LogJson(init.log));
+        m_json->runs = cJSON_AddArrayToObject(m_json->root, "runs");
+        return;
+    }
+    std::printf("init: %s (%s)\n", Hex(init.status).c_str(), StatusMeaning(init.status).c_str());
+    std::printf("subscriptions (%zu):\n", init.tables.subscriptions.size());
+    for (const auto& e : init.tables.subscriptions) {
+        std::printf("  %-8s <- %s:%s (algo_id %d)\n", e.sub.param_name, e.pub.algo_name,
+                    e.pub.param_name, e.pub.algo_id);
+    }
+    std::printf("publications (%zu):\n", init.tables.publications.size());
+    for (const auto& e : init.tables.publications) {
+        std::printf("  %-24s %-7s valid %d enable %d\n", e.param_name, e.type, e.valid, e.enable);
+    }
+    for (const auto& line : init.log) {
+        std::printf("  log %s",
+                    m_printer.colour ? line.text.c_str() : StripColour(line.text).c_str());
+    }
+}
+
+void Report::Run(int index, const RunReport& run) {
+    if (m_printer.json) {
+        cJSON* obj = cJSON_CreateObject();
+        cJSON_AddNumberToObject(obj, "index", index);
+        cJSON_AddStringToObject(obj, "name", run.name.c_str());
+        if (run.paramStatus) AddStatus(obj, "param_status", *run.paramStatus);
+        if (run.tables) cJSON_AddItemToObject(obj, "tables", TablesJson(*run.tables));
+        AddStatus(obj, "status", run.status);
+        cJSON_AddStringToObject(obj, "verdict", run.verdict.c_str());
+        cJSON_AddStringToObject(obj, "show_text_cn", run.showTextCn.c_str());
+        cJSON_AddStringToObject(obj, "show_text_en", run.showTextEn.c_str());
+        cJSON* outputs = cJSON_AddArrayToObject(obj, "outputs");
+        for (const auto& o : run.outputs) {
+            cJSON* out = cJSON_CreateObject();
+            cJSON_AddStringToObject(out, "name", o.name.c_str());
+            cJSON_AddStringToObject(out, "type", KindName(o.value.kind));
+            cJSON_AddBoolToObject(out, "list", o.value.list);
+            cJSON_AddItemToObject(out, "values", ValuesJson(o.value));
+            cJSON_AddItemToArray(outputs, out);
+        }
+        cJSON* pubs = cJSON_AddArrayToObject(obj, "dynamic_pub");
+        for (const auto& p : run.dynamicPub) {
+            cJSON* rec = cJSON_CreateObject();
+            cJSON_AddStringToObject(rec, "param_name", p.param_name);
+            cJSON_AddStringToObject(rec, "type", p.type);
+            cJSON_AddItemToArray(pubs, rec);
+        }
+        cJSON* calls = cJSON_AddArrayToObject(obj, "result_calls");
+        for (const auto& c : run.resultCalls) {
+            cJSON* call = cJSON_CreateObject();
+            cJSON_AddStringToObject(call, "op", c.op.c_str());
+            cJSON_AddNumberToObject(call, "a", c.a);
+            cJSON_AddNumberToObject(call, "b", c.b);
+            if (c.op == "SendResultInfoExist") {
+                cJSON_AddStringToObject(call, "text_cn", c.textCn.c_str());
+                cJSON_AddStringToObject(call, "text_en", c.textEn.c_str());
+            }
+            cJSON_AddItemToArray(calls, call);
+        }
+        cJSON_AddItemToObject(obj, "log", LogJson(run.log));
+        cJSON_AddItemToArray(m_json->runs, obj);
+        return;
+    }
+
+    std::printf("\nrun %d%s%s\n", index, run.name.empty() ? "" : ": ", run.name.c_str());
+    if (run.paramStatus) {
+        std::printf("  set parameter: %s (%s)\n", Hex(*run.paramStatus).c_str(),
+                    StatusMeaning(*run.paramStatus).c_str());
+    }
+    if (run.tables) {
+        std::printf("  tables re-read: %zu subscriptions, %zu publications\n",
+                    run.tables->subscriptions.size(), run.tables->publications.size());
+    }
+    const char* on = "";
+    const char* off = "";
+    if (m_printer.colour) {
+        on = run.status == 0 ? "\033[32m" : "\033[31m";
+        off = "\033[0m";
+    }
+    std::printf("  status   %s (%s)\n", Hex(run.status).c_str(), StatusMeaning(run.status).c_str());
+    std::printf("  verdict  %s%s%s\n", on, run.verdict.empty() ? "-" : run.verdict.c_str(), off);
+    std::printf("  show en  \"%s\"\n", Visible(run.showTextEn).c_str());
+    std::printf("  show cn  \"%s\"\n", Visible(run.showTextCn).c_str());
+    std::printf("  outputs:\n");
+    for (const auto& o : run.outputs) {
+        std::printf("    %-24s %-6s %s\n", o.name.c_str(), KindName(o.value.kind),
+                    ValuesText(o.value).c_str());
+    }
+    std::printf("  DynamicPub:");
+    for (const auto& p : run.dynamicPub) std::printf(" %s(%s)", p.param_name, p.type);
+    std::printf("\n  result manager:\n");
+    for (const auto& c : run.resultCalls) {
+        if (c.op == "SendResultInfoExist") {
+            std::printf("    %s(%d, %d, \"%s\", \"%s\")\n", c.op.c_str(), c.a, c.b,
+                        c.textCn.c_str(), c.textEn.c_str());
+        } else {
+            std::printf("    %s(%d, %d)\n", c.op.c_str(), c.a, c.b);
+        }
+    }
+    if (!run.log.empty()) std::printf("  log:\n");
+    for (const auto& line : run.log) {
+        std::printf("    %s",
+                    m_printer.colour ? line.text.c_str() : StripColour(line.text).c_str());
+    }
+}
+
+void Report::Refusal(const std::vector<std::string>& sentences) {
+    if (m_printer.json) {
+        cJSON* array = cJSON_AddArrayToObject(m_json->root, "refusal");
+        for (const auto& s : sentences) cJSON_AddItemToArray(array, cJSON_CreateString(s.c_str()));
+        return;
+    }
+    for (const auto& s : sentences) std::printf("%s\n", s.c_str());
+}
+
+void Report::Finish() {
+    if (!m_printer.json) return;
+    char* text = cJSON_Print(m_json->root);
+    if (text != nullptr) std::printf("%s\n", text);
+    cJSON_free(text);
+}
+
+}  // namespace preview

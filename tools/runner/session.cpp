@@ -1,0 +1,301 @@
+#include "session.h"
+
+#include <dlfcn.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <map>
+
+#include "formatv2/formatv2.h"
+#include "log/log.h"
+
+namespace preview {
+namespace {
+
+using CreateFn = CAbstractUserModule* (*)();
+using DestroyFn = void (*)(void*, CAbstractUserModule*);
+using PrtInitFn = int (*)(int, unsigned int, log_spawn_t);
+using SetCallbackerFn = void (*)(int, log_callbacker_t);
+
+// The module logs through the callback only: log_prt_init leaves every threshold at "off",
+// so nothing reaches standard output, and each line the callback accepts is kept here.
+std::vector<LogLine>* g_logSink = nullptr;
+
+int CollectLine(int /*module*/, int level, int /*flag*/, const char* line, int len) {
+    if (g_logSink != nullptr && line != nullptr && len > 0) {
+        g_logSink->push_back({level, std::string(line, static_cast<size_t>(len))});
+    }
+    return 0;
+}
+
+// Collects the log lines written while it lives.
+class LogCapture {
+  public:
+    explicit LogCapture(std::vector<LogLine>& sink) { g_logSink = &sink; }
+    ~LogCapture() { g_logSink = nullptr; }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+};
+
+template <typename T>
+void AddOutputs(const std::unordered_map<std::string, T>& table, Value::Kind kind, bool list,
+                std::vector<Output>& out) {
+    for (const auto& [name, data] : table) {
+        if (name.rfind("SINGLE_", 0) == 0) continue;
+        Output o;
+        o.name = name;
+        o.value.kind = kind;
+        o.value.list = list;
+        if constexpr (std::is_same_v<T, int>) o.value.ints = {data};
+        if constexpr (std::is_same_v<T, float>) o.value.floats = {data};
+        if constexpr (std::is_same_v<T, std::string>) o.value.texts = {data};
+        if constexpr (std::is_same_v<T, std::vector<int>>) o.value.ints = data;
+        if constexpr (std::is_same_v<T, std::vector<float>>) o.value.floats = data;
+        if constexpr (std::is_same_v<T, std::vector<std::string>>) o.value.texts = data;
+        out.push_back(std::move(o));
+    }
+}
+
+// Outputs in the order of the publish table, the rest by name.
+void SortOutputs(std::vector<Output>& outputs, const Tables& tables) {
+    std::map<std::string, size_t> rank;
+    for (size_t i = 0; i < tables.publications.size(); ++i) {
+        rank.emplace(tables.publications[i].param_name, i);
+    }
+    auto key = [&](const Output& o) {
+        auto it = rank.find(o.name);
+        return std::make_pair(it == rank.end() ? rank.size() : it->second, o.name);
+    };
+    std::stable_sort(outputs.begin(), outputs.end(),
+                     [&](const Output& a, const Output& b) { return key(a) < key(b); });
+}
+
+void FillPublisherFrame(CScFrame& frame, const std::string& key, const Value& value) {
+    switch (value.kind) {
+        case Value::Kind::kInt:
+            if (value.list)
+                frame.IntListTable[key] = value.ints;
+            else if (!value.ints.empty())
+                frame.IntTable[key] = value.ints[0];
+            break;
+        case Value::Kind::kFloat:
+            if (value.list)
+                frame.FloatListTable[key] = value.floats;
+            else if (!value.floats.empty())
+                frame.FloatTable[key] = value.floats[0];
+            break;
+        case Value::Kind::kString:
+            if (value.list)
+                frame.StringListTable[key] = value.texts;
+            else if (!value.texts.empty())
+                frame.StringTable[key] = value.texts[0];
+            break;
+    }
+}
+
+}  // namespace
+
+struct Session::Library {
+    void* handle = nullptr;
+    CreateFn create = nullptr;
+    DestroyFn destroy = nullptr;
+    ~Library() {
+        if (handle != nullptr) dlclose(handle);
+    }
+};
+
+Session::Session() = default;
+
+Session::~Session() {
+    if (m_module != nullptr) m_library->destroy(nullptr, m_module);
+    if (!m_workDir.empty()) {
+        unlink((m_workDir + "/algo_private.json").c_str());
+        rmdir(m_workDir.c_str());
+    }
+}
+
+bool Session::Open(const std::string& library, int logLevel, std::string& error) {
+    auto lib = std::make_unique<Library>();
+    lib->handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (lib->handle == nullptr) {
+        error = std::string("cannot load the module library: ") + dlerror();
+        return false;
+    }
+    lib->create = reinterpret_cast<CreateFn>(dlsym(lib->handle, "CreateModule"));
+    lib->destroy = reinterpret_cast<DestroyFn>(dlsym(lib->handle, "DestroyModule"));
+    auto prtInit = reinterpret_cast<PrtInitFn>(dlsym(lib->handle, "log_prt_init"));
+    auto setCallbacker =
+        reinterpret_cast<SetCallbackerFn>(dlsym(lib->handle, "log_set_callbacker"));
+    if (!lib->create || !lib->destroy || !prtInit || !setCallbacker) {
+        error = library + " does not export CreateModule, DestroyModule and the log functions";
+        return false;
+    }
+    prtInit(0, 0, nullptr);
+    setCallbacker(logLevel, logLevel < LOG_LEVEL_OFF ? CollectLine : nullptr);
+    m_library = std::move(lib);
+    return true;
+}
+
+bool Session::WriteConfig(const std::string& text) {
+    std::ofstream out(m_workDir + "/algo_private.json", std::ios::binary | std::ios::trunc);
+    out << text;
+    return static_cast<bool>(out);
+}
+
+Tables Session::ReadTables() {
+    Tables tables;
+    const int subs = m_module->GetDynamicSubScribeParamNum();
+    for (int i = 0; i < subs; ++i) {
+        DYNAMIC_SUBSCRIBE_PARAM record{};
+        if (m_module->GetDynamicSingleSubScribeParam(i, &record) == 0) {
+            tables.subscriptions.push_back(record);
+        }
+    }
+    const int pubs = m_module->GetDynamicPublishParamNum();
+    for (int i = 0; i < pubs; ++i) {
+        DYNAMIC_PUBLISH_PARAM record{};
+        if (m_module->GetDynamicSinglePublishParam(i, &record) == 0) {
+            tables.publications.push_back(record);
+        }
+    }
+    return tables;
+}
+
+bool Session::Init(const Scenario& scenario, InitReport& report, std::string& error) {
+    char dir[] = "/tmp/formatv2-preview-XXXXXX";
+    if (mkdtemp(dir) == nullptr) {
+        error = "cannot create a working directory";
+        return false;
+    }
+    m_workDir = dir;
+    if (!WriteConfig(scenario.configText)) {
+        error = "cannot write " + m_workDir + "/algo_private.json";
+        return false;
+    }
+
+    standin::DeclareParam("CommandFormatV2Ensure", PARAM_TYPE_STRING, {}, "");
+    for (const ParamDecl& p : scenario.params) {
+        standin::DeclareParam(p.name, p.type, p.accepted, p.initial);
+    }
+
+    LogCapture capture(report.log);
+    m_module = m_library->create();
+    m_module->SetModuleId(scenario.moduleId);
+    // The host gives every module its algorithm id before initialising it.
+    static_cast<CAlgo*>(m_module)->AlgoId = scenario.algoId;
+    report.status = m_module->SetPwd(m_workDir.c_str());
+    if (report.status == 0) report.status = m_module->InitAlgoPrivate();
+    // The module keeps the rows it read before a refused one.
+    report.rowsRead = static_cast<CFormatV2Module*>(m_module)->SubParamList.size();
+    m_tables = ReadTables();
+    report.tables = m_tables;
+    return true;
+}
+
+bool Session::Run(const RunSpec& spec, RunReport& report, std::string& error) {
+    report.name = spec.name;
+    LogCapture capture(report.log);
+    const size_t callsBefore = standin::ResultCalls().size();
+
+    if (spec.newConfig && !WriteConfig(*spec.newConfig)) {
+        error = "cannot write the replaced configuration";
+        return false;
+    }
+    if (spec.paramName) {
+        report.paramStatus = m_module->SetParam(spec.paramName->c_str(), spec.paramValue.c_str(),
+                                                static_cast<int>(spec.paramValue.size()));
+        if (*spec.paramName == "CommandFormatV2Ensure") {
+            m_tables = ReadTables();
+            report.tables = m_tables;
+        }
+    }
+
+    // Every publisher named by a subscription has a frame; each of its outputs is stored
+    // under the output's name, and input N is wired to entry N's publisher and output.
+    std::map<std::string, std::shared_ptr<CScFrame>> publishers;
+    standin::InputHandle input;
+    for (size_t i = 0; i < m_tables.subscriptions.size(); ++i) {
+        const DYNAMIC_SUBSCRIBE_PARAM& entry = m_tables.subscriptions[i];
+        auto& frame = publishers[entry.pub.algo_name];
+        if (!frame) frame = std::make_shared<CScFrame>();
+        input.Bind(entry.sub.param_name, frame, entry.pub.param_name);
+    }
+    for (const auto& [key, value] : spec.values) {
+        const size_t colon = key.find(':');
+        const std::string publisher = key.substr(0, colon);
+        const std::string output = colon == std::string::npos ? "" : key.substr(colon + 1);
+        const bool subscribed = std::any_of(
+            m_tables.subscriptions.begin(), m_tables.subscriptions.end(), [&](const auto& e) {
+                return publisher == e.pub.algo_name && output == e.pub.param_name;
+            });
+        if (!subscribed) {
+            error = "the value \"" + key + "\" is read by no subscription of the module";
+            return false;
+        }
+        FillPublisherFrame(*publishers[publisher], output, value);
+    }
+    if (spec.inputFrame) {
+        input.frame = std::make_shared<CScFrame>();
+        if (spec.imgMode) input.frame->IntTable["SINGLE_img_mode"] = *spec.imgMode;
+    }
+
+    standin::OutputHandle output;
+    report.status = m_module->Process(input.handle(), output.handle());
+
+    const CScFrame& out = *output.frame;
+    auto text = out.StringTable.find("SINGLE_param_status_string");
+    report.verdict = text != out.StringTable.end() ? text->second : "";
+    if (auto cn = out.StringTable.find("SINGLE_show_text_cn"); cn != out.StringTable.end()) {
+        report.showTextCn = cn->second;
+    }
+    if (auto en = out.StringTable.find("SINGLE_show_text_en"); en != out.StringTable.end()) {
+        report.showTextEn = en->second;
+    }
+    AddOutputs(out.IntTable, Value::Kind::kInt, false, report.outputs);
+    AddOutputs(out.FloatTable, Value::Kind::kFloat, false, report.outputs);
+    AddOutputs(out.StringTable, Value::Kind::kString, false, report.outputs);
+    AddOutputs(out.IntListTable, Value::Kind::kInt, true, report.outputs);
+    AddOutputs(out.FloatListTable, Value::Kind::kFloat, true, report.outputs);
+    AddOutputs(out.StringListTable, Value::Kind::kString, true, report.outputs);
+    SortOutputs(report.outputs, m_tables);
+    if (auto* pubs = output.frame->getData<DynamicPubRecords>("DynamicPub", false)) {
+        report.dynamicPub.assign(pubs->begin(), pubs->end());
+    }
+    const auto& calls = standin::ResultCalls();
+    report.resultCalls.assign(calls.begin() + static_cast<std::ptrdiff_t>(callsBefore),
+                              calls.end());
+    for (auto& call : report.resultCalls) call.frame.reset();
+    return true;
+}
+
+std::string StatusMeaning(int status) {
+    static const std::map<unsigned, const char*> kMeanings = {
+        {0x0u, "success"},
+        {0xC0000004u,
+         "a subscribed value was not delivered, or its element number is out of range"},
+        {0xC0000103u, "copying the default configuration file into the working directory failed"},
+        {0xC0000105u, "the configuration text was refused"},
+        {0xC0000109u, "the module has no configured items"},
+        {0xC0000119u, "a dynamic table was refused after reading the configuration"},
+        {0xC0000221u, "a value is not convertible to its item's type"},
+        {0xE0000001u,
+         "bad argument, too many subscriptions or publications, or an array field's input could "
+         "not be resolved"},
+        {0xE000000Au, "no input frame, no memory for the configuration text, or a missing text"},
+        {0xE000001Cu,
+         "an index outside a table, an item value of no known list type, or an unknown convert "
+         "type"},
+        {0xE0000201u, "loading the configuration file failed"},
+        {0xE0000203u, "reading the configuration file's size failed"},
+        {0xE000030Fu, "an array field list of an unexpected type"},
+        {0xE0000315u, "reading one field of an array item failed"},
+        {0xFFFFFFFFu, "the input frame holds no \"SINGLE_img_mode\""},
+    };
+    auto it = kMeanings.find(static_cast<unsigned>(status));
+    return it != kMeanings.end() ? it->second : "a code of the host";
+}
+
+}  // namespace preview

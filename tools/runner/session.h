@@ -1,0 +1,86 @@
+// Drives one module the way the host does: loads libformatv2.so with dlopen, creates the
+// module, gives it a working directory, initialises it, wires its dynamic subscriptions to
+// publisher frames and calls Process once per run.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/host_types.h"
+#include "host/standin/standin.h"
+#include "publish/dynamic_pub.h"
+#include "scenario.h"
+
+class CAbstractUserModule;
+
+namespace preview {
+
+struct LogLine {
+    int level = 0;
+    std::string text;
+};
+
+struct Tables {
+    std::vector<DYNAMIC_SUBSCRIBE_PARAM> subscriptions;
+    std::vector<DYNAMIC_PUBLISH_PARAM> publications;
+};
+
+struct Output {
+    std::string name;
+    Value value;
+};
+
+struct RunReport {
+    std::string name;
+    std::optional<int> paramStatus;  // when the run set a parameter
+    std::optional<Tables> tables;    // when the parameter re-read the configuration
+    int status = 0;
+    std::string verdict;
+    std::string showTextCn;
+    std::string showTextEn;
+    std::vector<Output> outputs;
+    std::vector<DynamicPub> dynamicPub;
+    std::vector<standin::ResultCall> resultCalls;
+    std::vector<LogLine> log;
+};
+
+struct InitReport {
+    int status = 0;
+    Tables tables;
+    std::vector<LogLine> log;
+    // After a refused configuration: how many rows the module had read before the failing one.
+    size_t rowsRead = 0;
+};
+
+// The loaded module library and one module object created from it.
+class Session {
+  public:
+    Session();
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // Loads the library; logLevel is the lowest level shown (4 Info .. 6 Err, 8 none).
+    bool Open(const std::string& library, int logLevel, std::string& error);
+    // Creates the module in a fresh working directory holding configText, and initialises it.
+    bool Init(const Scenario& scenario, InitReport& report, std::string& error);
+    // One run; false (with error) when the scenario names a value no subscription reads.
+    bool Run(const RunSpec& spec, RunReport& report, std::string& error);
+
+  private:
+    struct Library;
+    std::unique_ptr<Library> m_library;
+    std::string m_workDir;
+    CAbstractUserModule* m_module = nullptr;
+    Tables m_tables;
+
+    Tables ReadTables();
+    bool WriteConfig(const std::string& text);
+};
+
+// A status in words.
+std::string StatusMeaning(int status);
+
+}  // namespace preview
