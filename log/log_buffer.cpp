@@ -30,8 +30,9 @@ constexpr unsigned kMaxItem = 0xFFFFu - kHeader;
 constexpr unsigned kMinBuffer = 8;
 constexpr unsigned kUnitBytes = 512;
 
-// Offsets are 32-bit and stay below the buffer size, so they do not wrap; the read offset
-// runs by whole records and is sent back to 0 once it passes `end`.
+// Offsets are 32-bit and stay below the buffer size, so they do not wrap. The read offset
+// runs by whole records, goes back to 0 once it passes `end`, and meets the write offset
+// whenever the ring empties.
 struct Ring {
     unsigned char* buffer;
     unsigned end;
@@ -173,11 +174,8 @@ void* log_print_thread(void* arg) {
             if (item.len != 0 && item.addr != nullptr) {
                 const ssize_t written = write(1, item.addr, item.len);
                 (void)written;  // a line the output refuses is dropped, not retried
+                log_buf_pop_front();
             }
-            // Also when there is no line: a filler heads the queue after a wrap refused on an
-            // empty ring, and the lines queued behind it are only reachable once it is popped.
-            // On an empty ring this does nothing.
-            log_buf_pop_front();
         }
         usleep(1000);
     }
@@ -230,6 +228,12 @@ void log_buf_pop_front(void) {
         head_next();
         consume(oldest);
     }
+    // An empty ring restarts at offset 0 on the next push. The running read offset alone
+    // drifts from where the records really are (a filler stepped over near the end is never
+    // added, a sum past `end` restarts at 0 and forgets the excess); left drifted on an empty
+    // ring it can pin the write offset near the end with nothing left to consume, and every
+    // later line would be refused. This also means a wrap never leaves a filler at the head.
+    if (r.head == nullptr) r.read = r.write;
 }
 
 log_buf_item log_buf_front(void) {
