@@ -4,7 +4,6 @@
 #include "format/formatter.h"
 
 #include <algorithm>
-#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstdint>
@@ -63,32 +62,95 @@ size_t BoundedWidth(int width) {
     return static_cast<size_t>(std::clamp(width, 0, kFormatterMaxWidth));
 }
 
-// The fraction f (0 <= f < 1) rounded to precision digits as printf's "%.*f" rounds it: to
-// nearest, a tie to the even last digit. digits receives the precision characters; returns
-// true when the rounding reaches 1, in which case digits are all '0'.
-bool FractionDigits(float f, size_t precision, char* digits) {
-    std::memset(digits, '0', precision);
-    if (f == 0.0f) return false;
+constexpr uint64_t kPowersOfTen[] = {1,         10,         100,         1000,
+                                     10000,     100000,     1000000,     10000000,
+                                     100000000, 1000000000, 10000000000, 100000000000};
+// Fractions rounded to at most this many digits take the one-multiplication path.
+constexpr size_t kShortPrecision = 11;
 
-    // f = mantissa / 2^shift exactly.
+size_t DecimalLength(uint64_t value) {
+    size_t length = 1;
+    for (uint64_t bound = 10; length < 20 && value >= bound; bound *= 10) ++length;
+    return length;
+}
+
+// Writes value's digits so that they end just before end, two at a time. Values that fit 32
+// bits stay in 32-bit arithmetic: 64-bit division is a library call on the 32-bit device.
+template <typename Unsigned>
+void WriteDecimal(char* end, Unsigned value) {
+    static constexpr char kPairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
+    while (value >= 100) {
+        const unsigned pair = static_cast<unsigned>(value % 100);
+        value /= 100;
+        end -= 2;
+        end[0] = kPairs[2 * pair];
+        end[1] = kPairs[2 * pair + 1];
+    }
+    if (value >= 10) {
+        end[-2] = kPairs[2 * value];
+        end[-1] = kPairs[2 * value + 1];
+    } else {
+        end[-1] = static_cast<char>('0' + value);
+    }
+}
+
+void WriteDecimal64(char* end, uint64_t value) {
+    if (value <= UINT32_MAX) {
+        WriteDecimal(end, static_cast<uint32_t>(value));
+    } else {
+        WriteDecimal(end, value);
+    }
+}
+
+// f (0 < f < 1) as mantissa / 2^shift exactly, with an odd mantissa below 2^24.
+void Decompose(float f, uint64_t& mantissa, int& shift) {
     uint32_t bits;
     std::memcpy(&bits, &f, sizeof bits);
     const int exponent = static_cast<int>(bits >> 23);
-    uint64_t mantissa = bits & 0x7FFFFFu;
-    int shift = 149;
+    mantissa = bits & 0x7FFFFFu;
+    shift = 149;
     if (exponent != 0) {
         mantissa |= 0x800000u;
         shift = 150 - exponent;
     }
-    while ((mantissa & 1u) == 0) {
-        mantissa >>= 1;
-        --shift;
-    }
+    const int zeros = __builtin_ctzll(mantissa);
+    mantissa >>= zeros;
+    shift -= zeros;
+}
+
+// The fraction f (0 <= f < 1) times 10^precision (precision <= kShortPrecision), rounded as
+// printf's "%.*f" rounds f: to nearest, an exact tie to the even last digit. A result of
+// 10^precision means the rounding reached 1.
+uint64_t RoundFractionShort(float f, size_t precision) {
+    if (f == 0.0f) return 0;
+    uint64_t mantissa;
+    int shift;
+    Decompose(f, mantissa, shift);
+    // f < 2^-40 here: far below half a unit of the 11th digit.
+    if (shift > 63) return 0;
+    const uint64_t scaled = mantissa * kPowersOfTen[precision];  // < 2^24 * 10^11 < 2^61
+    uint64_t digits = scaled >> shift;
+    const uint64_t rest = scaled & ((uint64_t{1} << shift) - 1);
+    const uint64_t half = uint64_t{1} << (shift - 1);
+    // With precision 0 the tie goes to the even units digit of f, which is 0: digits is 0.
+    if (rest > half || (rest == half && (digits & 1) != 0)) ++digits;
+    return digits;
+}
+
+// The same for any precision, as digit characters written to digits; returns true when the
+// rounding reaches 1, the digits then being all '0'.
+bool RoundFractionLong(float f, size_t precision, char* digits) {
+    std::memset(digits, '0', precision);
+    if (f == 0.0f) return false;
+    uint64_t mantissa;
+    int shift;
+    Decompose(f, mantissa, shift);
 
     if (shift > 60) {
-        // f < 2^-37: below half a unit of the tenth digit, so short precisions round to zero;
-        // longer ones are rare enough to hand to printf itself (which can not carry here).
-        if (precision <= 10) return false;
+        // Tiny fractions are rare enough to hand to printf itself; they cannot carry.
         std::string text(precision + 3, '\0');
         std::snprintf(&text[0], text.size(), "%.*f", static_cast<int>(precision),
                       static_cast<double>(f));
@@ -98,7 +160,7 @@ bool FractionDigits(float f, size_t precision, char* digits) {
 
     // Long division by 2^shift: each step multiplies the remainder by 10 (shift <= 60 keeps
     // it within 64 bits) and takes the integer part as the next digit. After shift steps the
-    // remainder is 0, so digits beyond that stay '0'.
+    // remainder is 0, so the digits beyond stay '0'.
     const uint64_t mask = (uint64_t{1} << shift) - 1;
     uint64_t rest = mantissa;
     const size_t exact = std::min(precision, static_cast<size_t>(shift));
@@ -108,7 +170,6 @@ bool FractionDigits(float f, size_t precision, char* digits) {
         rest &= mask;
     }
     const uint64_t half = uint64_t{1} << (shift - 1);
-    // With no digit kept the tie goes to the even units digit of f, which is 0.
     const bool lastOdd = precision > 0 && ((digits[precision - 1] - '0') & 1) != 0;
     if (rest < half || (rest == half && !lastOdd)) return false;
 
@@ -119,79 +180,155 @@ bool FractionDigits(float f, size_t precision, char* digits) {
     return false;
 }
 
-}  // namespace
+// The texts are built in place in the caller's string (a string returned by value from a
+// try block would be moved, which copies a short string once more).
+void FormatInt(int value, const std::string& format, std::string& text) {
+    int width = 0;
+    ScanWidth(format.c_str(), width, nullptr);
 
-std::string IntFormatter::format() {
-    try {
-        int width = 0;
-        ScanWidth(m_strFormat.c_str(), width, nullptr);
+    const bool negative = value < 0;
+    const uint32_t magnitude =
+        negative ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    const size_t length = std::max(DecimalLength(magnitude) + negative, BoundedWidth(width));
+    text.assign(length, '0');
+    WriteDecimal(&text[0] + length, magnitude);
+    if (negative) text[0] = '-';
+}
 
-        const bool negative = m_value < 0;
-        const unsigned magnitude =
-            negative ? 0u - static_cast<unsigned>(m_value) : static_cast<unsigned>(m_value);
-        char digits[16];
-        const size_t count = static_cast<size_t>(
-            std::to_chars(digits, digits + sizeof digits, magnitude).ptr - digits);
+void FormatFloat(float value, const std::string& format, std::string& text) {
+    if (std::isnan(value)) {
+        text = "nan";
+        return;
+    }
+    if (std::isinf(value)) {
+        text = value < 0 ? "-inf" : "inf";
+        return;
+    }
 
-        std::string text(std::max(count + negative, BoundedWidth(width)), '0');
+    int width = 0;
+    int precision = 0;
+    ScanWidth(format.c_str(), width, &precision);
+    const size_t fractionLength = BoundedWidth(precision);
+    const bool negative = value < 0;  // -0.0 is not, and gets no sign
+    const float magnitude = std::fabs(value);
+
+    if (magnitude >= 18446744073709551616.0f) {  // 2^64
+        // Every float this large is whole; printf gives its exact digits (at most 39).
+        char whole[48];
+        const int n = std::snprintf(whole, sizeof whole, "%.0f", static_cast<double>(magnitude));
+        const size_t wholeLength =
+            static_cast<size_t>(std::clamp(n, 1, static_cast<int>(sizeof whole) - 1));
+        const size_t padded = std::max(wholeLength, BoundedWidth(width));
+        text.assign(negative + padded + 1 + fractionLength, '0');
         if (negative) text[0] = '-';
-        std::memcpy(&text[text.size() - count], digits, count);
-        return text;
-    } catch (...) {
-        return std::string();
+        std::memcpy(&text[negative + padded - wholeLength], whole, wholeLength);
+        text[negative + padded] = '.';
+        return;
+    }
+
+    uint64_t integer = static_cast<uint64_t>(magnitude);
+    const float fraction = magnitude - static_cast<float>(integer);
+    // The rounding is settled before the text is laid out, since a carry can lengthen
+    // the integer digits.
+    uint64_t shortDigits = 0;
+    std::string longDigits;
+    if (fractionLength <= kShortPrecision) {
+        shortDigits = RoundFractionShort(fraction, fractionLength);
+        if (shortDigits == kPowersOfTen[fractionLength]) {
+            shortDigits = 0;
+            ++integer;
+        }
+    } else {
+        longDigits.resize(fractionLength);
+        if (RoundFractionLong(fraction, fractionLength, &longDigits[0])) ++integer;
+    }
+
+    const size_t padded = std::max(DecimalLength(integer), BoundedWidth(width));
+    text.assign(negative + padded + 1 + fractionLength, '0');
+    if (negative) text[0] = '-';
+    char* point = &text[negative + padded];
+    WriteDecimal64(point, integer);
+    *point = '.';
+    if (!longDigits.empty()) {
+        std::memcpy(point + 1, longDigits.data(), fractionLength);
+    } else if (shortDigits != 0) {
+        WriteDecimal64(point + 1 + fractionLength, shortDigits);  // leading zeros stay
     }
 }
 
-std::string FloatFormatter::format() {
-    try {
-        if (std::isnan(m_value)) return "nan";
-        if (std::isinf(m_value)) return m_value < 0 ? "-inf" : "inf";
+}  // namespace
 
-        int width = 0;
-        int precision = 0;
-        ScanWidth(m_strFormat.c_str(), width, &precision);
-        const size_t fractionLength = BoundedWidth(precision);
-        const bool negative = m_value < 0;  // -0.0 is not, and gets no sign
-        const float magnitude = std::fabs(m_value);
+namespace {
 
-        char whole[48];  // any finite float's integer part has at most 39 digits
-        size_t wholeLength;
-        char fraction[32];
-        std::string spill;
-        char* fractionDigits = fraction;
-        if (fractionLength > sizeof fraction) {
-            spill.resize(fractionLength);
-            fractionDigits = &spill[0];
+// Every formatter class fits one block (the largest, StringFormatter, is 104 bytes on a
+// 64-bit ABI). A thread keeps at most kMaxCachedBlocks free blocks (512 KiB); beyond that,
+// and for larger classes, blocks go back to the heap.
+constexpr std::size_t kBlockSize = 128;
+constexpr std::size_t kMaxCachedBlocks = 4096;
+
+struct FreeBlock {
+    FreeBlock* next;
+};
+
+struct BlockCache {
+    FreeBlock* head = nullptr;
+    std::size_t count = 0;
+    bool closed = false;  // the thread is ending: blocks go straight back to the heap
+
+    ~BlockCache() {
+        closed = true;
+        while (head != nullptr) {
+            FreeBlock* block = head;
+            head = block->next;
+            ::operator delete(block);
         }
-        if (magnitude < 18446744073709551616.0f) {  // 2^64
-            uint64_t integer = static_cast<uint64_t>(magnitude);
-            if (FractionDigits(magnitude - static_cast<float>(integer), fractionLength,
-                               fractionDigits)) {
-                ++integer;
-            }
-            wholeLength = static_cast<size_t>(
-                std::to_chars(whole, whole + sizeof whole, integer).ptr - whole);
-        } else {
-            // Every float this large is whole; printf gives its exact digits.
-            const int n =
-                std::snprintf(whole, sizeof whole, "%.0f", static_cast<double>(magnitude));
-            wholeLength = static_cast<size_t>(std::clamp(n, 0, static_cast<int>(sizeof whole) - 1));
-            std::memset(fractionDigits, '0', fractionLength);
-        }
-
-        const size_t padded = std::max(wholeLength, BoundedWidth(width));
-        std::string text(negative + padded + 1 + fractionLength, '0');
-        char* out = &text[0];
-        if (negative) *out++ = '-';
-        out += padded - wholeLength;
-        std::memcpy(out, whole, wholeLength);
-        out += wholeLength;
-        *out++ = '.';
-        std::memcpy(out, fractionDigits, fractionLength);
-        return text;
-    } catch (...) {
-        return std::string();
     }
+};
+
+thread_local BlockCache tBlocks;
+
+}  // namespace
+
+void* CFormatter::operator new(std::size_t size) {
+    if (size > kBlockSize) return ::operator new(size);
+    BlockCache& cache = tBlocks;
+    if (cache.head == nullptr) return ::operator new(kBlockSize);
+    FreeBlock* block = cache.head;
+    cache.head = block->next;
+    --cache.count;
+    return block;
+}
+
+void CFormatter::operator delete(void* block, std::size_t size) noexcept {
+    BlockCache& cache = tBlocks;
+    if (size > kBlockSize || cache.closed || cache.count >= kMaxCachedBlocks) {
+        ::operator delete(block);
+        return;
+    }
+    FreeBlock* free = static_cast<FreeBlock*>(block);
+    free->next = cache.head;
+    cache.head = free;
+    ++cache.count;
+}
+
+std::string IntFormatter::format() {
+    std::string text;
+    try {
+        FormatInt(m_value, m_strFormat, text);
+    } catch (...) {
+        text.clear();
+    }
+    return text;
+}
+
+std::string FloatFormatter::format() {
+    std::string text;
+    try {
+        FormatFloat(m_value, m_strFormat, text);
+    } catch (...) {
+        text.clear();
+    }
+    return text;
 }
 
 std::string StringFormatter::format() {

@@ -17,18 +17,28 @@
 // - format() never throws: should memory run out, it gives an empty text.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <utility>
 
 constexpr int kFormatterMaxWidth = 4096;
 
 class CFormatter {
   public:
-    CFormatter(std::string format, std::string separator)
-        : m_strFormat(std::move(format)), m_strSeparator(std::move(separator)) {}
+    // Copied straight into the members: a by-value parameter moved on would copy a short
+    // string twice, once per cell of every array.
+    CFormatter(const std::string& format, const std::string& separator)
+        : m_strFormat(format), m_strSeparator(separator) {}
     virtual ~CFormatter() = default;
     // The formatted value; never fails, never throws.
     virtual std::string format() = 0;
+
+    // An array item creates and drops one formatter per cell, thousands per run. They are
+    // carved from a per-thread list of fixed-size blocks rather than the general heap, which
+    // would also sweep them together each time the growing item text asks for a large block.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* block, std::size_t size) noexcept;
 
     std::string m_strFormat;
     std::string m_strSeparator;  // appended by the caller after format(); not read here
@@ -36,8 +46,8 @@ class CFormatter {
 
 class IntFormatter : public CFormatter {
   public:
-    IntFormatter(int value, std::string format, std::string separator)
-        : CFormatter(std::move(format), std::move(separator)), m_value(value) {}
+    IntFormatter(int value, const std::string& format, const std::string& separator)
+        : CFormatter(format, separator), m_value(value) {}
     ~IntFormatter() override = default;
     std::string format() override;
 
@@ -46,8 +56,8 @@ class IntFormatter : public CFormatter {
 
 class FloatFormatter : public CFormatter {
   public:
-    FloatFormatter(float value, std::string format, std::string separator)
-        : CFormatter(std::move(format), std::move(separator)), m_value(value) {}
+    FloatFormatter(float value, const std::string& format, const std::string& separator)
+        : CFormatter(format, separator), m_value(value) {}
     ~FloatFormatter() override = default;
     std::string format() override;
 
@@ -56,8 +66,8 @@ class FloatFormatter : public CFormatter {
 
 class StringFormatter : public CFormatter {
   public:
-    StringFormatter(std::string value, std::string format, std::string separator)
-        : CFormatter(std::move(format), std::move(separator)), m_value(std::move(value)) {}
+    StringFormatter(std::string value, const std::string& format, const std::string& separator)
+        : CFormatter(format, separator), m_value(std::move(value)) {}
     ~StringFormatter() override = default;
     std::string format() override;
 

@@ -8,6 +8,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "format/formatter.h"
@@ -191,6 +192,24 @@ TEST(Formatter, MatchesThePlainTextsForTinyFractions) {
                   RefFloatFormatter(value, format, "").format())
             << std::hexfloat << value << " " << format;
     }
+}
+
+// Formatter blocks are cached per thread: one thread's formatters may die in another, and
+// every cache is handed back when its thread ends (the sanitizer build checks for leaks).
+TEST(Formatter, LivesAndDiesOnAnyThread) {
+    std::vector<std::unique_ptr<CFormatter>> made;
+    std::thread maker([&made] {
+        for (int i = 0; i < 10000; ++i) made.push_back(createFormatter<int>(i, "%3d", ","));
+    });
+    maker.join();
+    std::thread user([&made] {
+        for (int i = 0; i < 10000; ++i) {
+            ASSERT_EQ(made[i]->format(), RefIntFormatter(i, "%3d", ",").format());
+            made[i] = createFormatter<std::string>(std::string(40, 'x'), "%s", "");
+        }
+        made.clear();
+    });
+    user.join();
 }
 
 std::string Printf(float value, int precision) {

@@ -16,8 +16,8 @@
 
 class RefIntFormatter : public CFormatter {
   public:
-    RefIntFormatter(int value, std::string format, std::string separator)
-        : CFormatter(std::move(format), std::move(separator)), m_value(value) {}
+    RefIntFormatter(int value, const std::string& format, const std::string& separator)
+        : CFormatter(format, separator), m_value(value) {}
 
     std::string format() override {
         int width = 0;
@@ -33,8 +33,8 @@ class RefIntFormatter : public CFormatter {
 
 class RefFloatFormatter : public CFormatter {
   public:
-    RefFloatFormatter(float value, std::string format, std::string separator)
-        : CFormatter(std::move(format), std::move(separator)), m_value(value) {}
+    RefFloatFormatter(float value, const std::string& format, const std::string& separator)
+        : CFormatter(format, separator), m_value(value) {}
 
     std::string format() override {
         int width = 0;
