@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Builds the module and runs it, loaded as the host loads it, on the bundled example.
+# Builds the module and the preview runner, then runs the bundled example the way the host
+# would: load libformatv2.so, initialise it, wire its subscriptions, call Process per run.
+# Extra arguments go to the runner (for instance --json or --log-level warn).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh >/dev/null
 cmake --preset release >/dev/null
-cmake --build --preset release -j "$(nproc)" --target formatv2_demo
-./build/release/tools/demo/formatv2_demo examples/basic/algo_private.json "$@"
+cmake --build --preset release -j "$(nproc)" --target formatv2_preview
+./build/release/tools/runner/formatv2_preview run examples/basic/scenario.json "$@"
