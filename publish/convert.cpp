@@ -1,1 +1,175 @@
-// placeholder
+// Typed conversion and sending of one value of an item: the value becomes the item's published
+// type, a text is cut, decorated and cleaned, and the result goes into the output frame's list
+// table under the item's name (or onto the joined text), and into the display texts.
+//
+// Nothing here may throw into the run driver: std::stoi and std::stof failures, values out of
+// range, a missing frame and memory exhaustion all end in the conversion failure code.
+#include <climits>
+#include <cmath>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "format/formatter.h"
+#include "formatv2/formatv2.h"
+#include "formatv2/module_log.h"
+
+namespace {
+
+constexpr int kErrNotConvertible = static_cast<int>(0xC0000221);
+constexpr int kErrUnknownType = static_cast<int>(0xE000001C);
+
+// The conversions throw (std::stoi, std::stof, allocation); the caller turns that into the
+// failure of the conversion.
+int ToInt(int value) {
+    return value;
+}
+int ToInt(float value) {
+    if (std::isnan(value)) return 0;
+    if (value >= 2147483648.0f) return INT_MAX;
+    if (value <= -2147483648.0f) return INT_MIN;
+    return static_cast<int>(value);
+}
+int ToInt(const std::string& value) {
+    return std::stoi(value);
+}
+
+float ToFloat(int value) {
+    return static_cast<float>(value);
+}
+float ToFloat(float value) {
+    return value;
+}
+float ToFloat(const std::string& value) {
+    return std::stof(value);
+}
+
+std::string ToText(int value, const std::string& format) {
+    return createFormatter<int>(value, format, std::string())->format();
+}
+std::string ToText(float value, const std::string& format) {
+    return createFormatter<float>(value, format, std::string())->format();
+}
+std::string ToText(const std::string& value, const std::string&) {
+    return value;
+}
+
+// The list stored under name in table; a missing frame fails like a failed store.
+template <typename Table>
+auto& ListOf(const std::shared_ptr<CScFrame>& frame, Table CScFrame::*table,
+             const std::string& name) {
+    if (!frame) throw std::invalid_argument("no output frame");
+    return ((*frame).*table)[name];
+}
+
+// An index inside the stored list overwrites its element; any other index, negative ones
+// included, appends.
+template <typename T>
+void StoreAt(std::vector<T>& list, const T& value, int index) {
+    if (index >= 0 && static_cast<size_t>(index) < list.size()) {
+        list[static_cast<size_t>(index)] = value;
+    } else {
+        list.push_back(value);
+    }
+}
+
+// Removing a match and searching on from the removal point never looks back at what came
+// before it, so the result is the text with every leftmost non-overlapping match removed,
+// which one pass builds without shifting the tail once per match.
+std::string DeleteAll(const std::string& text, const std::string& pattern) {
+    std::string kept;
+    size_t from = 0;
+    for (size_t at = text.find(pattern); at != std::string::npos; at = text.find(pattern, from)) {
+        kept.append(text, from, at - from);
+        from = at + pattern.size();
+    }
+    kept.append(text, from, std::string::npos);
+    return kept;
+}
+
+}  // namespace
+
+template <typename T>
+int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
+                                               const DataSection& item, const T& value,
+                                               const int& index) {
+    const auto show = [this](const std::string& text) {
+        ShowTextEN.append(text).append(1, ' ');
+        ShowTextCN.append(text).append(1, ' ');
+    };
+
+    switch (item.ConvertType) {
+        case FORMAT_V2_VARIATE_INT:
+            try {
+                const int number = ToInt(value);
+                StoreAt(ListOf(frame, &CScFrame::IntListTable, item.ParamName), number, index);
+                show(std::to_string(number));
+                return 0;
+            } catch (...) {
+                FV2_ERR_AT(565, "Subscribe param:[%s] value convert to [int] failed.\n",
+                           item.ParamName.c_str());
+                return kErrNotConvertible;
+            }
+
+        case FORMAT_V2_VARIATE_FLOAT:
+            try {
+                const float number = ToFloat(value);
+                StoreAt(ListOf(frame, &CScFrame::FloatListTable, item.ParamName), number, index);
+                show(FloatToString(number, 6));
+                return 0;
+            } catch (...) {
+                FV2_ERR_AT(583, "Subscribe param:[%s] value convert to [float] failed.\n",
+                           item.ParamName.c_str());
+                return kErrNotConvertible;
+            }
+
+        case FORMAT_V2_VARIATE_STRING:
+            try {
+                std::string text = ToText(value, item.SubParam.type);
+
+                if (item.StrTruncEnable != 0) {
+                    const long long start = item.StrTruncStart;
+                    const long long length = item.StrTruncLen;
+                    if (start >= 0 && start < static_cast<long long>(text.size()) && length >= 0) {
+                        text = text.substr(static_cast<size_t>(start), static_cast<size_t>(length));
+                    } else {
+                        text.clear();
+                        FV2_WARN_AT(611, "Subscribe param:[%s] start idx:[%d], length:[%d]\n",
+                                    item.SubParamStr.c_str(), item.StrTruncStart, item.StrTruncLen);
+                    }
+                }
+
+                text = item.StrPrefix + text + item.StrSuffix;
+                if (!item.StrDelete.empty()) text = DeleteAll(text, item.StrDelete);
+
+                if (StrConcateEnable != 0) {
+                    ConcatText += text;
+                    return 0;
+                }
+                StoreAt(ListOf(frame, &CScFrame::StringListTable, item.ParamName), text, index);
+                // A lone carriage return is a line-break symbol: kept in the output, not shown.
+                if (text != "\r") show(text);
+                return 0;
+            } catch (...) {
+                FV2_ERR_AT(597, "Subscribe param:[%s] value convert to [string] failed.\n",
+                           item.ParamName.c_str());
+                return kErrNotConvertible;
+            }
+
+        default:
+            FV2_ERR_AT(646, "Subscribe param value convert to unknown type.\n");
+            return kErrUnknownType;
+    }
+}
+
+template int CFormatV2Module::ConvertAndSendOutputValue<int>(std::shared_ptr<CScFrame>&,
+                                                             const DataSection&, const int&,
+                                                             const int&);
+template int CFormatV2Module::ConvertAndSendOutputValue<float>(std::shared_ptr<CScFrame>&,
+                                                               const DataSection&, const float&,
+                                                               const int&);
+template int CFormatV2Module::ConvertAndSendOutputValue<std::string>(std::shared_ptr<CScFrame>&,
+                                                                     const DataSection&,
+                                                                     const std::string&,
+                                                                     const int&);

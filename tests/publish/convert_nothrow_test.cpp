@@ -1,0 +1,87 @@
+// Makes the Nth allocation fail, for every N that a conversion reaches: whichever step runs
+// out of memory, the conversion must end in its failure code and never throw. Replaces the
+// global operator new, so it lives in a binary of its own.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "formatv2/formatv2.h"
+
+namespace {
+long gCount = 0;
+long gFailAt = -1;  // -1: no allocation fails
+}  // namespace
+
+void* operator new(std::size_t size) {
+    if (gFailAt >= 0 && gCount++ == gFailAt) throw std::bad_alloc();
+    if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
+    throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
+
+namespace {
+
+constexpr int kNotConvertible = static_cast<int>(0xC0000221);
+
+template <typename T>
+void FailEveryAllocation(FORMAT_V2_VARIATE_TYPE type, const T& value, int concatenate) {
+    int failures = 0;
+    for (long failAt = 0;; ++failAt) {
+        CFormatV2Module module;
+        module.StrConcateEnable = concatenate;
+        module.ShowTextEN = "shown before ";
+        module.ConcatText = "joined before ";
+        auto frame = std::make_shared<CScFrame>();
+        DataSection item;
+        item.ParamName = "a name too long for the short string buffer";
+        item.ConvertType = type;
+        item.SubParam.type = "%20.3f";
+        item.StrTruncEnable = 1;
+        item.StrTruncLen = 30;
+        item.StrPrefix = "a prefix that must be allocated ";
+        item.StrSuffix = " and a suffix that must be allocated";
+        item.StrDelete = "a";
+
+        gCount = 0;
+        gFailAt = failAt;
+        int result = -1;
+        bool threw = false;
+        try {
+            result = module.ConvertAndSendOutputValue<T>(frame, item, value, 0);
+        } catch (...) {
+            threw = true;
+        }
+        const bool injected = gCount > failAt;
+        gFailAt = -1;
+
+        ASSERT_FALSE(threw) << "allocation " << failAt;
+        if (!injected) {
+            EXPECT_EQ(result, 0);
+            break;
+        }
+        EXPECT_TRUE(result == 0 || result == kNotConvertible) << "allocation " << failAt;
+        failures += result == kNotConvertible;
+    }
+    EXPECT_GT(failures, 0);
+}
+
+TEST(ConvertOutOfMemory, NeverThrows) {
+    const std::string text = "12.5 is a value text long enough to be allocated";
+    FailEveryAllocation(FORMAT_V2_VARIATE_INT, 7, 0);
+    FailEveryAllocation(FORMAT_V2_VARIATE_INT, text, 0);
+    FailEveryAllocation(FORMAT_V2_VARIATE_FLOAT, 2.5f, 0);
+    FailEveryAllocation(FORMAT_V2_VARIATE_FLOAT, text, 0);
+    FailEveryAllocation(FORMAT_V2_VARIATE_STRING, 7, 0);
+    FailEveryAllocation(FORMAT_V2_VARIATE_STRING, -123456.75f, 0);
+    FailEveryAllocation(FORMAT_V2_VARIATE_STRING, text, 0);
+    FailEveryAllocation(FORMAT_V2_VARIATE_STRING, text, 1);
+}
+
+}  // namespace
