@@ -1,0 +1,29 @@
+# Runs the preview runner and compares its output with a file kept in the repository.
+#   cmake -DRUNNER=... -DARGS="run;scenario.json" -DEXPECTED=... [-DEMULATOR=...] [-DEXIT=0]
+#         [-DUPDATE=1] -P golden.cmake
+# Source line numbers of log lines, the configuration text's address and the checkout's path
+# change with the code, the run and the machine, so they are masked before comparing.
+execute_process(
+  COMMAND ${EMULATOR} ${RUNNER} ${ARGS}
+  OUTPUT_VARIABLE out
+  ERROR_VARIABLE err
+  RESULT_VARIABLE rc)
+if(NOT DEFINED EXIT)
+  set(EXIT 0)
+endif()
+if(NOT rc EQUAL EXIT)
+  message(FATAL_ERROR "exit code ${rc}, expected ${EXIT}\n${err}${out}")
+endif()
+string(APPEND out "${err}")
+string(REGEX REPLACE "formatv2\\.cpp:[0-9]+" "formatv2.cpp:LINE" out "${out}")
+string(REPLACE "${SOURCE_DIR}" "SRC" out "${out}")
+string(REGEX REPLACE "pJsonStr = [^,]*," "pJsonStr = ADDRESS," out "${out}")
+if(UPDATE)
+  file(WRITE ${EXPECTED} "${out}")
+  return()
+endif()
+file(READ ${EXPECTED} expected)
+if(NOT out STREQUAL expected)
+  file(WRITE ${EXPECTED}.actual "${out}")
+  message(FATAL_ERROR "output differs from ${EXPECTED}; see ${EXPECTED}.actual")
+endif()
