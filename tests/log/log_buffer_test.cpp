@@ -112,7 +112,7 @@ struct RingModel {
             return;
         }
         const long next = head + at[head].len;
-        head = next != tail && next >= limit ? 0 : next;
+        head = next != tail && next >= static_cast<long>(limit) ? 0 : next;
     }
     void take(long offset) {
         read += at[offset].len;
