@@ -61,6 +61,43 @@ int format_timestamp(char (&out)[kTimestampText]) {
     return n < 0 ? 0 : (n < kTimestampText ? n : kTimestampText - 1);
 }
 
+// Everything after acceptance, kept out of line so that a dropped line costs only the checks.
+__attribute__((noinline)) void emit(int module, int level, bool to_output,
+                                    log_callbacker_t callback, const char* format, va_list args) {
+    const bool stamps_on = g_timestamp_en.load(kRelaxed) != 0;
+    char stamp[kTimestampText];
+    int stamp_len = 0;
+    if (stamps_on && level != LOG_LEVEL_BYTES) stamp_len = format_timestamp(stamp);
+
+    char message[kMessageText];
+    int message_len = 0;
+    if (format != nullptr) {
+        message_len = vsnprintf(message, sizeof message, format, args);
+        if (message_len < 0) message_len = 0;  // encoding error: nothing usable was written
+        if (message_len > kMessageText - 1) message_len = kMessageText - 1;
+    }
+
+    char line[kLineText];
+    memcpy(line, stamp, stamp_len);
+    memcpy(line + stamp_len, message, message_len);
+    const int len = stamp_len + message_len;
+    line[len] = '\0';
+
+    if (callback != nullptr) {
+        callback(module, level, (level == LOG_LEVEL_BYTES || stamps_on) ? 1 : 0, line, len);
+    }
+    if (!to_output) return;
+
+    if (g_mode.load(kRelaxed) == 0) {
+        const ssize_t written = write(1, line, len);
+        (void)written;  // nowhere left to report a failed log write
+        return;
+    }
+    std::lock_guard<std::mutex> hold(g_log_lock);
+    const log_buf_item item{static_cast<unsigned short>(len), 0, line};
+    if (log_buf_push_back(item) != 0) g_loss.fetch_add(1, kRelaxed);
+}
+
 }  // namespace
 
 void reset_output_state() {
@@ -95,42 +132,10 @@ void log_print_mod(int module, int level, const char* format, ...) {
     const int cb_level = g_cb_level.load(kRelaxed);
     const bool to_callback = callback != nullptr && level >= cb_level;
     if (!to_output && (!to_callback || module == LOG_MODULE_NO_CALLBACK)) return;
-
-    const bool stamps_on = g_timestamp_en.load(kRelaxed) != 0;
-    char stamp[kTimestampText];
-    int stamp_len = 0;
-    if (stamps_on && level != LOG_LEVEL_BYTES) stamp_len = format_timestamp(stamp);
-
-    char message[kMessageText];
-    int message_len = 0;
-    if (format != nullptr) {
-        va_list args;
-        va_start(args, format);
-        message_len = vsnprintf(message, sizeof message, format, args);
-        va_end(args);
-        if (message_len < 0) message_len = 0;  // encoding error: nothing usable was written
-        if (message_len > kMessageText - 1) message_len = kMessageText - 1;
-    }
-
-    char line[kLineText];
-    memcpy(line, stamp, stamp_len);
-    memcpy(line + stamp_len, message, message_len);
-    const int len = stamp_len + message_len;
-    line[len] = '\0';
-
-    if (to_callback) {
-        callback(module, level, (level == LOG_LEVEL_BYTES || stamps_on) ? 1 : 0, line, len);
-    }
-    if (!to_output) return;
-
-    if (g_mode.load(kRelaxed) == 0) {
-        const ssize_t written = write(1, line, len);
-        (void)written;  // nowhere left to report a failed log write
-        return;
-    }
-    std::lock_guard<std::mutex> hold(g_log_lock);
-    const log_buf_item item{static_cast<unsigned short>(len), 0, line};
-    if (log_buf_push_back(item) != 0) g_loss.fetch_add(1, kRelaxed);
+    va_list args;
+    va_start(args, format);
+    emit(module, level, to_output, to_callback ? callback : nullptr, format, args);
+    va_end(args);
 }
 
 void log_print_bytes(const unsigned char* base, int offset, int len) {
