@@ -146,6 +146,12 @@ class ModuleFixture : public ::testing::Test {
         return text.str();
     }
     bool Exists(const std::string& path) { return std::filesystem::exists(root + path); }
+    // The item names in list order, each followed by ";".
+    std::string Names() const {
+        std::string names;
+        for (const DataSection& item : module.SubParamList) names += item.ParamName + ";";
+        return names;
+    }
 
     std::string root;
     CFormatV2Module module;
