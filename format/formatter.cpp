@@ -1,6 +1,7 @@
-// The formatters build their texts by hand rather than through sscanf and string streams:
-// an array item formats every cell of every run, and a stream per cell costs ten times the
-// whole cell. The texts are the ones the scan-and-stream rules give, character for character.
+// The formatters build their texts by hand rather than through sscanf and string streams: an
+// array item formats every cell of every run, and a string stream per cell costs more than ten
+// times the whole cell built by hand. The texts are the ones the scan-and-stream rules give,
+// character for character (the tests hold them to a plain scan-and-stream version).
 #include "format/formatter.h"
 
 #include <algorithm>
@@ -255,10 +256,6 @@ void FormatFloat(float value, const std::string& format, std::string& text) {
         WriteDecimal64(point + 1 + fractionLength, shortDigits);  // leading zeros stay
     }
 }
-
-}  // namespace
-
-namespace {
 
 // Every formatter class fits one block (the largest, StringFormatter, is 104 bytes on a
 // 64-bit ABI). A thread keeps at most kMaxCachedBlocks free blocks (512 KiB); beyond that,
