@@ -30,11 +30,13 @@ std::atomic<unsigned char> g_cb_level;
 std::atomic<unsigned char> g_timestamp_en;
 std::atomic<log_callbacker_t> g_callback;
 std::atomic<unsigned int> g_loss;  // wraps at 2^32 lines
-log_filter_t g_filter;             // kept for the host's tools; nothing here reads it
+log_filter_t g_filter;             // stored on request; nothing reads it
 
+// No allocation on the logging path: the three texts live on the caller's stack. A message
+// keeps at most 463 characters; the line text holds the longest timestamp (47) plus the
+// longest message, so the line itself never cuts.
 constexpr int kTimestampText = 48;
 constexpr int kMessageText = 464;
-// The longest timestamp (47) plus the longest message (463): a line is never cut.
 constexpr int kLineText = 512;
 constexpr int kLineMax = (kTimestampText - 1) + (kMessageText - 1);
 static_assert(kLineMax == 510 && kLineMax < kLineText, "a line and its terminator fit");

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <climits>
 #include <ctime>
 #include <string>
@@ -178,6 +179,9 @@ int failing_spawn(const char*, void* (*)(void*)) {
 }
 
 TEST(LogOutput, BufferedLinesAreQueuedOrCountedAsLost) {
+    EXPECT_EQ(log_prt_init(1, 0, unused_spawn), -1);
+    EXPECT_EQ(log_prt_init(1, 0x800000u, unused_spawn), -2);  // 2^32 bytes
+    EXPECT_EQ(log_spawn_detached("log_print", nullptr), EINVAL);
     ASSERT_EQ(log_prt_init(1, 1, failing_spawn), 7);
     log_buf_deinit();
     ASSERT_EQ(log_prt_init(1, 4, nullptr), -1);  // buffered mode without a buffer
