@@ -97,6 +97,9 @@ TEST_F(ConfigRead, RowCodesKeepEarlierRowsAndTables) {
         expected.push_back("parseSubParamList failed, ret=" + std::to_string(c.code) + "\n");
         expected.push_back("parse priv json err:0xc0000105\n");
         EXPECT_EQ(Messages(LOG_LEVEL_ERR), expected);
+        // Lines without a fixed number carry their own source line.
+        const size_t n = Logged().size();
+        EXPECT_TRUE(LineNo(n - 1) != LineNo(n - 2) && LineNo(n - 1) > "0000");
         EXPECT_EQ(Names(), "good0;good1;");
         EXPECT_TRUE(SubKept() && PubKept());
     }

@@ -23,11 +23,6 @@ class Module : public ModuleFixture {
         EXPECT_EQ(module.GetParam(name, buffer, sizeof buffer, &length), 0);
         return std::string(buffer, static_cast<size_t>(length));
     }
-    // The line number a caught line carries.
-    static std::string LineNo(size_t i) {
-        const std::string& line = Logged().at(i).line;
-        return line.substr(line.find(".cpp:") + 5, 4);
-    }
 };
 
 }  // namespace

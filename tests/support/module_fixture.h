@@ -55,6 +55,12 @@ inline std::vector<std::string> Messages(int level = 0) {
     return out;
 }
 
+// The four-digit line number that caught line i carries.
+inline std::string LineNo(size_t i) {
+    const std::string& line = Logged().at(i).line;
+    return line.substr(line.find(".cpp:") + 5, 4);
+}
+
 // A row of kind 1, 2 or 4 (by sub and custom) with every key present.
 inline cJSON* Row(const std::string& name, const std::string& sub = "7:cam:width:0:%d",
                   int custom = 0, int convert = 3) {
