@@ -56,7 +56,11 @@ public:
 
     Any(const Any& other)
         : holder(other.holder ? other.holder->Clone() : nullptr), typeIndex(other.typeIndex) {}
-    Any(Any&& other) noexcept : holder(std::move(other.holder)), typeIndex(other.typeIndex) {}
+    // A moved-from Any is empty: its type goes with the holder, so a later cast fails
+    // cleanly instead of reaching a missing holder.
+    Any(Any&& other) noexcept : holder(std::move(other.holder)), typeIndex(other.typeIndex) {
+        other.typeIndex = typeid(void);
+    }
 
     Any& operator=(const Any& other) {
         if (this != &other) *this = Any(other);
