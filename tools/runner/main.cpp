@@ -103,9 +103,9 @@ int main(int argc, char** argv) {
 
     report.Init(init);
     int index = 0;
-    for (const preview::RunSpec& spec : scenario.runs) {
+    for (const preview::RunSpec& plan : scenario.runs) {
         preview::RunReport run;
-        if (!session.Run(spec, run, error)) {
+        if (!session.Run(plan, run, error)) {
             report.Finish();
             return Fail(options.file + ": run " + std::to_string(index + 1) + ": " + error);
         }

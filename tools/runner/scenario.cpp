@@ -75,15 +75,15 @@ bool ReadElement(const cJSON* item, Value& value, std::string& error) {
 }
 
 // {"int": 5}, {"float": [1.5, 2]}, {"string": "abc"} ...
-bool ReadValue(const cJSON* spec, Value& value, std::string& error) {
+bool ReadValue(const cJSON* given, Value& value, std::string& error) {
     static const std::pair<const char*, Value::Kind> kKinds[] = {{"int", Value::Kind::kInt},
                                                                  {"float", Value::Kind::kFloat},
                                                                  {"string", Value::Kind::kString}};
-    if (!cJSON_IsObject(spec) || spec->child == nullptr || spec->child->next != nullptr) {
+    if (!cJSON_IsObject(given) || given->child == nullptr || given->child->next != nullptr) {
         error = "a value is an object with one key: \"int\", \"float\" or \"string\"";
         return false;
     }
-    const cJSON* data = spec->child;
+    const cJSON* data = given->child;
     bool known = false;
     for (const auto& kind : kKinds) {
         if (std::string(data->string) == kind.first) {
@@ -240,12 +240,12 @@ bool LoadScenario(const std::string& path, Scenario& out, std::string& error) {
     int index = 0;
     for (const cJSON* run = runs ? runs->child : nullptr; run != nullptr; run = run->next) {
         ++index;
-        RunSpec spec;
+        RunSpec plan;
         std::string runError;
-        if (!ReadRun(run, path, spec, runError)) {
+        if (!ReadRun(run, path, plan, runError)) {
             return fail("run " + std::to_string(index) + ": " + runError);
         }
-        out.runs.push_back(spec);
+        out.runs.push_back(plan);
     }
     return true;
 }

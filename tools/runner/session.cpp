@@ -195,19 +195,19 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
     return true;
 }
 
-bool Session::Run(const RunSpec& spec, RunReport& report, std::string& error) {
-    report.name = spec.name;
+bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
+    report.name = plan.name;
     LogCapture capture(report.log);
     const size_t callsBefore = standin::ResultCalls().size();
 
-    if (spec.newConfig && !WriteConfig(*spec.newConfig)) {
+    if (plan.newConfig && !WriteConfig(*plan.newConfig)) {
         error = "cannot write the replaced configuration";
         return false;
     }
-    if (spec.paramName) {
-        report.paramStatus = m_module->SetParam(spec.paramName->c_str(), spec.paramValue.c_str(),
-                                                static_cast<int>(spec.paramValue.size()));
-        if (*spec.paramName == "CommandFormatV2Ensure") {
+    if (plan.paramName) {
+        report.paramStatus = m_module->SetParam(plan.paramName->c_str(), plan.paramValue.c_str(),
+                                                static_cast<int>(plan.paramValue.size()));
+        if (*plan.paramName == "CommandFormatV2Ensure") {
             m_tables = ReadTables();
             report.tables = m_tables;
         }
@@ -223,7 +223,7 @@ bool Session::Run(const RunSpec& spec, RunReport& report, std::string& error) {
         if (!frame) frame = std::make_shared<CScFrame>();
         input.Bind(entry.sub.param_name, frame, entry.pub.param_name);
     }
-    for (const auto& [key, value] : spec.values) {
+    for (const auto& [key, value] : plan.values) {
         const size_t colon = key.find(':');
         const std::string publisher = key.substr(0, colon);
         const std::string output = colon == std::string::npos ? "" : key.substr(colon + 1);
@@ -237,9 +237,9 @@ bool Session::Run(const RunSpec& spec, RunReport& report, std::string& error) {
         }
         FillPublisherFrame(*publishers[publisher], output, value);
     }
-    if (spec.inputFrame) {
+    if (plan.inputFrame) {
         input.frame = std::make_shared<CScFrame>();
-        if (spec.imgMode) input.frame->IntTable["SINGLE_img_mode"] = *spec.imgMode;
+        if (plan.imgMode) input.frame->IntTable["SINGLE_img_mode"] = *plan.imgMode;
     }
 
     standin::OutputHandle output;

@@ -67,7 +67,7 @@ class Session {
     // Creates the module in a fresh working directory holding configText, and initialises it.
     bool Init(const Scenario& scenario, InitReport& report, std::string& error);
     // One run; false (with error) when the scenario names a value no subscription reads.
-    bool Run(const RunSpec& spec, RunReport& report, std::string& error);
+    bool Run(const RunSpec& plan, RunReport& report, std::string& error);
 
   private:
     struct Library;
