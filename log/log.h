@@ -80,7 +80,8 @@ LOG_API void* log_print_thread(void* arg);
  * anyone else must call them only while no line is logged in buffered mode and no consumer
  * runs. log_buf_init: 0; -1 for a size below 8 or an existing buffer; -2 when out of memory.
  * log_buf_push_back copies the item's bytes (zeros for a null address): 0, or -1 when it does
- * not fit, for length 0, or for a length above 65531 (record lengths are 16-bit). */
+ * not fit, for length 0, or for a length above 65531 (record lengths are 16-bit). Once the
+ * last line is popped, the next push starts over at offset 0. */
 LOG_API int log_buf_init(unsigned int size);
 LOG_API int log_buf_deinit(void);
 LOG_API int log_buf_push_back(log_buf_item item);
