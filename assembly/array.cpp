@@ -16,8 +16,7 @@ constexpr int kErrFieldRead = static_cast<int>(0xE0000315);
 
 // The scalar entry, when there is one, is a list of one; else a non-empty list entry.
 template <typename T>
-bool ReadField(const std::string& key,
-               const std::unordered_map<std::string, T>& scalars,
+bool ReadField(const std::string& key, const std::unordered_map<std::string, T>& scalars,
                const std::unordered_map<std::string, std::vector<T>>& lists, std::vector<T>& out) {
     auto scalar = scalars.find(key);
     if (scalar != scalars.end()) {
@@ -111,31 +110,43 @@ int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& i
         }
         inputIndex += static_cast<int>(fieldCount);
 
-        std::vector<std::unique_ptr<CFormatter>> cells;
-        cells.reserve(static_cast<size_t>(rows) * fieldCount);
+        // The element type of every field list, told once rather than per cell.
+        std::vector<ElementKind> kinds(fieldCount, ElementKind::kNone);
+        for (size_t j = 0; j < fieldCount; ++j) {
+            const Any& list = lists[j];
+            kinds[j] = list.Is<IntList>()      ? ElementKind::kInt
+                       : list.Is<FloatList>()  ? ElementKind::kFloat
+                       : list.Is<StringList>() ? ElementKind::kString
+                                               : ElementKind::kNone;
+            if (rows > 0 && kinds[j] == ElementKind::kNone) {
+                FV2_ERR("no such typeid!!!\n");
+                return kErrUnexpectedList;
+            }
+        }
+
+        // Each cell's formatter is made, asked for its text and released in turn: the text is
+        // the same as from a list of all cells joined afterwards, without holding them all.
         static const std::string kNoSeparator;
         for (size_t r = 0; r < static_cast<size_t>(rows); ++r) {
             for (size_t j = 0; j < fieldCount; ++j) {
                 const std::string& format = fields[j].SubParam.type;
                 const bool last = (r + 1 == static_cast<size_t>(rows) && j + 1 == fieldCount);
                 const std::string& separator = last ? kNoSeparator : fields[j].Separator;
-                const Any& list = lists[j];
-                if (list.Is<IntList>()) {
-                    cells.push_back(CellOf<int>(list, r, format, separator));
-                } else if (list.Is<FloatList>()) {
-                    cells.push_back(CellOf<float>(list, r, format, separator));
-                } else if (list.Is<StringList>()) {
-                    cells.push_back(CellOf<std::string>(list, r, format, separator));
-                } else {
-                    FV2_ERR("no such typeid!!!\n");
-                    return kErrUnexpectedList;
+                std::unique_ptr<CFormatter> cell;
+                switch (kinds[j]) {
+                    case ElementKind::kInt:
+                        cell = CellOf<int>(lists[j], r, format, separator);
+                        break;
+                    case ElementKind::kFloat:
+                        cell = CellOf<float>(lists[j], r, format, separator);
+                        break;
+                    default:
+                        cell = CellOf<std::string>(lists[j], r, format, separator);
+                        break;
                 }
+                text += cell->format();
+                text += cell->m_strSeparator;
             }
-        }
-
-        for (const auto& cell : cells) {
-            text += cell->format();
-            text += cell->m_strSeparator;
         }
     }
 
