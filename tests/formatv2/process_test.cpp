@@ -289,11 +289,19 @@ TEST_F(ProcessTest, InputsPastTheSubscriptionTableAreNotResolved) {
     EXPECT_EQ(Count(kErr, "get subsribe[] int data err."), 1);
 }
 
+// Without an output frame a joined text is still built; an item's own output cannot be sent.
 TEST_F(ProcessTest, NullOutputFrameIsNeverWritten) {
-    ASSERT_EQ(Load(Config({Row("a", "1:a:p:0:%d"), Row("c", "t", 3, 1)}, 1)), 0);
-    Feed(0, std::vector<int>{1});
-    out.frame = nullptr;
-    EXPECT_EQ(Run(), 0);
-    EXPECT_EQ(M().ConcatText, "1t");
-    EXPECT_EQ(standin::ResultCalls().back().frame, nullptr);
+    for (int concat : {1, 0}) {
+        SCOPED_TRACE(concat);
+        ASSERT_EQ(
+            Load(Config({Row("a", "1:a:p:0:%d", concat ? 3 : 1), Row("c", "t", 3, 1)}, concat)), 0);
+        Feed(0, std::vector<int>{1});
+        out.frame = nullptr;
+        fv2test::Logs().clear();
+        EXPECT_EQ(Run(), concat ? 0 : int(0xC0000221));
+        EXPECT_EQ(M().ConcatText, concat ? "1t" : "");
+        EXPECT_EQ(Count(kErr, "[CombineSubOutputValue] occur error:(0xc0000221)", 682), !concat);
+        EXPECT_EQ(standin::ResultCalls().back().frame, nullptr);
+        EXPECT_EQ(standin::ResultCalls().back().a, concat);
+    }
 }
