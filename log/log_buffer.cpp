@@ -119,8 +119,8 @@ log_buf_item item_of(const unsigned char* record) {
 
 RingView ring_view() {
     const Ring& r = g_ring;
-    auto offset = [&r](const unsigned char* p) {
-        return p ? static_cast<long>(p - r.buffer) : -1L;
+    auto offset = [base = r.buffer](const unsigned char* p) {
+        return p ? static_cast<long>(p - base) : -1L;
     };
     return RingView{r.buffer, r.end, r.write, r.read, offset(r.head), offset(r.tail)};
 }
