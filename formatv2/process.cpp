@@ -2,7 +2,6 @@
 #include <time.h>
 
 #include <cstdint>
-#include <exception>
 
 #include "formatv2/formatv2.h"
 #include "formatv2/module_log.h"
@@ -13,8 +12,8 @@ namespace {
 constexpr int kErrNoInputFrame = static_cast<int>(0xE000000A);
 constexpr int kErrNoImgMode = -1;
 constexpr int kErrNoItems = static_cast<int>(0xC0000109);
-// What the standard library may throw (in practice only bad_alloc) ends the run with this
-// status instead of crossing into the host.
+// Whatever is thrown during a run (in practice bad_alloc) ends it with this status instead
+// of crossing into the host.
 constexpr int kErrNoMemory = static_cast<int>(0xE000000A);
 
 // The monotonic clock in milliseconds, to the nearest, halves up.
@@ -32,15 +31,23 @@ int CFormatV2Module::Process(void* input, void* output) {
     int status = 0;
     try {
         status = RunItems(input, output);
-    } catch (const std::exception&) {
+    } catch (...) {
         status = kErrNoMemory;
     }
 
-    FV2_INFO_AT(536, "formatv2 Process end, status : %d\n", status);
-    UpProcessTime();
+    // The end of the run is reached from every path, and nothing may escape into the host:
+    // not even from a log callback or a host service. Each step is tried on its own.
+    try {
+        FV2_INFO_AT(536, "formatv2 Process end, status : %d\n", status);
+    } catch (...) {
+    }
+    try {
+        UpProcessTime();
+    } catch (...) {
+    }
     try {
         SendOutputParam(output, status);
-    } catch (const std::exception&) {
+    } catch (...) {
         // The display output is best effort; the run's status stands.
     }
     return status;
