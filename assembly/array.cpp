@@ -1,5 +1,5 @@
 // Array items: every field's list is read first, then the lists are laid out row by row
-// (element 0 of every field, then element 1, ...) and every cell is formatted by its field's
+// (element 0 of every field, then element 1, ...) and every cell is formatted by its own
 // formatter. Each cell is followed by its field's separator, except the very last one.
 #include <algorithm>
 
@@ -31,16 +31,12 @@ bool ReadField(const std::string& key, const std::unordered_map<std::string, T>&
     return false;
 }
 
-// A field's cells share one formatter, given each element in turn: a formatter's text depends
-// only on its format text and its value, so the texts are those of one formatter per cell,
-// without making and releasing a formatter (and copying its texts) for every cell.
-template <typename T, typename Formatter>
-void AppendCell(std::string& text, const Any& list, CFormatter& formatter, size_t row) {
+template <typename T>
+std::unique_ptr<CFormatter> CellOf(const Any& list, size_t row, const std::string& format,
+                                   const std::string& separator) {
     const auto& values = static_cast<const Any::Derived<std::vector<T>>*>(list.holder.get())->value;
-    // Past the end of its list a field's cell is the empty text.
-    if (row >= values.size()) return;
-    static_cast<Formatter&>(formatter).m_value = values[row];
-    text += formatter.format();
+    if (row < values.size()) return createFormatter<T>(values[row], format, separator);
+    return createFormatter<std::string>(std::string(), format, separator);
 }
 
 }  // namespace
@@ -114,45 +110,42 @@ int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& i
         }
         inputIndex += static_cast<int>(fieldCount);
 
-        // Every field's element type is told, and its formatter made, once.
+        // The element type of every field list, told once rather than per cell.
         std::vector<ElementKind> kinds(fieldCount, ElementKind::kNone);
-        std::vector<std::unique_ptr<CFormatter>> formatters(fieldCount);
-        for (size_t j = 0; j < fieldCount && rows > 0; ++j) {
+        for (size_t j = 0; j < fieldCount; ++j) {
             const Any& list = lists[j];
-            const std::string& format = fields[j].SubParam.type;
-            if (list.Is<IntList>()) {
-                kinds[j] = ElementKind::kInt;
-                formatters[j] = createFormatter<int>(0, format, std::string());
-            } else if (list.Is<FloatList>()) {
-                kinds[j] = ElementKind::kFloat;
-                formatters[j] = createFormatter<float>(0.0f, format, std::string());
-            } else if (list.Is<StringList>()) {
-                kinds[j] = ElementKind::kString;
-                formatters[j] = createFormatter<std::string>(std::string(), format, std::string());
-            } else {
+            kinds[j] = list.Is<IntList>()      ? ElementKind::kInt
+                       : list.Is<FloatList>()  ? ElementKind::kFloat
+                       : list.Is<StringList>() ? ElementKind::kString
+                                               : ElementKind::kNone;
+            if (rows > 0 && kinds[j] == ElementKind::kNone) {
                 FV2_ERR("no such typeid!!!\n");
                 return kErrUnexpectedList;
             }
         }
 
+        // Each cell's formatter is made, asked for its text and released in turn: the text is
+        // the same as from a list of all cells joined afterwards, without holding them all.
+        static const std::string kNoSeparator;
         for (size_t r = 0; r < static_cast<size_t>(rows); ++r) {
             for (size_t j = 0; j < fieldCount; ++j) {
-                CFormatter& formatter = *formatters[j];
+                const std::string& format = fields[j].SubParam.type;
+                const bool last = (r + 1 == static_cast<size_t>(rows) && j + 1 == fieldCount);
+                const std::string& separator = last ? kNoSeparator : fields[j].Separator;
+                std::unique_ptr<CFormatter> cell;
                 switch (kinds[j]) {
                     case ElementKind::kInt:
-                        AppendCell<int, IntFormatter>(text, lists[j], formatter, r);
+                        cell = CellOf<int>(lists[j], r, format, separator);
                         break;
                     case ElementKind::kFloat:
-                        AppendCell<float, FloatFormatter>(text, lists[j], formatter, r);
+                        cell = CellOf<float>(lists[j], r, format, separator);
                         break;
                     default:
-                        AppendCell<std::string, StringFormatter>(text, lists[j], formatter, r);
+                        cell = CellOf<std::string>(lists[j], r, format, separator);
                         break;
                 }
-                // Every cell but the very last is followed by its field's separator.
-                if (r + 1 < static_cast<size_t>(rows) || j + 1 < fieldCount) {
-                    text += fields[j].Separator;
-                }
+                text += cell->format();
+                text += cell->m_strSeparator;
             }
         }
     }
