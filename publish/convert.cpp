@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "format/formatter.h"
@@ -65,13 +66,14 @@ auto& ListOf(const std::shared_ptr<CScFrame>& frame, Table CScFrame::*table,
 
 // An index inside the stored list overwrites its element; any other index, negative ones
 // included, appends.
-template <typename T>
-void StoreAt(std::vector<T>& list, const T& value, int index) {
+// Returns the stored element.
+template <typename T, typename V>
+const T& StoreAt(std::vector<T>& list, V&& value, int index) {
     if (index >= 0 && static_cast<size_t>(index) < list.size()) {
-        list[static_cast<size_t>(index)] = value;
-    } else {
-        list.push_back(value);
+        return list[static_cast<size_t>(index)] = std::forward<V>(value);
     }
+    list.push_back(std::forward<V>(value));
+    return list.back();
 }
 
 // Removing a match and searching on from the removal point never looks back at what came
@@ -140,16 +142,19 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
                     }
                 }
 
-                text = item.StrPrefix + text + item.StrSuffix;
+                // Decorated in place: an array item's text can be kilobytes long.
+                text.insert(0, item.StrPrefix).append(item.StrSuffix);
                 if (!item.StrDelete.empty()) text = DeleteAll(text, item.StrDelete);
 
                 if (StrConcateEnable != 0) {
                     ConcatText += text;
                     return 0;
                 }
-                StoreAt(ListOf(frame, &CScFrame::StringListTable, item.ParamName), text, index);
+                const std::string& stored = StoreAt(
+                    ListOf(frame, &CScFrame::StringListTable, item.ParamName), std::move(text),
+                    index);
                 // A lone carriage return is a line-break symbol: kept in the output, not shown.
-                if (text != "\r") show(text);
+                if (stored != "\r") show(stored);
                 return 0;
             } catch (...) {
                 FV2_ERR_AT(597, "Subscribe param:[%s] value convert to [string] failed.\n",
