@@ -50,7 +50,7 @@ namespace {
 enum Elem { kInt, kFloat, kText };
 
 // One configured item as both the module and the floor see it.
-struct Spec {
+struct ItemPlan {
     const char* name;
     int kind;          // 1 subscribed value, 2 symbol, 3 array, 4 custom text
     const char* text;  // subscription text ("1:algo:param:index:type"), symbol or custom text
@@ -61,7 +61,7 @@ struct Spec {
     const char* del = "";
 };
 
-const std::vector<Spec> kSpecs = {
+const std::vector<ItemPlan> kItemPlans = {
     {"count", 1, "1:blob:count:*:%d", 1},
     {"width", 1, "1:blob:width:0:%5d", 3, 0, -1, "W=", "px"},
     {"scores", 1, "1:blob:score:*:%f", 2},
@@ -120,7 +120,7 @@ struct Sources {
 
 std::string Json() {
     std::vector<std::string> rows;
-    for (const Spec& s : kSpecs) {
+    for (const ItemPlan& s : kItemPlans) {
         const std::string extra =
             (s.truncLen >= 0
                  ? "\"StrTruncEnable\":1,\"StrTruncStart\":" + std::to_string(s.truncStart) +
@@ -187,7 +187,7 @@ void AppendFloat(std::string& out, float v, const Format& f) {
 }
 
 struct Plan {  // one item, resolved once
-    const Spec* spec;
+    const ItemPlan* plan;
     Elem elem;
     int index;  // -1: all elements
     Format format;
@@ -199,7 +199,7 @@ struct Plan {  // one item, resolved once
 std::vector<Plan> MakePlans(const Sources& src) {
     std::vector<Plan> plans;
     size_t input = 0;
-    for (const Spec& s : kSpecs) {
+    for (const ItemPlan& s : kItemPlans) {
         Plan p{&s, kText, -1, {}, {}, {}, {}};
         if (s.kind == 1) {
             const std::string type = TypeOf(s.text), index = IndexOf(s.text);
@@ -220,7 +220,7 @@ std::vector<Plan> MakePlans(const Sources& src) {
     return plans;
 }
 
-std::string Decorate(const Spec& s, std::string text) {
+std::string Decorate(const ItemPlan& s, std::string text) {
     if (s.truncLen >= 0) {
         text = s.truncStart < static_cast<int>(text.size())
                    ? text.substr(static_cast<size_t>(s.truncStart), static_cast<size_t>(s.truncLen))
@@ -241,7 +241,7 @@ void Floor(const std::vector<Plan>& plans, CScFrame& out) {
     auto* pubs = out.getData<DynamicPubRecords>("DynamicPub", true);
     std::string text;
     for (const Plan& p : plans) {
-        const Spec& s = *p.spec;
+        const ItemPlan& s = *p.plan;
         shown.append("\n").append(s.name).append(":");
         // Each value as int, float or text, sent to the item's list and the display text.
         auto send = [&](Elem e, int i, float f, const std::string* t) {
@@ -355,7 +355,7 @@ struct Workload {
         log_set_priority(-1, LOG_LEVEL_WARN);
         const int counts[] = {8, 2, 4, 2, 3, 1, 3, 4, 1, 5};
         int seed = 1;
-        for (const Spec& s : kSpecs) {
+        for (const ItemPlan& s : kItemPlans) {
             if (s.kind == 1) sources.Add(ElemOf(TypeOf(s.text)), counts[seed - 1], seed), ++seed;
         }
         for (const Field& f : kFields) sources.Add(ElemOf(TypeOf(f.text)), kRows, seed++);
