@@ -23,7 +23,7 @@ TEST(ModuleLibrary, LoadsAndCreatesThroughPlainNames) {
         EXPECT_NE(dlsym(library, name), nullptr) << name;
     }
     // Internals stay hidden.
-    EXPECT_EQ(dlsym(library, "_Z20FloatToStringGeneralfi"), nullptr);
+    EXPECT_EQ(dlsym(library, "_Z20FloatToStringGeneralB5cxx11fi"), nullptr);
 
     CAbstractUserModule* module = create();
     ASSERT_NE(module, nullptr);
