@@ -122,6 +122,10 @@ bool ReadRun(const cJSON* run, const std::string& scenarioPath, RunSpec& out, st
         out.imgMode = mode->valueint;
     }
     if (const cJSON* values = cJSON_GetObjectItemCaseSensitive(run, "values")) {
+        if (!cJSON_IsObject(values)) {
+            error = "\"values\" must be an object keyed \"publisher:output\"";
+            return false;
+        }
         for (const cJSON* v = values->child; v != nullptr; v = v->next) {
             Value value;
             if (!ReadValue(v, value, error)) {
@@ -133,7 +137,10 @@ bool ReadRun(const cJSON* run, const std::string& scenarioPath, RunSpec& out, st
     }
     if (const cJSON* config = cJSON_GetObjectItemCaseSensitive(run, "replace_config")) {
         std::string text;
-        if (!ReadConfig(config, scenarioPath, text, error)) return false;
+        if (!ReadConfig(config, scenarioPath, text, error)) {
+            error = "\"replace_config\": " + error;
+            return false;
+        }
         out.newConfig = text;
     }
     if (const cJSON* param = cJSON_GetObjectItemCaseSensitive(run, "set_param")) {
@@ -210,6 +217,7 @@ bool LoadScenario(const std::string& path, Scenario& out, std::string& error) {
         out.algoId = id->valueint;
     }
     if (const cJSON* params = cJSON_GetObjectItemCaseSensitive(root.get(), "params")) {
+        if (!cJSON_IsArray(params)) return fail("\"params\" must be a list");
         static const std::pair<const char*, int> kTypes[] = {
             {"int", 1}, {"float", 2}, {"string", 3}};
         for (const cJSON* p = params->child; p != nullptr; p = p->next) {
