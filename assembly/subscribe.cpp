@@ -55,11 +55,12 @@ static int FetchSubscribed(CFormatV2Module& module, void* frame, DataSection& se
                 index.c_str());
         return kErrNotDelivered;
     }
-    // The count is checked against the list really delivered, never only trusted.
+    // The count is checked against the list really delivered, never only trusted. The
+    // highest valid number is worked out in 64 bits: a host may report any count, INT_MIN too.
     const int available = std::min(count, static_cast<int>(elements.size()));
     if (number < 0 || number >= available) {
-        FV2_ERR("Sunscribe data [%s], index [%d] out of range [%d]\n", inputName.c_str(), number,
-                available - 1);
+        FV2_ERR("Sunscribe data [%s], index [%d] out of range [%lld]\n", inputName.c_str(), number,
+                static_cast<long long>(available) - 1);
         return kErrNotDelivered;
     }
     section.Value = std::vector<T>{elements[static_cast<size_t>(number)]};
