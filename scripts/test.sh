@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test: native, AddressSanitizer+UBSan, ThreadSanitizer, and armhf under
-# qemu. Installs what is missing first. Exits non-zero on the first failure.
+# qemu, then each fuzz target for a minute. Installs what is missing first. Exits non-zero on
+# the first failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,4 +14,6 @@ for preset in release asan tsan armhf; do
   cmake --build --preset "${preset}" -j "${jobs}"
   ctest --preset "${preset}" -j "${jobs}"
 done
+echo "=== fuzz: each target for a short fixed time ==="
+bash scripts/fuzz.sh
 echo "=== all test suites passed ==="
