@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "tests/formatv2/run_fixture.h"
+#include "support/fixture.h"
 
 namespace {
 long g_allocations = 0;
@@ -27,22 +27,18 @@ void operator delete(void* p, std::size_t) noexcept {
     std::free(p);
 }
 
-using fv2test::Row;
+using namespace fv2test;
+using NoThrow = Fixture;
 
-class NoThrowTest : public fv2test::RunTest {};
-
-TEST_F(NoThrowTest, EveryAllocationFailureEndsTheRunWithAStatus) {
+TEST_F(NoThrow, EveryAllocationFailureEndsTheRunWithAStatus) {
     for (int concat : {0, 1}) {
-        ASSERT_EQ(Load(fv2test::Config(
-                      {Row("a", "1:a:p:*:%d", concat ? 3 : 1), Row("c", "\\r\\n"),
-                       fv2test::ArrayRow("arr", {{"1:a:q:*:%3.1f", ","}, {"1:a:r:*:%s", ";"}}),
-                       Row("s", "1:a:t:0:%s", 3, 0, "\"StrPrefix\":\"<\",\"StrDelete\":\"x\",")},
-                      concat)),
-                  0);
-        Feed(0, std::vector<int>{1, 2});
-        Feed(1, std::vector<float>{1.5f, 2.5f});
-        Feed(2, std::vector<std::string>{"u", "v", "w"});
-        Feed(3, std::vector<std::string>{"xyz"});
+        ASSERT_EQ(
+            Load(Config({Row("a", "1:a:p:*:%d", concat ? 3 : 1), Row("c", "\\r\\n"),
+                         ArrayRow("arr", {{"1:a:q:*:%3.1f", ","}, {"1:a:r:*:%s", ";"}}),
+                         Row("s", "1:a:t:0:%s", 3, 0, "\"StrPrefix\":\"<\",\"StrDelete\":\"x\",")},
+                        concat)),
+            0);
+        FeedAll(Ints{1, 2}, Floats{1.5f, 2.5f}, Strings{"u", "v", "w"}, Strings{"xyz"});
         long failures = 0;
         for (long n = 1;; ++n) {
             out.frame = std::make_shared<CScFrame>();
@@ -57,7 +53,7 @@ TEST_F(NoThrowTest, EveryAllocationFailureEndsTheRunWithAStatus) {
         EXPECT_GT(failures, 0);
         out.frame = std::make_shared<CScFrame>();
         ASSERT_EQ(Run(), 0);  // and the module still works afterwards
-        const std::string expected = "\na:1 2 \nc:\r\n \narr:001.5,u;002.5,v;,w \ns:<yz ";
-        EXPECT_EQ(Shown(), concat ? "\nall:12\r\n001.5,u;002.5,v;,w<yz" : expected);
+        EXPECT_EQ(Shown(), concat ? "\nall:12\r\n001.5,u;002.5,v;,w<yz"
+                                  : "\na:1 2 \nc:\r\n \narr:001.5,u;002.5,v;,w \ns:<yz ");
     }
 }

@@ -1,0 +1,132 @@
+// The shared fixture: a module made by CreateModule, placed in the working directory "/wd" of
+// a private file tree (the stand-in host resolves absolute paths below it), run handles of
+// the stand-in host, and the module's log lines as the logging callback receives them.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "formatv2/formatv2.h"
+#include "host/standin/standin.h"
+#include "log/log.h"
+#include "support/config_text.h"
+
+namespace fv2test {
+
+using Ints = std::vector<int>;
+using Floats = std::vector<float>;
+using Strings = std::vector<std::string>;
+constexpr int kInfo = LOG_LEVEL_INFO, kWarn = LOG_LEVEL_WARN, kErr = LOG_LEVEL_ERR;
+
+// Every line the module logged, with its level, as the library finished it.
+inline std::vector<std::pair<int, std::string>> g_logs;
+
+// The lines of level (0: all) as "NNNN: message" (numbered) or "message", colour reset cut.
+inline Strings Log(int level = 0, bool numbered = false) {
+    Strings out;
+    for (const auto& [lineLevel, line] : g_logs) {
+        const size_t from = line.find(".cpp:") + (numbered ? 5 : 11), reset = line.rfind("\033[0m");
+        if (level == 0 || lineLevel == level) out.push_back(line.substr(from, reset - from));
+    }
+    return out;
+}
+
+// Lines of level holding text; with line > 0 they must also carry that line number.
+inline int Count(int level, const std::string& text, int line = 0) {
+    int n = 0;
+    for (const std::string& l : Log(level, true)) {
+        n += l.find(text) != std::string::npos && (line == 0 || std::stoi(l) == line);
+    }
+    return n;
+}
+
+// A Value as "i:1,2", "f:1.5", "s:a,b", or "-" when empty.
+inline std::string Describe(const Any& value) {
+    Any v(value);
+    std::ostringstream out;
+    auto join = [&out](const char* tag, const auto& list) {
+        out << tag;
+        for (size_t i = 0; i < list.size(); ++i) out << (i ? "," : "") << list[i];
+    };
+    if (v.Is<IntList>()) join("i:", v.AnyCast<IntList>());
+    if (v.Is<FloatList>()) join("f:", v.AnyCast<FloatList>());
+    if (v.Is<StringList>()) join("s:", v.AnyCast<StringList>());
+    return v.holder ? out.str() : "-";
+}
+
+class Fixture : public ::testing::Test {
+  protected:
+    static constexpr const char* kConfig = "/wd/algo_private.json";
+    static constexpr const char* kDefault = "/mnt/app/zrs_so/so/formatv2/json/algo_private.json";
+
+    void SetUp() override {
+        char dir[] = "/tmp/fv2test.XXXXXX";
+        ASSERT_NE(mkdtemp(dir), nullptr);
+        root = dir;
+        standin::Reset();
+        standin::SetFsRoot(root);
+        std::filesystem::create_directories(root + "/wd");
+        log_set_priority(-1, LOG_LEVEL_OFF);  // nothing printed; the callback sees every line
+        log_set_callbacker(0, [](int, int level, int, const char* line, int len) {
+            g_logs.emplace_back(level, std::string(line, static_cast<size_t>(len)));
+            return 0;
+        });
+        m = static_cast<CFormatV2Module*>(CreateModule());
+        m->SetModuleId(5);
+        ASSERT_EQ(m->SetPwd("/wd"), 0);
+        in.frame = std::make_shared<CScFrame>();
+        in.frame->IntTable["SINGLE_img_mode"] = 0;
+        g_logs.clear();
+    }
+    void TearDown() override {
+        DestroyModule(nullptr, m);
+        log_set_callbacker(0, nullptr);
+        standin::Reset();
+        std::filesystem::remove_all(root);
+    }
+
+    // Files by their device path (below the root).
+    void Write(const std::string& text, const std::string& path = kConfig) {
+        std::filesystem::create_directories(std::filesystem::path(root + path).parent_path());
+        std::ofstream(root + path, std::ios::binary) << text;
+    }
+    int Load(const std::string& text) {
+        Write(text);
+        return m->GetSubParamList();
+    }
+    // The item names in list order, each followed by ";".
+    std::string Names() const {
+        std::string names;
+        for (const DataSection& item : m->SubParamList) names += item.ParamName + ";";
+        return names;
+    }
+
+    // Binds input "input<n>" to a source frame holding the values as a list under "k".
+    std::shared_ptr<CScFrame> Bind(int n) {
+        auto source = std::make_shared<CScFrame>();
+        in.Bind("input" + std::to_string(n), source, "k");
+        return source;
+    }
+    void Feed(int n, const Ints& v) { Bind(n)->IntListTable["k"] = v; }
+    void Feed(int n, const Floats& v) { Bind(n)->FloatListTable["k"] = v; }
+    void Feed(int n, const Strings& v) { Bind(n)->StringListTable["k"] = v; }
+    // Feeds inputs 0, 1, ... in turn.
+    template <typename... Lists>
+    void FeedAll(const Lists&... lists) {
+        int n = 0;
+        (Feed(n++, lists), ...);
+    }
+    int Run() { return m->Process(in.handle(), out.handle()); }
+    std::string Shown() { return out.frame->StringTable["SINGLE_show_text_en"]; }
+
+    std::string root;
+    CFormatV2Module* m = nullptr;
+    standin::InputHandle in;
+    standin::OutputHandle out;
+};
+
+}  // namespace fv2test
