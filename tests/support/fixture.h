@@ -44,6 +44,15 @@ inline int Count(int level, const std::string& text, int line = 0) {
     return n;
 }
 
+// The lines logged under the given line numbers, in order: "NNNN: message" or just "NNNN ".
+inline std::string Fixed(std::initializer_list<int> numbers, bool messages = true) {
+    std::string all;
+    for (const std::string& l : Log(0, true)) {
+        for (int n : numbers) all += std::stoi(l) != n ? "" : messages ? l : l.substr(0, 4) + " ";
+    }
+    return all;
+}
+
 // A Value as "i:1,2", "f:1.5", "s:a,b", or "-" when empty.
 inline std::string Describe(const Any& value) {
     Any v(value);
