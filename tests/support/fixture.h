@@ -35,12 +35,10 @@ inline Strings Log(int level = 0, bool numbered = false) {
     return out;
 }
 
-// Lines of level holding text; with line > 0 they must also carry that line number.
-inline int Count(int level, const std::string& text, int line = 0) {
+// Lines of level holding text; a text may start with the line number ("0490: ...").
+inline int Count(int level, const std::string& text) {
     int n = 0;
-    for (const std::string& l : Log(level, true)) {
-        n += l.find(text) != std::string::npos && (line == 0 || std::stoi(l) == line);
-    }
+    for (const std::string& line : Log(level, true)) n += line.find(text) != std::string::npos;
     return n;
 }
 
