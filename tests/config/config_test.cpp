@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <functional>
+#include <tuple>
 
 #include "support/fixture.h"
 
@@ -92,8 +93,9 @@ TEST_F(Cfg, Initialisation) {
               "4| Info | 005formatv2 | formatv2.cpp:0951: func init start\n6\033[31m| Err  | "
               "005formatv2 | formatv2.cpp:0956: resultManage SetModuleType failed, nErrCode = "
               "0x77\r\n\033[0m4| Info | 005formatv2 | formatv2.cpp:0975: func init end\r\n");
-    for (const auto& call : standin::ResultCalls())
+    for (const auto& call : standin::ResultCalls()) {
         EXPECT_EQ(call.op + std::to_string(call.a), "SetModuleType1");
+    }
     EXPECT_EQ(standin::ResultCalls().size(), 7u);
     EXPECT_STREQ(m->AlgoModuleName, "formatv2");
     MODULE_DEBUG_INFO info;
@@ -209,36 +211,53 @@ TEST_F(Cfg, KeysIgnoreCaseAndTheFirstOfTwoCounts) {
 }
 
 // Malformed files are refused with a status and a message, and a good file read next works.
-// At most 127 subscriptions are accepted; the refusal names 128 as the limit.
-TEST_F(Cfg, BadInputIsRefusedHarmlessly) {
+// At most 127 subscriptions are accepted, the refusal naming 128 as the limit; the publish
+// table takes host entries + 1 + items <= 128 records.
+TEST_F(Cfg, BadInputAndLimits) {
     const std::string head =
         R"({"ModuleName":"","StrConcateEnable":0,"ParamName":"","SubParamList":)";
     const std::string n(1000, 'n');
     const std::pair<std::string, std::string> field{"1:m:p:*:%d", ","};
-    const std::pair<std::string, std::string> cases[] = {
+    Strings texts;  // custom texts
+    for (int i = 0; i < 128; ++i) texts.push_back(Row("i" + std::to_string(i), "x", 3, 1));
+    auto items = [&texts](int count) {
+        return Config(Strings(texts.begin(), texts.begin() + count));
+    };
+    const std::string room = "The dynamic publish table needs 129 records, more than its 128.\n";
+    const std::tuple<int, std::string, std::string> cases[] = {
+        // host entries, text, first Err line
         // clang-format off
-        {"", "cJSON parse Error: \n"},
-        {R"({"ModuleName":"x","StrConc)", "cJSON parse Error: StrConc\n"},
-        {std::string("\x7f\x00\xff{}", 5), "cJSON parse Error: \x7f\n"},
-        {"[1,2]", "FillJsonValue [ModuleName] falied.\n"},
-        {"\"text\"", "FillJsonValue [ModuleName] falied.\n"},
+        {0, "", "cJSON parse Error: \n"},
+        {0, R"({"ModuleName":"x","StrConc)", "cJSON parse Error: StrConc\n"},
+        {0, std::string("\x7f\x00\xff{}", 5), "cJSON parse Error: \x7f\n"},
+        {0, "[1,2]", "FillJsonValue [ModuleName] falied.\n"},
+        {0, "\"text\"", "FillJsonValue [ModuleName] falied.\n"},
         // Past cJSON's nesting limit; the log line is cut at 463 characters.
-        {std::string(100000, '[') + std::string(100000, ']'), "cJSON parse Error: " + std::string(397, '[')},
-        {head + "[1]}", "FillJsonValue [SubParamStr] falied.\n"},
-        {head + "{}}", "cJSON_GetObjectItem SubParamList failed\n"},
-        {Config({Row("h", "1:a:p:0:%d", 3, 0, R"("ConvertType":1e300,)")}), "Unsupported convert type: 2147483647\n"},
-        {Config({Row("h", "x", 3, 0, R"("IsCustomEdit":-1e300,)")}), "Unsupported DATA type: [-2147483648]\n"},
-        {Config({Row("h", "x", 3, 1, R"("StrTruncLen":1e300,)")}), ""},
-        {Config({Row(n, "1:" + n + ":" + n + ":0:%d")}), ""},
-        {Config({ArrayRow("a", {127, field})}), ""},
-        {Config({ArrayRow("a", {128, field})}), "The number of subscribes exceeds the upper limit 128 > 128.\n"},
+        {0, std::string(100000, '[') + std::string(100000, ']'), "cJSON parse Error: " + std::string(397, '[')},
+        {0, head + "[1]}", "FillJsonValue [SubParamStr] falied.\n"},
+        {0, head + "{}}", "cJSON_GetObjectItem SubParamList failed\n"},
+        {0, Config({Row("h", "1:a:p:0:%d", 3, 0, R"("ConvertType":1e300,)")}), "Unsupported convert type: 2147483647\n"},
+        {0, Config({Row("h", "x", 3, 0, R"("IsCustomEdit":-1e300,)")}), "Unsupported DATA type: [-2147483648]\n"},
+        {0, Config({Row("h", "x", 3, 1, R"("StrTruncLen":1e300,)")}), ""},
+        {0, Config({Row(n, "1:" + n + ":" + n + ":0:%d")}), ""},
+        {0, Config({ArrayRow("a", {127, field})}), ""},
+        {0, Config({ArrayRow("a", {128, field})}), "The number of subscribes exceeds the upper limit 128 > 128.\n"},
+        {0, items(127), ""}, {0, items(128), room}, {2, items(125), ""}, {2, items(126), room}, {128, Config({}), room},
         // clang-format on
     };
-    for (const auto& [text, message] : cases) {  // message: the first Err line, "" for none
+    DYNAMIC_PUBLISH_PARAM host{};
+    for (const auto& [hosts, text, message] : cases) {
         SCOPED_TRACE(text.substr(0, 60));
+        standin::SetHostPubEntries(std::vector<DYNAMIC_PUBLISH_PARAM>(hosts, host));
         g_logs.clear();
+        // A table refusal's message begins with "The".
         EXPECT_EQ(Load(text), message.empty() ? 0 : message[0] == 'T' ? kTableRefused : kRefused);
         EXPECT_EQ(Log(kErr).empty() ? "" : Log(kErr)[0], message);
+        if (message == room) {
+            EXPECT_EQ(BytesOf(m->DynamicPubList),
+                      Bytes(sizeof m->DynamicPubList, 0));  // refused whole
+        }
+        standin::SetHostPubEntries({});
         EXPECT_EQ(Load(Config({Row("ok", "1:a:p:0:%d")})), 0);
         EXPECT_EQ(Names() + std::to_string(m->DynamicSubList.nNum * 10 + m->DynamicPubList.nNum),
                   "ok;12");
@@ -295,31 +314,6 @@ TEST_F(Cfg, TableRecords) {
     EXPECT_EQ(BytesOf(pub), Bytes(sizeof pub, 0xAA));
     EXPECT_EQ(m->GetDynamicSingleSubScribeParam(0, nullptr), kBadArgument);
     EXPECT_EQ(m->GetDynamicSinglePublishParam(0, nullptr), kBadArgument);
-}
-
-// The publish table takes host entries + 1 + items <= 128 records; more refuses it whole.
-TEST_F(Cfg, PublishRoom) {
-    DYNAMIC_PUBLISH_PARAM host{};
-    std::strcpy(host.param_name, "h");
-    for (const auto& [hosts, items] : {std::pair{0, 127}, {0, 128}, {2, 125}, {2, 126}, {128, 0}}) {
-        const int needed = hosts + 1 + items;
-        SCOPED_TRACE(needed);
-        standin::SetHostPubEntries(std::vector<DYNAMIC_PUBLISH_PARAM>(hosts, host));
-        Strings rows;  // custom texts
-        for (int i = 0; i < items; ++i) rows.push_back(Row("i" + std::to_string(i), "x", 3, 1));
-        g_logs.clear();
-        EXPECT_EQ(Load(Config(rows)), needed <= 128 ? 0 : kTableRefused);
-        if (needed <= 128) {
-            EXPECT_EQ(
-                m->DynamicPubList.params[127].param_name + std::to_string(m->DynamicPubList.nNum),
-                (items ? "i" + std::to_string(items - 1) : "all") + "128");
-        } else {
-            EXPECT_EQ(BytesOf(m->DynamicPubList), Bytes(sizeof m->DynamicPubList, 0));
-            EXPECT_THAT(Log(kErr),
-                        testing::ElementsAre(testing::HasSubstr("needs " + std::to_string(needed)),
-                                             "update dynamic publish info err:0xe0000001\n"));
-        }
-    }
 }
 
 // The command re-reads the file and is not stored; other letter case is an ordinary parameter.
