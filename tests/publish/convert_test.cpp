@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cmath>
-#include <limits>
+#include <iomanip>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <tuple>
+#include <variant>
 #include <vector>
 
 #include "formatv2/formatv2.h"
@@ -12,146 +14,130 @@
 
 namespace {
 
-constexpr int kNotConvertible = static_cast<int>(0xC0000221);
-constexpr int kUnknownType = static_cast<int>(0xE000001C);
+constexpr int kBad = static_cast<int>(0xC0000221), kUnknown = static_cast<int>(0xE000001C);
+constexpr auto kInt = FORMAT_V2_VARIATE_INT, kFloat = FORMAT_V2_VARIATE_FLOAT;
+constexpr auto kText = FORMAT_V2_VARIATE_STRING;
+using Value = std::variant<int, float, std::string>;
 
-std::vector<std::string>& Lines() {
-    static std::vector<std::string> lines;
-    return lines;
-}
-
-int Catch(int, int, int, const char* line, int length) {
-    Lines().emplace_back(line, static_cast<size_t>(length));
+std::string g_logged;  // "NNNN: message" of every logged line, colours and prefix cut off
+int Catch(int, int, int, const char* line, int) {
+    const std::string text = line;
+    const size_t from = text.find("cpp:") + 4;
+    g_logged += text.substr(from, text.find("\033[0m") - from);
     return 0;
 }
+std::string Failed(int line, const char* type) {
+    return "0" + std::to_string(line) + ": Subscribe param:[out] value convert to [" + type +
+           "] failed.\n";
+}
+
+// The code, the stored element, the text shown and the log lines of one conversion.
+using Outcome = std::tuple<int, std::string, std::string, std::string>;
 
 class Convert : public ::testing::Test {
   protected:
     void SetUp() override {
-        Lines().clear();
         log_set_callbacker(4, Catch);
         item.ParamName = "out";
         item.SubParamStr = "3:cam:text:0:%s";
     }
-    void TearDown() override { log_set_callbacker(4, nullptr); }
-
-    // Values go at increasing positions, as output combination sends an item's list.
-    template <typename T>
-    int Send(FORMAT_V2_VARIATE_TYPE type, const T& value) {
-        return SendAt(type, value, position++);
-    }
-    template <typename T>
-    int SendAt(FORMAT_V2_VARIATE_TYPE type, const T& value, int index) {
-        item.ConvertType = type;
-        return module.ConvertAndSendOutputValue<T>(frame, item, value, index);
-    }
-    // The one line logged, which must name the source line and carry the message.
-    void ExpectLogged(int line, const std::string& message) {
-        ASSERT_EQ(Lines().size(), 1u);
-        char where[32];
-        std::snprintf(where, sizeof where, "formatv2.cpp:%04d: ", line);
-        EXPECT_NE(Lines()[0].find(where + message), std::string::npos) << Lines()[0];
-        Lines().clear();
+    Outcome Send(int type, const Value& value, int index = 0) {
+        g_logged.clear();
+        module.ShowTextEN = module.ShowTextCN = "";
+        item.ConvertType = static_cast<FORMAT_V2_VARIATE_TYPE>(type);
+        const int code = std::visit(
+            [&](const auto& v) { return module.ConvertAndSendOutputValue(frame, item, v, index); },
+            value);
+        EXPECT_EQ(module.ShowTextCN, module.ShowTextEN);
+        std::ostringstream stored;  // the last element of the item's list, floats with 9 digits
+        const auto last = [&stored](const auto& list) {
+            if (!list.empty()) stored << std::setprecision(9) << list.back();
+        };
+        if (frame) {
+            last(frame->IntListTable["out"]);
+            last(frame->FloatListTable["out"]);
+            last(frame->StringListTable["out"]);
+        }
+        return {code, stored.str(), module.ShowTextEN, g_logged};
     }
 
     CFormatV2Module module;
     std::shared_ptr<CScFrame> frame = std::make_shared<CScFrame>();
     DataSection item;
-    int position = 0;
 };
 
-TEST_F(Convert, ToInt) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_INT, 7), 0);
-    for (float v : {3.9f, -3.9f, nan, 3e9f, -3e9f, -0.5f})
-        EXPECT_EQ(Send(FORMAT_V2_VARIATE_INT, v), 0);
-    for (const char* v : {"12abc", "3.9", "  42", "-2147483648", "+0x10"}) {
-        EXPECT_EQ(Send(FORMAT_V2_VARIATE_INT, std::string(v)), 0) << v;
+TEST_F(Convert, ConvertsEachValueToTheItemsType) {
+    const std::string unknown = "0646: Subscribe param value convert to unknown type.\n";
+    item.SubParam.type = "%3.2f";  // read only where a number becomes a text
+    const struct {
+        int type;
+        std::vector<Value> values;
+        Outcome expected;
+    } rows[] = {
+        // To int: floats truncate and saturate, NaN is 0; texts by std::stoi.
+        {kInt, {7}, {0, "7", "7 ", ""}},
+        {kInt, {3.9f, "3.9", "  3abc"}, {0, "3", "3 ", ""}},
+        {kInt, {-3.9f}, {0, "-3", "-3 ", ""}},
+        {kInt, {-0.5f, std::nanf(""), "+0x10"}, {0, "0", "0 ", ""}},
+        {kInt, {2147483648.0f}, {0, "2147483647", "2147483647 ", ""}},
+        {kInt, {-3e9f, "-2147483648"}, {0, "-2147483648", "-2147483648 ", ""}},
+        {kInt, {"2147483648", "abc", "", " -"}, {kBad, "", "", Failed(565, "int")}},
+        // To float: shown in general notation with 6 digits; texts by std::stof.
+        {kFloat, {1234567.0f}, {0, "1234567", "1.23457e+06 ", ""}},
+        {kFloat, {16777217}, {0, "16777216", "1.67772e+07 ", ""}},
+        {kFloat, {" -2.5e1x"}, {0, "-25", "-25 ", ""}},
+        {kFloat, {"0.1"}, {0, "0.100000001", "0.1 ", ""}},
+        {kFloat, {"1e39", "."}, {kBad, "", "", Failed(583, "float")}},
+        // To text: numbers by the item's format; a lone carriage return is stored, not shown.
+        {kText, {7}, {0, "007", "007 ", ""}},
+        {kText, {-2.5f}, {0, "-002.50", "-002.50 ", ""}},
+        {kText, {"\r"}, {0, "\r", "", ""}},
+        {kText, {"\r\n"}, {0, "\r\n", "\r\n ", ""}},
+        {0, {1, "1"}, {kUnknown, "", "", unknown}},
+        {4, {1.5f}, {kUnknown, "", "", unknown}},
+    };
+    for (const auto& row : rows) {
+        for (const Value& value : row.values) {
+            frame = std::make_shared<CScFrame>();
+            EXPECT_EQ(Send(row.type, value), row.expected) << "row " << &row - rows;
+        }
     }
-    EXPECT_EQ(frame->IntListTable["out"],
-              (std::vector<int>{7, 3, -3, 0, INT_MAX, INT_MIN, 0, 12, 3, 42, INT_MIN, 0}));
-    EXPECT_EQ(module.ShowTextEN, "7 3 -3 0 2147483647 -2147483648 0 12 3 42 -2147483648 0 ");
-    EXPECT_EQ(module.ShowTextCN, module.ShowTextEN);
-    EXPECT_TRUE(Lines().empty());
-
-    for (const char* v : {"abc", "2147483648", "", " ", "-"}) {
-        EXPECT_EQ(Send(FORMAT_V2_VARIATE_INT, std::string(v)), kNotConvertible) << v;
-        ExpectLogged(565, "Subscribe param:[out] value convert to [int] failed.\n");
-    }
-    EXPECT_EQ(frame->IntListTable["out"].size(), 12u);
+    frame.reset();  // no output frame: nothing can be stored
+    EXPECT_EQ(Send(kInt, 1), Outcome(kBad, "", "", Failed(565, "int")));
+    EXPECT_EQ(Send(kText, 1.5f), Outcome(kBad, "", "", Failed(597, "string")));
 }
 
-TEST_F(Convert, ToFloat) {
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_FLOAT, 1234567.0f), 0);
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_FLOAT, 7), 0);
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_FLOAT, 16777217), 0);  // nearest float
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_FLOAT, std::string(" -2.5e1x")), 0);
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_FLOAT, 0.1f), 0);
-    EXPECT_EQ(frame->FloatListTable["out"],
-              (std::vector<float>{1234567.0f, 7.0f, 16777216.0f, -25.0f, 0.1f}));
-    EXPECT_EQ(module.ShowTextEN, "1.23457e+06 7 1.67772e+07 -25 0.1 ");
-    EXPECT_EQ(module.ShowTextCN, module.ShowTextEN);
-
-    for (const char* v : {"abc", "1e39", "", "."}) {
-        EXPECT_EQ(Send(FORMAT_V2_VARIATE_FLOAT, std::string(v)), kNotConvertible) << v;
-        ExpectLogged(583, "Subscribe param:[out] value convert to [float] failed.\n");
-    }
-    EXPECT_EQ(frame->FloatListTable["out"].size(), 5u);
-}
-
-TEST_F(Convert, ToTextFormatsNumbersByTheItemsType) {
-    item.StrPrefix = "[";
-    item.StrSuffix = "]";
-    item.SubParam.type = "%3d";
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_STRING, 7), 0);
-    item.SubParam.type = "%1.2f";
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_STRING, -2.5f), 0);
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_STRING, std::string("x")), 0);
-    EXPECT_EQ(frame->StringListTable["out"], (std::vector<std::string>{"[007]", "[-2.50]", "[x]"}));
-    EXPECT_EQ(module.ShowTextEN, "[007] [-2.50] [x] ");
-    EXPECT_EQ(module.ShowTextCN, module.ShowTextEN);
-    EXPECT_TRUE(Lines().empty());
-}
-
-TEST_F(Convert, TruncatesDecoratesAndDeletes) {
-    struct Case {
+TEST_F(Convert, TruncatesThenDecoratesThenDeletes) {
+    const struct {
         std::string text;
         int truncate, start, length;
         std::string prefix, suffix, remove, expected;
-        bool warns;
-    };
-    const Case cases[] = {
+        bool warns;  // start outside the text or negative length: emptied with a warning
+    } cases[] = {
         {"ABCDEFG", 1, 2, 3, "", "", "", "CDE", false},
         {"ABCDEFG", 1, 5, 10, "", "", "", "FG", false},
         {"ABCDEFG", 1, 7, 1, "", "", "", "", true},
         {"ABCDEFG", 1, -1, 2, "", "", "", "", true},
         {"ABCDEFG", 1, 0, -1, "", "", "", "", true},
         {"ABCDEFG", 1, 0, 0, "", "", "", "", false},
-        {"", 1, 0, 1, "<", ">", "", "<>", true},  // decorated even after the warning
+        {"", 1, 0, 1, "<", ">", "", "<>", true},
         {"ABCDEFG", 0, -9, -9, "", "", "", "ABCDEFG", false},
-        {"a-b-c", 0, 0, 0, "", "", "-", "abc", false},
         {"a-b-c", 0, 0, 0, "x-", "", "-", "xabc", false},
-        {"aabb", 0, 0, 0, "", "", "ab", "ab", false},
+        {"aabb", 0, 0, 0, "", "", "ab", "ab", false},  // one pass, no second look
         {"aaaaa", 0, 0, 0, "", "", "aa", "a", false},
         {"b", 0, 0, 0, "a", "", "ab", "", false},
         {"ABab", 1, 2, 2, "AB", "", "ABab", "", false},
     };
-    for (const Case& c : cases) {
-        item.StrTruncEnable = c.truncate;
-        item.StrTruncStart = c.start;
-        item.StrTruncLen = c.length;
-        item.StrPrefix = c.prefix;
-        item.StrSuffix = c.suffix;
-        item.StrDelete = c.remove;
-        EXPECT_EQ(Send(FORMAT_V2_VARIATE_STRING, c.text), 0);
-        EXPECT_EQ(frame->StringListTable["out"].back(), c.expected) << c.text << " " << c.start;
-        if (c.warns) {
-            ExpectLogged(611, "Subscribe param:[3:cam:text:0:%s] start idx:[" +
-                                  std::to_string(c.start) + "], length:[" +
-                                  std::to_string(c.length) + "]\n");
-        } else {
-            EXPECT_TRUE(Lines().empty()) << c.text << " " << c.start;
-        }
+    for (const auto& c : cases) {
+        std::tie(item.StrTruncEnable, item.StrTruncStart, item.StrTruncLen) =
+            std::tie(c.truncate, c.start, c.length);
+        std::tie(item.StrPrefix, item.StrSuffix, item.StrDelete) =
+            std::tie(c.prefix, c.suffix, c.remove);
+        const std::string warning = "0611: Subscribe param:[3:cam:text:0:%s] start idx:[" +
+                                    std::to_string(c.start) + "], length:[" +
+                                    std::to_string(c.length) + "]\n";
+        EXPECT_EQ(Send(kText, c.text, 99),
+                  Outcome(0, c.expected, c.expected + " ", c.warns ? warning : ""));
     }
 }
 
@@ -159,47 +145,21 @@ TEST_F(Convert, IndexOverwritesInsideTheListAndAppendsOtherwise) {
     frame->IntListTable["out"] = {1, 2};
     frame->StringListTable["out"] = {"a", "b"};
     for (int index : {1, 5, -1, 0}) {
-        EXPECT_EQ(SendAt(FORMAT_V2_VARIATE_INT, 10 + index, index), 0);
-        EXPECT_EQ(SendAt(FORMAT_V2_VARIATE_STRING, std::to_string(index), index), 0);
+        Send(kInt, 10 + index, index);
+        Send(kText, std::to_string(index), index);
     }
     EXPECT_EQ(frame->IntListTable["out"], (std::vector<int>{10, 11, 15, 9}));
     EXPECT_EQ(frame->StringListTable["out"], (std::vector<std::string>{"0", "1", "5", "-1"}));
 }
 
-TEST_F(Convert, ConcatenationAppendsTheTextsOnly) {
+TEST_F(Convert, ConcatenationJoinsTheTextsOnly) {
     module.StrConcateEnable = 1;
     module.ConcatText = "a";
     item.StrSuffix = ";";
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_STRING, std::string("x")), 0);
-    item.ParamName = "second";
     item.SubParam.type = "%2d";
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_STRING, 5), 0);
+    EXPECT_EQ(Send(kText, "x"), Outcome(0, "", "", ""));
+    EXPECT_EQ(Send(kText, 5), Outcome(0, "", "", ""));
     EXPECT_EQ(module.ConcatText, "ax;05;");
-    EXPECT_TRUE(frame->StringListTable.empty());
-    EXPECT_EQ(module.ShowTextEN, "");
-    EXPECT_EQ(module.ShowTextCN, "");
-}
-
-TEST_F(Convert, ALoneCarriageReturnIsStoredButNotShown) {
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_STRING, std::string("\r")), 0);
-    EXPECT_EQ(module.ShowTextEN, "");
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_STRING, std::string("\r\n")), 0);
-    EXPECT_EQ(frame->StringListTable["out"], (std::vector<std::string>{"\r", "\r\n"}));
-    EXPECT_EQ(module.ShowTextEN, "\r\n ");
-    EXPECT_EQ(module.ShowTextCN, "\r\n ");
-}
-
-TEST_F(Convert, RefusesUnknownTypesAndAMissingFrame) {
-    for (int type : {0, 4, -1}) {
-        EXPECT_EQ(Send(static_cast<FORMAT_V2_VARIATE_TYPE>(type), 1), kUnknownType);
-        ExpectLogged(646, "Subscribe param value convert to unknown type.\n");
-    }
-    frame.reset();
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_INT, 1), kNotConvertible);
-    ExpectLogged(565, "Subscribe param:[out] value convert to [int] failed.\n");
-    EXPECT_EQ(Send(FORMAT_V2_VARIATE_STRING, 1.5f), kNotConvertible);
-    ExpectLogged(597, "Subscribe param:[out] value convert to [string] failed.\n");
-    EXPECT_EQ(module.ShowTextEN, "");
 }
 
 }  // namespace
