@@ -98,6 +98,8 @@ TEST_F(Cfg, Initialisation) {
     }
     EXPECT_EQ(standin::ResultCalls().size(), 7u);
     EXPECT_STREQ(m->AlgoModuleName, "formatv2");
+    FailCall(Call::kInit, 9);
+    EXPECT_EQ(m->SetPwd("/elsewhere"), 9);  // the host's own initialisation result
     MODULE_DEBUG_INFO info;
     std::memset(&info, 0x3C, sizeof info);
     EXPECT_EQ(m->GetDebugInfo(nullptr), kBadArgument);
@@ -287,6 +289,9 @@ TEST_F(Cfg, TableRecords) {
         EXPECT_EQ(BytesOf(sub), Record(520, {{0, algo}, {68, out}, {260, "formatv2"}, {328, input}},
                                        {{64, id}, {324, 77}}));
     }
+    EXPECT_EQ(Log(kInfo).back(),
+              "nParamIdx 2: pub(algo_id[5] algo_name[k] param_name[y]) sub(algo_id[77] "
+              "algo_name[formatv2] param_name[input2])\r\n");
     for (int concat : {0, 1}) {
         m->StrConcateEnable = concat;  // as a joined configuration would set it
         ASSERT_EQ(m->UpdateDynamicPubInfo(), 0);
@@ -305,6 +310,8 @@ TEST_F(Cfg, TableRecords) {
             EXPECT_EQ(BytesOf(pub), expected[i]) << concat << " record " << i;
         }
         EXPECT_EQ(BytesOf(m->DynamicPubList.params[7]), Bytes(sizeof pub, 0));
+        EXPECT_EQ(Log(kInfo, true).back(),
+                  "0924: nParamIdx 6: pub(param_name[a],type:string))\r\n");
     }
     std::memset(&sub, 0xAA, sizeof sub);
     std::memset(&pub, 0xAA, sizeof pub);
@@ -349,6 +356,10 @@ TEST_F(Cfg, Parameters) {
     EXPECT_EQ(m->SetParam(ensure, "1", 1), kRefused);
     EXPECT_EQ(Log(kErr).back() + Names(),
               "GetSubParamList failed, ret 0xc0000105\r\nsecond;third;");
+    Write(Config({Row("fourth", "x", 3, 1)}));
+    FailCall(Call::kCheckParam, 0x31);  // a refused value reads nothing
+    EXPECT_EQ(std::to_string(m->SetParam(ensure, "1", 1)) + Names(), "49second;third;");
+    FailCall(Call::kCheckParam, 0);
 
     char b[8];
     int n = 0;
@@ -368,6 +379,9 @@ TEST_F(Cfg, Parameters) {
     g_logs.clear();
     EXPECT_EQ(m->SetParam("num", "abc", 3), standin::kErrParamValue);
     EXPECT_EQ(Log(kErr), Strings{"CheckParam num value abc is not valid\r\n"});
+    FailCall(Call::kSetParam, 0x1234);
+    EXPECT_EQ(m->SetParam("num", "5", 1), 0x1234);
+    EXPECT_EQ(Log(kErr).back() + param("num"), "UpParam2Map failed, ret = 4660\r\n01");
 }
 
 TEST(ItemModel, AnyCopiesAreDeepAndBadCastsThrow) {

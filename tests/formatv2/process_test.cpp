@@ -48,21 +48,22 @@ class Process : public Fixture {
 
 }  // namespace
 
-// Both output modes over every item kind, each run afresh. Custom texts and symbols take no
-// input, arrays one per field. Values go to positions 0, 1, ... of an item's list, overwriting
-// it in place; a lone CR is published but not displayed; records cut long names.
+// Both output modes over every item kind, each run afresh ("Array" that is no list is no
+// array). Custom texts and symbols take no input, arrays one per field. Values go to positions 0,
+// 1, ... of an item's list, overwriting it in place; a lone CR is published but not displayed;
+// records cut long names.
 TEST_F(Process, BothOutputModesOverEveryItemKind) {
     const std::string name(60, 'L'), cut = name.substr(0, 47);
     for (int concat : {0, 1}) {
         SCOPED_TRACE(concat);
         const int i = concat ? 3 : 1, f = concat ? 3 : 2;
-        ASSERT_EQ(
-            Load(Config({Row("c", "hi", 3, 1), Row("A", "1:a:p:*:%d", i), Row("crlf", "\\r\\n"),
-                         Row("cr", "\\r"), Row("typed", "\\r\\n", 3, 1), Row("B", "1:a:q:0:%s"),
-                         ArrayRow("arr", {{"1:a:r:*:%d", ","}, {"1:a:s:*:%d", ";"}}),
-                         Row(name, "1:a:t:*:%f", f)},
-                        concat)),
-            0);
+        ASSERT_EQ(Load(Config({Row("c", "hi", 3, 1, R"("Array":"no",)"), Row("A", "1:a:p:*:%d", i),
+                               Row("crlf", "\\r\\n"), Row("cr", "\\r"),
+                               Row("typed", "\\r\\n", 3, 1), Row("B", "1:a:q:0:%s"),
+                               ArrayRow("arr", {{"1:a:r:*:%d", ","}, {"1:a:s:*:%d", ";"}}),
+                               Row(name, "1:a:t:*:%f", f)},
+                              concat)),
+                  0);
         FeedAll(Ints{3, 4}, Strings{"x"}, Ints{1, 2, 3}, Ints{7, 8}, Floats{});
         ASSERT_EQ(Run(), 0);
         out.frame = std::make_shared<CScFrame>();
