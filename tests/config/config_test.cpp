@@ -339,7 +339,8 @@ TEST_F(Cfg, Parameters) {
         return std::string(buffer, static_cast<size_t>(length)) + (clean ? "" : "!");
     };
     ASSERT_EQ(Load(Config({Row("first", "x", 3, 1)})), 0);
-    Write(Config({Row("second", "1:a:p:0:%d"), Row("third", "\\r", 3, 1)}));
+    const std::string second = Config({Row("second", "1:a:p:0:%d"), Row("third", "\\r", 3, 1)});
+    Write(second);
     EXPECT_EQ(m->SetParam("commandformatv2ensure", "1", 1), 0);
     EXPECT_EQ(Names() + param("commandformatv2ensure"), "first;1");
     EXPECT_EQ(Log().back(), "func set param[commandformatv2ensure] end, data[1]\r\n");
@@ -349,7 +350,8 @@ TEST_F(Cfg, Parameters) {
                   std::to_string(m->DynamicSubList.nNum * 10 + m->DynamicPubList.nNum),
               "second;third;013");
     EXPECT_THAT(Log(),
-                testing::ElementsAre(testing::StartsWith("pJsonStr = "),
+                testing::ElementsAre(testing::MatchesRegex("pJsonStr = 0x[0-9a-f]+, fileSize : " +
+                                                           std::to_string(second.size()) + "\r\n"),
                                      "func set param[CommandFormatV2Ensure] end, data[1]\r\n"));
     Write("{");
     g_logs.clear();
@@ -400,4 +402,7 @@ TEST(ItemModel, AnyCopiesAreDeepAndBadCastsThrow) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("can not cast ") +
                                                           typeid(FloatList).name() + " to " +
                                                           typeid(IntList).name() + "\n");
+    EXPECT_EQ(
+        GetVariateTypeStr(FORMAT_V2_VARIATE_TYPE(0)) + GetVariateTypeStr(FORMAT_V2_VARIATE_TYPE(4)),
+        "unknownunknown");
 }

@@ -142,7 +142,7 @@ TEST_F(Process, EveryFailureLeavesItsStatedState) {
         ASSERT_EQ(Run(), 0);
         FeedAll(Ints{11}, Ints{12, 13}, Strings{"y"});
         out.frame = std::make_shared<CScFrame>();
-        m->ProcStartTime = -5, m->ProcTime = 7;
+        m->ProcStartTime = -5, m->ProcTime = 7, m->ImgMode = 7;
         g_logs.clear();
         c.spoil();
         EXPECT_EQ(Run(), c.status);
@@ -153,8 +153,11 @@ TEST_F(Process, EveryFailureLeavesItsStatedState) {
                   c.lines);
         EXPECT_EQ(Count(kInfo, "formatv2 Process end, status : " + std::to_string(c.status) + "\n"),
                   1);
-        // Only a run with an input frame starts: its start stamped, its time reset.
-        EXPECT_EQ(m->ProcStartTime > 0 && m->ProcTime == 0, c.lines.rfind("0496", 0) == 0);
+        // Only a run with an input frame starts: its start stamped, its time reset; the image
+        // mode is kept unless the frame has one.
+        const bool started = c.lines.rfind("0496", 0) == 0;
+        EXPECT_EQ(m->ProcStartTime > 0 && m->ProcTime == 0, started);
+        EXPECT_EQ(m->ImgMode, started && c.lines.find("0499") == std::string::npos ? 0 : 7);
         EXPECT_EQ(standin::UpProcessTimeCalls(), 2);
     }
 }
