@@ -25,7 +25,7 @@
 #include "host/standin/standin.h"
 #include "log/log.h"
 #include "publish/dynamic_pub.h"
-#include "tests/formatv2/config_text.h"
+#include "tests/support/config_text.h"
 
 namespace {
 long long g_allocations = 0;
