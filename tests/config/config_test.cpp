@@ -3,6 +3,8 @@
 // byte for byte with their limits, the parameter commands and the value holder.
 #include <gmock/gmock.h>
 
+#include <cjson/cJSON.h>
+
 #include <cstring>
 #include <functional>
 #include <tuple>
@@ -386,6 +388,47 @@ TEST_F(Cfg, Parameters) {
     EXPECT_EQ(Log(kErr).back() + param("num"), "UpParam2Map failed, ret = 4660\r\n01");
 }
 
+// Calls the reader makes only with good arguments, made directly: each FillJsonValue overload
+// takes its own JSON type only, a missing text is refused, and a row of no known kind is logged
+// and left out of the subscription table.
+TEST_F(Cfg, DirectCallsWithoutARead) {
+    std::unique_ptr<cJSON, decltype(&cJSON_Delete)> json(
+        cJSON_Parse(R"({"i":7,"f":2.5,"s":"txt","n":null})"), cJSON_Delete);
+    const struct {
+        const char* key;
+        std::string got;  // int|float|string, each "value/result"
+    } cases[] = {
+        {"i", "7/0|7.000000/0|def/-1"},           {"f", "2/0|2.500000/0|def/-1"},
+        {"s", "-3/-1|-1.500000/-1|txt/0"},        {"n", "-3/-1|-1.500000/-1|def/-1"},
+        {"missing", "-3/-1|-1.500000/-1|def/-1"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.key);
+        int i = 1;
+        float f = 1;
+        std::string s = "old";
+        g_logs.clear();
+        const int ri = m->FillJsonValue(json.get(), c.key, i, -3);
+        const int rf = m->FillJsonValue(json.get(), c.key, f, -1.5f);
+        const int rs = m->FillJsonValue(json.get(), c.key, s, "def");
+        EXPECT_EQ(std::to_string(i) + "/" + std::to_string(ri) + "|" + std::to_string(f) + "/" +
+                      std::to_string(rf) + "|" + s + "/" + std::to_string(rs),
+                  c.got);
+        const int failures = (ri != 0) + (rf != 0) + (rs != 0);
+        EXPECT_EQ(Log(kErr),
+                  Strings(failures, "FillJsonValue [" + std::string(c.key) + "] falied.\n"));
+    }
+    EXPECT_EQ(m->ParsePrivJson(nullptr), static_cast<int>(0xE000000A));
+
+    ASSERT_EQ(Load(Config({Row("a", "1:a:p:0:%d"), Row("b", "2:b:q:0:%d")})), 0);
+    m->SubParamList[0].DataType = FORMAT_V2_DATA_TYPE(9);
+    g_logs.clear();
+    EXPECT_EQ(m->UpdateDynamicSubInfo(), 0);
+    EXPECT_EQ(Log(kErr), Strings{"no such data type!\n"});
+    EXPECT_EQ(m->DynamicSubList.nNum, 1);
+    EXPECT_STREQ(m->DynamicSubList.params[0].pub.algo_name, "b");
+}
+
 TEST(ItemModel, AnyCopiesAreDeepAndBadCastsThrow) {
     DataSection a;
     a.Value = IntList{1, 2};
@@ -394,6 +437,8 @@ TEST(ItemModel, AnyCopiesAreDeepAndBadCastsThrow) {
     Any c;
     c = b.Value;
     c.AnyCast<IntList>()[0] = 9;
+    Any& same = c;
+    c = same;  // assigning a holder to itself keeps its value
     Any moved(std::move(c));
     EXPECT_EQ(Describe(a.Value) + Describe(b.Value) + Describe(moved) + Describe(c),
               "i:1,2i:1,2,3i:9,2,3-");
