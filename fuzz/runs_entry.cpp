@@ -224,6 +224,8 @@ void CheckVerdict(CFormatV2Module& module, const std::shared_ptr<CScFrame>& out,
     if (ok) CheckPublished(module, frame, run);
 }
 
+uint64_t gProcessCalls = 0;
+
 void RunOnce(CFormatV2Module& module, const RunStep& step, size_t index) {
     const std::string run = "run " + std::to_string(index);
     standin::InputHandle in;
@@ -241,6 +243,7 @@ void RunOnce(CFormatV2Module& module, const RunStep& step, size_t index) {
 
     CAbstractUserModule& host = module;
     const int status = host.Process(in.handle(), step.noOutputFrame ? nullptr : out.handle());
+    ++gProcessCalls;
     const int ok = status == 0 ? 1 : 0;
 
     FV2_FUZZ_CHECK(RunStatuses().count(status) == 1, run + " ended with " + Hex(status));
@@ -360,5 +363,7 @@ void RunRunPlan(const RunPlan& plan) {
 }
 
 void RunRunsInput(const uint8_t* data, size_t size) { RunRunPlan(DecodeRunPlan(data, size)); }
+
+uint64_t ProcessCalls() { return gProcessCalls; }
 
 }  // namespace fv2fuzz

@@ -62,5 +62,8 @@ std::string EncodeRunPlan(const RunPlan& plan);
 void RunRunPlan(const RunPlan& plan);
 // One fuzz input.
 void RunRunsInput(const uint8_t* data, size_t size);
+// Process calls made so far in this process: an input holds one to four runs, so the
+// executions libFuzzer counts are not the number of whole runs.
+uint64_t ProcessCalls();
 
 }  // namespace fv2fuzz

@@ -68,7 +68,9 @@ for target in "${targets[@]}"; do
   "${binary}" "${options[@]}" "${corpus}" >"${log}" 2>&1 || status=$?
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "${log}" | tail -n 1)
   rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "${log}" | tail -n 1)
-  summary+=("${target}: ${runs:-?} executions, ${rate:-?} exec/s, exit ${status}")
+  # The runs target counts its whole runs too: each input holds one to four.
+  calls=$(sed -n 's/^stat::formatv2_process_calls: *//p' "${log}" | tail -n 1)
+  summary+=("${target}: ${runs:-?} executions${calls:+ (${calls} whole runs)}, ${rate:-?} exec/s, exit ${status}")
   if [ "${status}" -ne 0 ]; then
     failed+=("${target}")
     echo "--- ${target} found something (exit ${status}); the end of ${log}:" >&2
