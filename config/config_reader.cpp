@@ -115,8 +115,10 @@ int CFormatV2Module::parseSubParamList(cJSON* list) {
                 DataField field;
                 if (FillJsonValue(element, "SubParamStr", field.SubParamStr, kNull) != 0) return -1;
                 if (FillJsonValue(element, "Separator", field.Separator, kNull) != 0) return -2;
-                if (FillJsonValue(element, "ShowValue_CN", field.ShowValue_CN, kNull) != 0) return -3;
-                if (FillJsonValue(element, "ShowValue_EN", field.ShowValue_EN, kNull) != 0) return -4;
+                if (FillJsonValue(element, "ShowValue_CN", field.ShowValue_CN, kNull) != 0)
+                    return -3;
+                if (FillJsonValue(element, "ShowValue_EN", field.ShowValue_EN, kNull) != 0)
+                    return -4;
                 int r = CAlgoUtils::ParseSubscribeItem(field.SubParamStr, field.SubParam);
                 if (r != 0) {
                     FV2_ERR("ParseSubscribeItem failed, ret %d\n", r);

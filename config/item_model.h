@@ -33,7 +33,7 @@ std::string GetVariateTypeStr(FORMAT_V2_VARIATE_TYPE type);
 
 // Owning holder of one value of any copyable type; copies are deep.
 class Any {
-public:
+  public:
     struct Base {
         virtual ~Base() = default;
         virtual std::unique_ptr<Base> Clone() const = 0;

@@ -22,7 +22,7 @@ extern const std::string EscapedCrLf;
 extern const std::string EscapedCr;
 
 class FORMATV2_API CFormatV2Module : public CAlgo {
-public:
+  public:
     CFormatV2Module();
     ~CFormatV2Module() override;
 
@@ -92,7 +92,7 @@ public:
     DYNAMIC_SUBSCRIBE_PARAM_LIST DynamicSubList;
     DYNAMIC_PUBLISH_PARAM_LIST DynamicPubList;
 
-private:
+  private:
     // Steps of a run up to output combination; Process adds the end-of-run steps.
     int RunItems(void* input, void* output);
     // The input name of dynamic subscription entry position, or "" past the table's count.

@@ -18,9 +18,13 @@ constexpr const char* kDefaultPrivJson = "/mnt/app/zrs_so/so/formatv2/json/algo_
 
 }  // namespace
 
-CAbstractUserModule* CreateModule() { return new CFormatV2Module(); }
+CAbstractUserModule* CreateModule() {
+    return new CFormatV2Module();
+}
 
-void DestroyModule(void* /*reserved*/, CAbstractUserModule* module) { delete module; }
+void DestroyModule(void* /*reserved*/, CAbstractUserModule* module) {
+    delete module;
+}
 
 CFormatV2Module::CFormatV2Module()
     : ImgMode(0), StrConcateEnable(0), DynamicSubList{}, DynamicPubList{} {}
@@ -62,13 +66,21 @@ int CFormatV2Module::InitPrivJson() {
     return kErrCopyDefaultJson;
 }
 
-int CFormatV2Module::UpdatePwdPrivate(const char*) { return 0; }
+int CFormatV2Module::UpdatePwdPrivate(const char*) {
+    return 0;
+}
 
-int CFormatV2Module::InitROI(int, std::string, std::string) { return 0; }
+int CFormatV2Module::InitROI(int, std::string, std::string) {
+    return 0;
+}
 
-int CFormatV2Module::SetProcedureName(const char*) { return 0; }
+int CFormatV2Module::SetProcedureName(const char*) {
+    return 0;
+}
 
-int CFormatV2Module::SetLogLevel(eLOG_LEVEL, eLOG_CHANNEL) { return 0; }
+int CFormatV2Module::SetLogLevel(eLOG_LEVEL, eLOG_CHANNEL) {
+    return 0;
+}
 
 int CFormatV2Module::GetDebugInfo(MODULE_DEBUG_INFO* info) {
     return info == nullptr ? kErrBadArgument : 0;

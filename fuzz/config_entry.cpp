@@ -78,7 +78,8 @@ void CheckItems(const CFormatV2Module& module, bool fresh) {
         }
         FV2_FUZZ_CHECK(item.ParamName != module.ParamName, at + ": named like the joined output");
         FV2_FUZZ_CHECK(names.insert(item.ParamName).second, at + ": name used twice");
-        if (fresh) FV2_FUZZ_CHECK(!item.Value.holder && item.Value.Is<void>(), at + ": holds a value");
+        if (fresh)
+            FV2_FUZZ_CHECK(!item.Value.holder && item.Value.Is<void>(), at + ": holds a value");
 
         const bool symbolText = item.SubParamStr == EscapedCrLf || item.SubParamStr == EscapedCr;
         switch (item.DataType) {
@@ -87,7 +88,8 @@ void CheckItems(const CFormatV2Module& module, bool fresh) {
                 CheckParsed(item.SubParamStr, item.SubParam, at);
                 break;
             case FORMAT_V2_DATA_SYMBOL:
-                FV2_FUZZ_CHECK(symbolText && item.Array.empty() && Unparsed(item.SubParam, fresh), at);
+                FV2_FUZZ_CHECK(symbolText && item.Array.empty() && Unparsed(item.SubParam, fresh),
+                               at);
                 break;
             case FORMAT_V2_DATA_CUSTOM:
                 FV2_FUZZ_CHECK(item.Array.empty() && Unparsed(item.SubParam, fresh), at);
@@ -150,8 +152,8 @@ void CheckSubTable(const CFormatV2Module& module) {
 bool RecordHolds(const DYNAMIC_PUBLISH_PARAM& r, const std::string& name, const std::string& type,
                  bool enable) {
     return FieldHolds(r.param_name, sizeof r.param_name, name) &&
-           FieldHolds(r.type, sizeof r.type, type) && r.valid == 1 && r.enable == (enable ? 1 : 0) &&
-           r.flags == 0 && AllZero(r.reserved, sizeof r.reserved);
+           FieldHolds(r.type, sizeof r.type, type) && r.valid == 1 &&
+           r.enable == (enable ? 1 : 0) && r.flags == 0 && AllZero(r.reserved, sizeof r.reserved);
 }
 
 // The stand-in host has no publications of its own here: the joined output, then the items.
@@ -165,10 +167,9 @@ void CheckPubTable(const CFormatV2Module& module) {
                    "joined output record");
     for (size_t i = 0; i < items; ++i) {
         const DataSection& item = module.SubParamList[i];
-        FV2_FUZZ_CHECK(
-            RecordHolds(table.params[i + 1], item.ParamName, GetVariateTypeStr(item.ConvertType),
-                        !concat),
-            "publish record of item " + std::to_string(i));
+        FV2_FUZZ_CHECK(RecordHolds(table.params[i + 1], item.ParamName,
+                                   GetVariateTypeStr(item.ConvertType), !concat),
+                       "publish record of item " + std::to_string(i));
     }
     for (size_t i = items + 1; i < static_cast<size_t>(kDynamicParamMax); ++i) {
         FV2_FUZZ_CHECK(AllZero(&table.params[i], sizeof table.params[i]),
@@ -219,8 +220,8 @@ void CheckHostView(CFormatV2Module& module) {
 
 // What a read produced, in a comparable text: settings, then each item's name and shape.
 std::string Shape(const CFormatV2Module& module) {
-    std::string shape = module.ModuleName + "|" + std::to_string(module.StrConcateEnable) + "|" +
-                        module.ParamName;
+    std::string shape =
+        module.ModuleName + "|" + std::to_string(module.StrConcateEnable) + "|" + module.ParamName;
     for (const DataSection& item : module.SubParamList) {
         shape += "|" + item.ParamName + "/" + std::to_string(item.DataType) + "/" +
                  std::to_string(item.ConvertType) + "/" + std::to_string(item.Array.size());

@@ -20,7 +20,8 @@ class FdpWriter {
         const uint64_t range = static_cast<uint64_t>(max) - static_cast<uint64_t>(min);
         const uint64_t offset = static_cast<uint64_t>(value) - static_cast<uint64_t>(min);
         size_t bytes = 0;
-        for (size_t bits = 0; bits < sizeof(T) * CHAR_BIT && (range >> bits) > 0; bits += CHAR_BIT) {
+        for (size_t bits = 0; bits < sizeof(T) * CHAR_BIT && (range >> bits) > 0;
+             bits += CHAR_BIT) {
             ++bytes;
         }
         // The provider shifts each byte it takes in from the right: the first taken is the

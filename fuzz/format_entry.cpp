@@ -44,17 +44,24 @@ uint32_t BitsOf(float value) {
     return bits;
 }
 
-std::string Quoted(const std::string& text) { return "[" + text + "]"; }
+std::string Quoted(const std::string& text) {
+    return "[" + text + "]";
+}
 
-std::string Describe(int value) { return std::to_string(value); }
+std::string Describe(int value) {
+    return std::to_string(value);
+}
 std::string Describe(float value) {
     return "float bits " + Hex(static_cast<int>(BitsOf(value)));
 }
-std::string Describe(const std::string& value) { return Quoted(value); }
+std::string Describe(const std::string& value) {
+    return Quoted(value);
+}
 
 // ---- the formatters and FloatToString --------------------------------------------------
 
-void CheckCell(CFormatter& cell, CFormatter& reference, const FormatCase& c, const std::string& what) {
+void CheckCell(CFormatter& cell, CFormatter& reference, const FormatCase& c,
+               const std::string& what) {
     FV2_FUZZ_CHECK(cell.m_strFormat == c.format && cell.m_strSeparator == c.separator,
                    what + ": format or separator not kept");
     const std::string text = cell.format();
@@ -102,7 +109,8 @@ std::string GeneralText(float value, int precision) {
     precision = std::min(precision, 150);
     char text[512];
     const int n = std::snprintf(text, sizeof text, "%.*g", precision, static_cast<double>(value));
-    return std::string(text, static_cast<size_t>(std::clamp(n, 0, static_cast<int>(sizeof text) - 1)));
+    return std::string(text,
+                       static_cast<size_t>(std::clamp(n, 0, static_cast<int>(sizeof text) - 1)));
 }
 
 void RunFloatToString(const FormatCase& c) {
@@ -166,7 +174,9 @@ std::string RefToText(int value, const std::string& format) {
 std::string RefToText(float value, const std::string& format) {
     return RefFloatFormatter(value, format, "").format();
 }
-std::string RefToText(const std::string& value, const std::string&) { return value; }
+std::string RefToText(const std::string& value, const std::string&) {
+    return value;
+}
 
 // Cut, decorate, then remove every occurrence of the delete text, searching again from the
 // point of each removal.
@@ -322,12 +332,12 @@ void RunConversion(const FormatCase& c, const T& value) {
                    what + ": status " + Hex(status) + ", expected " + Hex(expectedStatus));
     // A failed conversion leaves everything as it was, as the expectation does.
     const Outcome actual = Observe(module, frame, c.name);
-    FV2_FUZZ_CHECK(actual.showEn == expected.showEn && actual.showCn == expected.showCn,
-                   what + ": display text " + Quoted(actual.showEn) + ", expected " +
-                       Quoted(expected.showEn));
-    FV2_FUZZ_CHECK(actual.concat == expected.concat, what + ": joined text " +
-                                                         Quoted(actual.concat) + ", expected " +
-                                                         Quoted(expected.concat));
+    FV2_FUZZ_CHECK(
+        actual.showEn == expected.showEn && actual.showCn == expected.showCn,
+        what + ": display text " + Quoted(actual.showEn) + ", expected " + Quoted(expected.showEn));
+    FV2_FUZZ_CHECK(
+        actual.concat == expected.concat,
+        what + ": joined text " + Quoted(actual.concat) + ", expected " + Quoted(expected.concat));
     FV2_FUZZ_CHECK(actual == expected, what + ": output lists differ from the expected ones");
 }
 
@@ -372,8 +382,8 @@ std::string EncodeFormatCase(const FormatCase& c) {
     out.Bool(c.noFrame);
     out.IntegralInRange<int32_t>(c.index, -2, 9);
     out.IntegralInRange<uint8_t>(c.stored, 0, 8);
-    for (const std::string* s : {&c.format, &c.separator, &c.text, &c.prefix, &c.suffix, &c.del,
-                                 &c.name}) {
+    for (const std::string* s :
+         {&c.format, &c.separator, &c.text, &c.prefix, &c.suffix, &c.del, &c.name}) {
         out.String(*s);
     }
     return out.Bytes();
@@ -401,6 +411,8 @@ void RunFormatCase(const FormatCase& c) {
     }
 }
 
-void RunFormatInput(const uint8_t* data, size_t size) { RunFormatCase(DecodeFormatCase(data, size)); }
+void RunFormatInput(const uint8_t* data, size_t size) {
+    RunFormatCase(DecodeFormatCase(data, size));
+}
 
 }  // namespace fv2fuzz

@@ -35,11 +35,11 @@ struct FormatCase {
     uint8_t stored = 0;    // elements the output lists already hold under the item's name (0 to 8)
     std::string format;    // the format text (the item's or field's type)
     std::string separator;
-    std::string text;      // the text value
+    std::string text;  // the text value
     std::string prefix;
     std::string suffix;
-    std::string del;       // StrDelete
-    std::string name;      // the item's ParamName
+    std::string del;   // StrDelete
+    std::string name;  // the item's ParamName
 };
 
 FormatCase DecodeFormatCase(const uint8_t* data, size_t size);

@@ -22,7 +22,9 @@ namespace {
 FailHandler gFailHandler = AbortWith;
 
 // Every line is formatted, so hostile texts reach the log formatting too, and dropped here.
-int DiscardLine(int, int, int, const char*, int) { return 0; }
+int DiscardLine(int, int, int, const char*, int) {
+    return 0;
+}
 
 void RemoveSandbox() {
     std::error_code ignored;
@@ -83,7 +85,9 @@ void WriteDeviceFile(const std::string& path, const void* data, size_t size) {
     if (!out) AbortWith("cannot write " + path + " in the sandbox");
 }
 
-void ModuleDeleter::operator()(CFormatV2Module* module) const { DestroyModule(nullptr, module); }
+void ModuleDeleter::operator()(CFormatV2Module* module) const {
+    DestroyModule(nullptr, module);
+}
 
 ModulePtr PlacedModule() {
     ModulePtr module(static_cast<CFormatV2Module*>(CreateModule()));

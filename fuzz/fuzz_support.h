@@ -19,10 +19,10 @@ using FailHandler = void (*)(const std::string& message);
 FailHandler SetFailHandler(FailHandler handler);
 [[noreturn]] void Fail(const char* file, int line, const std::string& message);
 
-#define FV2_FUZZ_CHECK(condition, message)                                        \
-    do {                                                                          \
-        if (!(condition)) ::fv2fuzz::Fail(__FILE__, __LINE__, #condition ": " +   \
-                                                                  std::string(message)); \
+#define FV2_FUZZ_CHECK(condition, message)                                               \
+    do {                                                                                 \
+        if (!(condition))                                                                \
+            ::fv2fuzz::Fail(__FILE__, __LINE__, #condition ": " + std::string(message)); \
     } while (0)
 
 // The process's sandbox: a temporary directory, removed at exit, whose "wd" folder is the

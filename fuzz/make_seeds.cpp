@@ -157,7 +157,9 @@ void ConfigSeeds(const fs::path& source) {
     const auto text = [](const char* key, const char* v) {
         return [key, v](cJSON* o) { Set(o, key, cJSON_CreateString(v)); };
     };
-    const auto null = [](const char* key) { return [key](cJSON* o) { Set(o, key, cJSON_CreateNull()); }; };
+    const auto null = [](const char* key) {
+        return [key](cJSON* o) { Set(o, key, cJSON_CreateNull()); };
+    };
     Write("config", "code-01-field-SubParamStr", RowCode(remove("SubParamStr"), true));
     Write("config", "code-02-field-Separator", RowCode(number("Separator", 1), true));
     Write("config", "code-03-field-ShowValue_CN", RowCode(remove("ShowValue_CN"), true));
@@ -182,9 +184,9 @@ void ConfigSeeds(const fs::path& source) {
     Write("config", "code-20-StrPrefix", RowCode(remove("StrPrefix")));
     Write("config", "code-21-StrSuffix", RowCode(number("StrSuffix", 3)));
     Write("config", "code-22-StrDelete", RowCode(null("StrDelete")));
-    Write("config", "code-06-row-not-object",
-          ConfigText({Row("good")}, 0, [](cJSON* root) {
-              cJSON_AddItemToArray(cJSON_GetObjectItem(root, "SubParamList"), cJSON_CreateNumber(7));
+    Write("config", "code-06-row-not-object", ConfigText({Row("good")}, 0, [](cJSON* root) {
+              cJSON_AddItemToArray(cJSON_GetObjectItem(root, "SubParamList"),
+                                   cJSON_CreateNumber(7));
           }));
 
     // Top-level keys and texts that are no configuration at all.
@@ -195,9 +197,8 @@ void ConfigSeeds(const fs::path& source) {
         Write("config", std::string("top-missing-") + key, ConfigText({Row("a")}, 0, remove(key)));
     }
     Write("config", "top-concat-as-text", ConfigText({Row("a")}, 0, text("StrConcateEnable", "1")));
-    Write("config", "top-list-as-object", ConfigText({}, 0, [](cJSON* root) {
-              Set(root, "SubParamList", cJSON_CreateObject());
-          }));
+    Write("config", "top-list-as-object",
+          ConfigText({}, 0, [](cJSON* root) { Set(root, "SubParamList", cJSON_CreateObject()); }));
     Write("config", "top-empty-list", ConfigText({}));
     Write("config", "top-lower-case-keys",
           "{\"modulename\":\"m\",\"strconcateenable\":0,\"paramname\":\"all\",\"subparamlist\":"
@@ -216,7 +217,8 @@ void ConfigSeeds(const fs::path& source) {
                       ArrayRow("array", {"3:blob:x:*:%5d", "3:blob:y:*:%8.3f", "3:ocr:t:*:%s"}),
                       Row("custom-crlf", "\\r\\n", 1), Row("array-as-text", "4:a:b:*:%s")},
                      0, [](cJSON* root) {
-                         cJSON* last = cJSON_GetArrayItem(cJSON_GetObjectItem(root, "SubParamList"), 6);
+                         cJSON* last =
+                             cJSON_GetArrayItem(cJSON_GetObjectItem(root, "SubParamList"), 6);
                          cJSON_AddStringToObject(last, "Array", "not an array");
                      }));
     Write("config", "kinds-empty-array", ConfigText({ArrayRow("empty", {})}));
@@ -241,8 +243,9 @@ void ConfigSeeds(const fs::path& source) {
     const std::string longName(70, 'n');
     Write("config", "limit-long-names",
           ConfigText({Row(longName, "-2147483648:" + longName + ":" + longName + ":*:%d")}, 0,
-                     text("ParamName", "joined-output-name-longer-than-sixty-three-characters-"
-                                       "for-the-table")));
+                     text("ParamName",
+                          "joined-output-name-longer-than-sixty-three-characters-"
+                          "for-the-table")));
 }
 
 // ---- formatter and conversion seeds ------------------------------------------------------
@@ -251,8 +254,8 @@ void FormatSeeds() {
     int n = 0;
     const auto write = [&n](const FormatCase& c) {
         const std::string bytes = fv2fuzz::EncodeFormatCase(c);
-        const FormatCase back = fv2fuzz::DecodeFormatCase(
-            reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+        const FormatCase back =
+            fv2fuzz::DecodeFormatCase(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
         if (back.op != c.op || back.intValue != c.intValue || back.floatBits != c.floatBits ||
             back.precision != c.precision || back.convertType != c.convertType ||
             back.truncEnable != c.truncEnable || back.truncStart != c.truncStart ||
@@ -278,18 +281,38 @@ void FormatSeeds() {
         write(c);
     };
     // The formatter table.
-    for (const auto& [format, value] : std::vector<std::pair<std::string, int>>{
-             {"%5d", 42}, {"%05d", 42}, {"%2d", 12345}, {"%d", 42}, {"", 42}, {"%-5d", 42},
-             {"%8x", 255}, {"%4d", -5}, {"%999999999d", 1}, {"%-2147483649d", 7},
-             {" % +12d", -2147483647 - 1}}) {
+    for (const auto& [format, value] :
+         std::vector<std::pair<std::string, int>>{{"%5d", 42},
+                                                  {"%05d", 42},
+                                                  {"%2d", 12345},
+                                                  {"%d", 42},
+                                                  {"", 42},
+                                                  {"%-5d", 42},
+                                                  {"%8x", 255},
+                                                  {"%4d", -5},
+                                                  {"%999999999d", 1},
+                                                  {"%-2147483649d", 7},
+                                                  {" % +12d", -2147483647 - 1}}) {
         cell(FormatCase::kIntFormatter, format, value, 0);
     }
-    for (const auto& [format, value] : std::vector<std::pair<std::string, float>>{
-             {"%8.3f", 3.14159f}, {"%1.2f", -0.5f}, {"%3.1f", -12.3f}, {"%3.2f", 1234.5678f},
-             {"%.2f", 1.25f}, {"%3.0f", 7.25f}, {"%4.2f", 2.999f}, {"%3.0f", 7.6f},
-             {"%2.3f", -0.0f}, {"%1.1f", -0.01f}, {"%5.-1f", 2.5f}, {"%1.40f", 1e-38f},
-             {"%1.4096f", 0.1f}, {"%20.2f", 3.4e38f}, {"%3.3f", 1.8446744e19f},
-             {"%1.20f", 9.2233720e18f}, {"%4.4f", 1.4e-45f}}) {
+    for (const auto& [format, value] :
+         std::vector<std::pair<std::string, float>>{{"%8.3f", 3.14159f},
+                                                    {"%1.2f", -0.5f},
+                                                    {"%3.1f", -12.3f},
+                                                    {"%3.2f", 1234.5678f},
+                                                    {"%.2f", 1.25f},
+                                                    {"%3.0f", 7.25f},
+                                                    {"%4.2f", 2.999f},
+                                                    {"%3.0f", 7.6f},
+                                                    {"%2.3f", -0.0f},
+                                                    {"%1.1f", -0.01f},
+                                                    {"%5.-1f", 2.5f},
+                                                    {"%1.40f", 1e-38f},
+                                                    {"%1.4096f", 0.1f},
+                                                    {"%20.2f", 3.4e38f},
+                                                    {"%3.3f", 1.8446744e19f},
+                                                    {"%1.20f", 9.2233720e18f},
+                                                    {"%4.4f", 1.4e-45f}}) {
         cell(FormatCase::kFloatFormatter, format, 0, value);
     }
     for (uint32_t bits : {0x7FC00000u, 0xFFC00000u, 0x7F800000u, 0xFF800000u}) {
@@ -303,9 +326,16 @@ void FormatSeeds() {
     cell(FormatCase::kStringFormatter, "%s", 0, 0, "");
 
     // General float texts.
-    for (const auto& [value, precision] : std::vector<std::pair<float, int>>{
-             {12.5f, 6}, {3.0f, 6}, {0.1f, 6}, {1234567.0f, 6}, {0.00001f, 6}, {-2.0f, 6},
-             {1.0f / 3, 0}, {1.0f / 3, -7}, {1.4e-45f, 2147483647}, {3.4e38f, 40}}) {
+    for (const auto& [value, precision] : std::vector<std::pair<float, int>>{{12.5f, 6},
+                                                                             {3.0f, 6},
+                                                                             {0.1f, 6},
+                                                                             {1234567.0f, 6},
+                                                                             {0.00001f, 6},
+                                                                             {-2.0f, 6},
+                                                                             {1.0f / 3, 0},
+                                                                             {1.0f / 3, -7},
+                                                                             {1.4e-45f, 2147483647},
+                                                                             {3.4e38f, 40}}) {
         FormatCase c;
         c.op = FormatCase::kFloatToString;
         c.floatBits = Bits(value);
@@ -397,7 +427,8 @@ std::vector<std::string> SubscribedKeys(const std::string& configText) {
         if (cJSON_IsArray(array)) {
             cJSON* field = nullptr;
             cJSON_ArrayForEach(field, array) {
-                keys.push_back(key(cJSON_GetStringValue(cJSON_GetObjectItem(field, "SubParamStr"))));
+                keys.push_back(
+                    key(cJSON_GetStringValue(cJSON_GetObjectItem(field, "SubParamStr"))));
             }
             continue;
         }
@@ -431,7 +462,8 @@ InputValues ValuesOf(const cJSON* value) {
     } else if (type == "float") {
         v.tables = list ? InputValues::kFloatList : InputValues::kFloatScalar;
         v.floatScalar = Bits(static_cast<float>(typed->valuedouble));
-        for (const cJSON* e : elements) v.floatList.push_back(Bits(static_cast<float>(e->valuedouble)));
+        for (const cJSON* e : elements)
+            v.floatList.push_back(Bits(static_cast<float>(e->valuedouble)));
     } else {
         v.tables = list ? InputValues::kStringList : InputValues::kStringScalar;
         if (!list) v.stringScalar = typed->valuestring;
@@ -450,8 +482,7 @@ void WritePlan(const std::string& name, const RunPlan& plan) {
     const RunPlan back =
         fv2fuzz::DecodeRunPlan(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     if (back.config != plan.config || back.second != plan.second ||
-        back.runs.size() != plan.runs.size() ||
-        fv2fuzz::EncodeRunPlan(back) != bytes) {
+        back.runs.size() != plan.runs.size() || fv2fuzz::EncodeRunPlan(back) != bytes) {
         Die("run seed " + name + " does not decode as written");
     }
     Write("runs", name, bytes);
@@ -501,12 +532,11 @@ void RunSeeds(const fs::path& source) {
     // Every value in every table, a lying count, a field bound to no frame, and a joined
     // output named like a display text entry.
     RunPlan plan;
-    plan.config = ConfigText({Row("single", "1:a:b:0:%d"),
-                              ArrayRow("array", {"1:a:c:*:%3.1f", "1:a:d:*:%s", "1:a:e:*:%x"}),
-                              Row("text", "1:a:f:*:%s"), Row("cr", "\\r")},
-                             1, [](cJSON* root) {
-                                 Set(root, "ParamName", cJSON_CreateString("SINGLE_show_text_cn"));
-                             });
+    plan.config = ConfigText(
+        {Row("single", "1:a:b:0:%d"),
+         ArrayRow("array", {"1:a:c:*:%3.1f", "1:a:d:*:%s", "1:a:e:*:%x"}),
+         Row("text", "1:a:f:*:%s"), Row("cr", "\\r")},
+        1, [](cJSON* root) { Set(root, "ParamName", cJSON_CreateString("SINGLE_show_text_cn")); });
     plan.second = ConfigText({Row("only", "1:a:b:*:%f", 0, 2)});
     InputValues all;
     all.tables = InputValues::kAllTables;

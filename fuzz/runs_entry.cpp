@@ -116,7 +116,8 @@ void Bind(standin::InputHandle& in, size_t position, const InputValues& v) {
             source->FloatTable[kValueKey] = FloatOf(v.floatScalar);
         }
         if (v.tables & InputValues::kFloatList) {
-            for (uint32_t bits : v.floatList) source->FloatListTable[kValueKey].push_back(FloatOf(bits));
+            for (uint32_t bits : v.floatList)
+                source->FloatListTable[kValueKey].push_back(FloatOf(bits));
         }
         if (v.tables & InputValues::kStringScalar) source->StringTable[kValueKey] = v.stringScalar;
         if (v.tables & InputValues::kStringList) source->StringListTable[kValueKey] = v.stringList;
@@ -209,11 +210,11 @@ void CheckVerdict(CFormatV2Module& module, const std::shared_ptr<CScFrame>& out,
                   const std::string& run) {
     const int ok = status == 0 ? 1 : 0;
     CScFrame& frame = *out;
-    FV2_FUZZ_CHECK(Holds(frame.IntTable, "SINGLE_status", ok) &&
-                       Holds(frame.IntTable, "SINGLE_param_status", ok) &&
-                       Holds(frame.StringTable, "SINGLE_param_status_string",
-                             std::string(ok ? "OK" : "NG")),
-                   run + ": verdict entries");
+    FV2_FUZZ_CHECK(
+        Holds(frame.IntTable, "SINGLE_status", ok) &&
+            Holds(frame.IntTable, "SINGLE_param_status", ok) &&
+            Holds(frame.StringTable, "SINGLE_param_status_string", std::string(ok ? "OK" : "NG")),
+        run + ": verdict entries");
     FV2_FUZZ_CHECK(Holds(frame.StringTable, "SINGLE_show_text_cn", module.ShowTextCN) &&
                        Holds(frame.StringTable, "SINGLE_show_text_en", module.ShowTextEN),
                    run + ": display text entries");
@@ -362,8 +363,12 @@ void RunRunPlan(const RunPlan& plan) {
     }
 }
 
-void RunRunsInput(const uint8_t* data, size_t size) { RunRunPlan(DecodeRunPlan(data, size)); }
+void RunRunsInput(const uint8_t* data, size_t size) {
+    RunRunPlan(DecodeRunPlan(data, size));
+}
 
-uint64_t ProcessCalls() { return gProcessCalls; }
+uint64_t ProcessCalls() {
+    return gProcessCalls;
+}
 
 }  // namespace fv2fuzz

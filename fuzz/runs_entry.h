@@ -50,8 +50,8 @@ struct RunStep {
 };
 
 struct RunPlan {
-    std::string config;  // "algo_private.json" at initialisation (no NUL byte)
-    std::string second;  // the file a kSecondText re-read writes (no NUL byte)
+    std::string config;         // "algo_private.json" at initialisation (no NUL byte)
+    std::string second;         // the file a kSecondText re-read writes (no NUL byte)
     std::vector<RunStep> runs;  // 1 to 4
 };
 

@@ -24,7 +24,7 @@ struct PARAM_DESC {
 };
 
 class HOST_API CParamManage {
-public:
+  public:
     int CheckParam(const char* name, const char* value);
     int SetParam(const char* name, const char* value, int valueIndex);
     PARAM_DESC* GetParamFindAndCheck(const char* name, int valueIndex);
@@ -38,12 +38,12 @@ public:
         return GetStrValueByType(desc->values[valueIndex], GetValueType(desc));
     }
 
-private:
+  private:
     std::map<std::string, PARAM_DESC> m_params;
 };
 
 class HOST_API CResultManage {
-public:
+  public:
     int SetModuleType(const algo::ModuleType& type);
     int AddResultInfo(int resultType, int resultCount);
     int SendResultInfoExist(int ok, int reserved, const std::string& textCn,
@@ -51,13 +51,13 @@ public:
 };
 
 class HOST_API CStaticSubPub {
-public:
+  public:
     // Fills list with the host's own dynamic publications; 0 on success.
     int GetDynamicPubParam(DYNAMIC_PUBLISH_PARAM_LIST* list);
 };
 
 class HOST_API CAlgoUtils {
-public:
+  public:
     struct SubParam {
         int algo_id = -1;
         std::string algo_name;
@@ -71,7 +71,7 @@ public:
 
 // The module interface as the host calls it. Declaration order is virtual-table order.
 class HOST_API CAbstractUserModule {
-public:
+  public:
     virtual ~CAbstractUserModule();
     virtual int Process(void* input, void* output) = 0;
     virtual int SetPwd(const char* path) = 0;
@@ -137,7 +137,7 @@ public:
 };
 
 class HOST_API CAlgo : public CAbstractUserModule {
-public:
+  public:
     CAlgo();
     ~CAlgo() override;
 

@@ -44,9 +44,11 @@ static_assert(offsetof(DYNAMIC_SUBSCRIBE_NODE, algo_id) == 64, "");
 static_assert(offsetof(DYNAMIC_SUBSCRIBE_NODE, param_name) == 68, "");
 static_assert(sizeof(DYNAMIC_SUBSCRIBE_PARAM) == 520, "subscribe record is 520 bytes");
 static_assert(offsetof(DYNAMIC_SUBSCRIBE_PARAM, sub) == 260, "");
-static_assert(offsetof(DYNAMIC_SUBSCRIBE_PARAM, sub) + offsetof(DYNAMIC_SUBSCRIBE_NODE, algo_id) == 324,
+static_assert(offsetof(DYNAMIC_SUBSCRIBE_PARAM, sub) + offsetof(DYNAMIC_SUBSCRIBE_NODE, algo_id) ==
+                  324,
               "");
-static_assert(offsetof(DYNAMIC_SUBSCRIBE_PARAM, sub) + offsetof(DYNAMIC_SUBSCRIBE_NODE, param_name) ==
+static_assert(offsetof(DYNAMIC_SUBSCRIBE_PARAM, sub) +
+                      offsetof(DYNAMIC_SUBSCRIBE_NODE, param_name) ==
                   328,
               "");
 static_assert(sizeof(DYNAMIC_PUBLISH_PARAM) == 208, "publish record is 208 bytes");

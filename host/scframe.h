@@ -13,19 +13,19 @@
 namespace Infra {
 
 class HOST_API CDataContainer {
-public:
+  public:
     class _IObj {
-    public:
+      public:
         virtual ~_IObj() = default;
     };
 
     template <typename T>
     class _SubObject : public _IObj {
-    public:
+      public:
         explicit _SubObject(std::unique_ptr<T> obj) : m_obj(std::move(obj)) {}
         T* get() const { return m_obj.get(); }
 
-    private:
+      private:
         std::unique_ptr<T> m_obj;
     };
 
@@ -47,14 +47,14 @@ public:
 
     size_t objectCount() const { return m_objects.size(); }
 
-private:
+  private:
     std::map<std::string, std::unique_ptr<_IObj>> m_objects;
 };
 
 }  // namespace Infra
 
 class HOST_API CScFrame : public Infra::CDataContainer {
-public:
+  public:
     std::unordered_map<std::string, int> IntTable;
     std::unordered_map<std::string, std::vector<int>> IntListTable;
     std::unordered_map<std::string, float> FloatTable;

@@ -150,9 +150,9 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
                     ConcatText += text;
                     return 0;
                 }
-                const std::string& stored = StoreAt(
-                    ListOf(frame, &CScFrame::StringListTable, item.ParamName), std::move(text),
-                    index);
+                const std::string& stored =
+                    StoreAt(ListOf(frame, &CScFrame::StringListTable, item.ParamName),
+                            std::move(text), index);
                 // A lone carriage return is a line-break symbol: kept in the output, not shown.
                 if (stored != "\r") show(stored);
                 return 0;

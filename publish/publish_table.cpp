@@ -57,7 +57,7 @@ int CFormatV2Module::GetDynamicSinglePublishParam(int index, DYNAMIC_PUBLISH_PAR
     if (index < 0 || index >= DynamicPubList.nNum) return kErrIndex;
     *param = DynamicPubList.params[index];
     // Host entries are not ours: never read past their fields, terminated or not.
-    FV2_INFO_AT(924, "nParamIdx %d: pub(param_name[%.64s],type:%.64s))\r\n", index, param->param_name,
-                param->type);
+    FV2_INFO_AT(924, "nParamIdx %d: pub(param_name[%.64s],type:%.64s))\r\n", index,
+                param->param_name, param->type);
     return 0;
 }

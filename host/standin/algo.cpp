@@ -4,6 +4,8 @@
 
 #include "state.h"
 
+// The operations kept one to a line, to read as a table of what the stand-in host answers.
+// clang-format off
 CAbstractUserModule::~CAbstractUserModule() = default;
 int CAbstractUserModule::UpdatePwd(const char*) { return 0; }
 int CAbstractUserModule::SetModuleId(int) { return 0; }
@@ -113,6 +115,7 @@ int CAlgo::InitIO(int, std::string) { return 0; }
 int CAlgo::InitDISP(int, std::string) { return 0; }
 int CAlgo::InitResult(int) { return 0; }
 
+// clang-format on
 int CAlgo::Init() {
     if (int code = standin::failure(standin::Call::kInit)) return code;
     if (!ParamManage) ParamManage = std::make_shared<CParamManage>();

@@ -7,11 +7,17 @@ State& state() {
     return s;
 }
 
-void FailCall(Call op, int code) { state().failures[static_cast<size_t>(op)] = code; }
+void FailCall(Call op, int code) {
+    state().failures[static_cast<size_t>(op)] = code;
+}
 
-void Reset() { state() = State{}; }
+void Reset() {
+    state() = State{};
+}
 
-void SetFsRoot(const std::string& root) { state().fsRoot = root; }
+void SetFsRoot(const std::string& root) {
+    state().fsRoot = root;
+}
 
 std::string ResolvePath(const std::string& path) {
     const std::string& root = state().fsRoot;
@@ -19,9 +25,13 @@ std::string ResolvePath(const std::string& path) {
     return root + path;
 }
 
-const std::vector<ResultCall>& ResultCalls() { return state().resultCalls; }
+const std::vector<ResultCall>& ResultCalls() {
+    return state().resultCalls;
+}
 
-int UpProcessTimeCalls() { return state().upProcessTimeCalls; }
+int UpProcessTimeCalls() {
+    return state().upProcessTimeCalls;
+}
 
 void SetHostPubEntries(const std::vector<DYNAMIC_PUBLISH_PARAM>& entries) {
     state().hostPubEntries = entries;

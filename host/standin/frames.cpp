@@ -31,8 +31,7 @@ namespace {
 // A scalar entry gives one element, else the list entry gives all of its elements.
 template <typename T>
 int GetDynamic(Call op, void* input, const std::string& name, int& count, T& value,
-               std::vector<T>& list,
-               std::unordered_map<std::string, T> CScFrame::*scalars,
+               std::vector<T>& list, std::unordered_map<std::string, T> CScFrame::*scalars,
                std::unordered_map<std::string, std::vector<T>> CScFrame::*lists) {
     if (int code = standin::failure(op)) return code;
     if (input == nullptr) return standin::kErrNotFound;

@@ -70,7 +70,9 @@ void* osal_malloc(size_t size, int) {
     return std::malloc(size == 0 ? 1 : size);
 }
 
-void osal_free(void* buffer) { std::free(buffer); }
+void osal_free(void* buffer) {
+    std::free(buffer);
+}
 
 long osal_load_file(const char* path, long offset, void* buffer, long size) {
     if (int code = standin::failure(Call::kOsalLoadFile)) return code;

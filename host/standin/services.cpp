@@ -27,7 +27,9 @@ int CParamManage::GetValueType(const PARAM_DESC* desc) {
     return desc == nullptr ? PARAM_TYPE_STRING : desc->type;
 }
 
-std::string CParamManage::GetStrValueByType(const std::string& value, int) { return value; }
+std::string CParamManage::GetStrValueByType(const std::string& value, int) {
+    return value;
+}
 
 static bool ValueFitsType(const char* value, int type) {
     if (type == PARAM_TYPE_STRING) return true;
@@ -77,8 +79,7 @@ int CResultManage::AddResultInfo(int resultType, int resultCount) {
 }
 
 int CResultManage::SendResultInfoExist(int ok, int reserved, const std::string& textCn,
-                                       const std::string& textEn,
-                                       std::shared_ptr<CScFrame> frame) {
+                                       const std::string& textEn, std::shared_ptr<CScFrame> frame) {
     state().resultCalls.push_back(
         {"SendResultInfoExist", ok, reserved, textCn, textEn, std::move(frame)});
     return failure(Call::kSendResultInfoExist);

@@ -74,9 +74,9 @@ struct InputHandle {
         std::shared_ptr<CScFrame> frame;  // may be null: a resolution that yields no frame
         std::string key;
     };
-    std::shared_ptr<CScFrame> frame;                 // the run's input frame; null = none
-    std::map<std::string, Binding> inputs;           // "inputN" -> where its value lives
-    std::map<std::string, int> countOverride;        // count the getters report, if set
+    std::shared_ptr<CScFrame> frame;           // the run's input frame; null = none
+    std::map<std::string, Binding> inputs;     // "inputN" -> where its value lives
+    std::map<std::string, int> countOverride;  // count the getters report, if set
 
     void Bind(const std::string& input, std::shared_ptr<CScFrame> source, const std::string& key) {
         inputs[input] = Binding{std::move(source), key};

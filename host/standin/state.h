@@ -18,6 +18,8 @@ struct State {
 
 State& state();
 
-inline int failure(Call op) { return state().failures[static_cast<size_t>(op)]; }
+inline int failure(Call op) {
+    return state().failures[static_cast<size_t>(op)];
+}
 
 }  // namespace standin

@@ -27,7 +27,9 @@ struct CheckFailed : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-[[noreturn]] void ThrowCheck(const std::string& message) { throw CheckFailed(message); }
+[[noreturn]] void ThrowCheck(const std::string& message) {
+    throw CheckFailed(message);
+}
 
 }  // namespace
 

@@ -25,7 +25,9 @@ struct CheckFailed : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-[[noreturn]] void ThrowCheck(const std::string& message) { throw CheckFailed(message); }
+[[noreturn]] void ThrowCheck(const std::string& message) {
+    throw CheckFailed(message);
+}
 
 // The inputs of a folder in name order (notes such as README.md are not inputs).
 std::vector<fs::path> Inputs(const fs::path& folder) {
