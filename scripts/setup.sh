@@ -4,7 +4,8 @@
 set -euo pipefail
 
 native_pkgs=(cmake g++ make libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev
-             libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr)
+             libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr libcli11-dev
+             python3 python3-jsonschema dpkg-dev file)
 armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf
             libgmock-dev:armhf)
 
