@@ -65,7 +65,7 @@ int CAbstractUserModule::InitDISP(int, std::string) { return 0; }
 int CAbstractUserModule::InitResult(int) { return 0; }
 
 int CAbstractUserModule::UpProcessTime() {
-    ++standin::state().upProcessTimeCalls;
+    standin::WithState([](standin::State& s) { ++s.upProcessTimeCalls; });
     return 0;
 }
 

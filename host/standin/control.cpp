@@ -2,39 +2,44 @@
 
 namespace standin {
 
+std::mutex& stateLock() {
+    static std::mutex lock;
+    return lock;
+}
+
 State& state() {
     static State s;
     return s;
 }
 
 void FailCall(Call op, int code) {
-    state().failures[static_cast<size_t>(op)] = code;
+    WithState([&](State& s) { s.failures[static_cast<size_t>(op)] = code; });
 }
 
 void Reset() {
-    state() = State{};
+    WithState([](State& s) { s = State{}; });
 }
 
 void SetFsRoot(const std::string& root) {
-    state().fsRoot = root;
+    WithState([&](State& s) { s.fsRoot = root; });
 }
 
 std::string ResolvePath(const std::string& path) {
-    const std::string& root = state().fsRoot;
+    const std::string root = WithState([](State& s) { return s.fsRoot; });
     if (root.empty() || path.empty() || path[0] != '/') return path;
     return root + path;
 }
 
-const std::vector<ResultCall>& ResultCalls() {
-    return state().resultCalls;
+std::vector<ResultCall> ResultCalls() {
+    return WithState([](State& s) { return s.resultCalls; });
 }
 
 int UpProcessTimeCalls() {
-    return state().upProcessTimeCalls;
+    return WithState([](State& s) { return s.upProcessTimeCalls; });
 }
 
 void SetHostPubEntries(const std::vector<DYNAMIC_PUBLISH_PARAM>& entries) {
-    state().hostPubEntries = entries;
+    WithState([&](State& s) { s.hostPubEntries = entries; });
 }
 
 void DeclareParam(const std::string& name, int type, const std::vector<std::string>& accepted,
@@ -44,7 +49,7 @@ void DeclareParam(const std::string& name, int type, const std::vector<std::stri
     desc.type = type;
     desc.accepted = accepted;
     desc.values = {initial};
-    state().declaredParams[name] = desc;
+    WithState([&](State& s) { s.declaredParams[name] = desc; });
 }
 
 }  // namespace standin

@@ -8,7 +8,6 @@
 
 using standin::Call;
 using standin::failure;
-using standin::state;
 
 // ---- CParamManage ----------------------------------------------------------------------
 
@@ -16,9 +15,16 @@ PARAM_DESC* CParamManage::GetParamFindAndCheck(const char* name, int valueIndex)
     if (name == nullptr || valueIndex < 0) return nullptr;
     auto it = m_params.find(name);
     if (it == m_params.end()) {
-        auto declared = state().declaredParams.find(name);
-        if (declared == state().declaredParams.end()) return nullptr;
-        it = m_params.emplace(name, declared->second).first;
+        // Each manager keeps its own copy of a declared parameter, made on first use.
+        PARAM_DESC declared;
+        const bool found = standin::WithState([&](standin::State& s) {
+            auto d = s.declaredParams.find(name);
+            if (d == s.declaredParams.end()) return false;
+            declared = d->second;
+            return true;
+        });
+        if (!found) return nullptr;
+        it = m_params.emplace(name, std::move(declared)).first;
     }
     return &it->second;
 }
@@ -68,21 +74,31 @@ int CParamManage::SetParam(const char* name, const char* value, int valueIndex) 
 
 // ---- CResultManage ---------------------------------------------------------------------
 
+namespace {
+
+int Record(standin::ResultCall call, Call op) {
+    return standin::WithState([&](standin::State& s) {
+        s.resultCalls.push_back(std::move(call));
+        return s.failures[static_cast<size_t>(op)];
+    });
+}
+
+}  // namespace
+
 int CResultManage::SetModuleType(const algo::ModuleType& type) {
-    state().resultCalls.push_back({"SetModuleType", static_cast<int>(type), 0, {}, {}, nullptr});
-    return failure(Call::kSetModuleType);
+    return Record({"SetModuleType", static_cast<int>(type), 0, {}, {}, nullptr, this},
+                  Call::kSetModuleType);
 }
 
 int CResultManage::AddResultInfo(int resultType, int resultCount) {
-    state().resultCalls.push_back({"AddResultInfo", resultType, resultCount, {}, {}, nullptr});
-    return failure(Call::kAddResultInfo);
+    return Record({"AddResultInfo", resultType, resultCount, {}, {}, nullptr, this},
+                  Call::kAddResultInfo);
 }
 
 int CResultManage::SendResultInfoExist(int ok, int reserved, const std::string& textCn,
                                        const std::string& textEn, std::shared_ptr<CScFrame> frame) {
-    state().resultCalls.push_back(
-        {"SendResultInfoExist", ok, reserved, textCn, textEn, std::move(frame)});
-    return failure(Call::kSendResultInfoExist);
+    return Record({"SendResultInfoExist", ok, reserved, textCn, textEn, std::move(frame), this},
+                  Call::kSendResultInfoExist);
 }
 
 // ---- CStaticSubPub ---------------------------------------------------------------------
@@ -90,7 +106,7 @@ int CResultManage::SendResultInfoExist(int ok, int reserved, const std::string& 
 int CStaticSubPub::GetDynamicPubParam(DYNAMIC_PUBLISH_PARAM_LIST* list) {
     if (int code = failure(Call::kGetDynamicPubParam)) return code;
     if (list == nullptr) return static_cast<int>(0xE0000001);
-    const auto& entries = state().hostPubEntries;
+    const auto entries = standin::WithState([](standin::State& s) { return s.hostPubEntries; });
     size_t n = std::min<size_t>(entries.size(), kDynamicParamMax);
     for (size_t i = 0; i < n; ++i) list->params[i] = entries[i];
     list->nNum = static_cast<int32_t>(n);

@@ -56,8 +56,10 @@ struct ResultCall {
     std::string textCn;
     std::string textEn;
     std::shared_ptr<CScFrame> frame;
+    const CResultManage* manager = nullptr;  // whose result manager: one per module instance
 };
-HOST_API const std::vector<ResultCall>& ResultCalls();
+// A copy of the calls so far, of every module instance, in the order they were made.
+HOST_API std::vector<ResultCall> ResultCalls();
 HOST_API int UpProcessTimeCalls();
 
 // Entries that CStaticSubPub::GetDynamicPubParam places ahead of the module's own.

@@ -1,7 +1,11 @@
 // Process-wide state of the stand-in host, shared by its translation units.
+//
+// A real host serves many module instances from many threads at once, so every read and write
+// of this state holds the one lock below; nothing else in the stand-in is shared.
 #pragma once
 
 #include <array>
+#include <mutex>
 
 #include "standin.h"
 
@@ -16,10 +20,18 @@ struct State {
     std::map<std::string, PARAM_DESC> declaredParams;
 };
 
-State& state();
+std::mutex& stateLock();
+State& state();  // only while holding stateLock()
+
+// Runs f on the state under the lock and returns what it returns.
+template <typename F>
+auto WithState(F&& f) {
+    std::lock_guard<std::mutex> hold(stateLock());
+    return f(state());
+}
 
 inline int failure(Call op) {
-    return state().failures[static_cast<size_t>(op)];
+    return WithState([op](State& s) { return s.failures[static_cast<size_t>(op)]; });
 }
 
 }  // namespace standin

@@ -103,6 +103,9 @@ struct Session::Library {
     CreateFn create = nullptr;
     DestroyFn destroy = nullptr;
     ~Library() {
+        // The host's records still hold output frames, and the module made objects inside
+        // them: they must go while the module's code is still loaded.
+        standin::Reset();
         if (handle != nullptr) dlclose(handle);
     }
 };
