@@ -4,7 +4,8 @@
 
 int CFormatV2Module::AssembleCustomData(DataSection& section) {
     section.SubParam.type = "%s";
-    section.Value = StringList{section.SubParamStr};
+    // One copy of the configured text; a braced list would copy it twice.
+    section.Value = StringList(1, section.SubParamStr);
     return 0;
 }
 
@@ -14,7 +15,9 @@ void CFormatV2Module::AssembleSymbolData(DataSection& section) {
     SpecialCharReplace(text, EscapedCrLf, "\r\n");
     SpecialCharReplace(text, EscapedCr, "\r");
     section.SubParam.type = "%s";
-    section.Value = StringList{std::move(text)};
+    StringList value;
+    value.push_back(std::move(text));
+    section.Value = std::move(value);
 }
 
 void CFormatV2Module::SpecialCharReplace(std::string& text, const std::string& from,

@@ -20,9 +20,12 @@ constexpr int kErrConfigRefused = static_cast<int>(0xC0000105);
 constexpr int kErrTableRefused = static_cast<int>(0xC0000119);
 
 // Releases the configuration text, which comes from the host's allocator, on every path.
+// A failed allocation releases nothing: the host's osal_free need not accept null.
 struct OsalBuffer {
     explicit OsalBuffer(size_t size) : data(static_cast<char*>(osal_malloc(size, 4))) {}
-    ~OsalBuffer() { osal_free(data); }
+    ~OsalBuffer() {
+        if (data != nullptr) osal_free(data);
+    }
     OsalBuffer(const OsalBuffer&) = delete;
     OsalBuffer& operator=(const OsalBuffer&) = delete;
     char* data;
@@ -67,9 +70,12 @@ int CFormatV2Module::GetSubParamList() {
 int CFormatV2Module::ParsePrivJson(const char* text) {
     if (text == nullptr) return kErrNoText;
 
-    std::unique_ptr<cJSON, JsonDeleter> root(cJSON_Parse(text));
+    // The error position comes from the parse itself. cJSON also keeps it in one
+    // process-wide variable (what cJSON_GetErrorPtr reads), which another instance's parse on
+    // another thread may overwrite at any moment, or leave pointing into a freed text.
+    const char* where = nullptr;
+    std::unique_ptr<cJSON, JsonDeleter> root(cJSON_ParseWithOpts(text, &where, 0));
     if (!root) {
-        const char* where = cJSON_GetErrorPtr();
         if (where != nullptr) FV2_ERR("cJSON parse Error: %s\n", where);
         return kErrConfigRefused;
     }

@@ -67,9 +67,11 @@ class Any {
         return *this;
     }
     Any& operator=(Any&& other) noexcept {
-        holder = std::move(other.holder);
-        typeIndex = other.typeIndex;
-        other.typeIndex = typeid(void);
+        if (this != &other) {  // moved into itself, it keeps its value
+            holder = std::move(other.holder);
+            typeIndex = other.typeIndex;
+            other.typeIndex = typeid(void);
+        }
         return *this;
     }
 

@@ -15,13 +15,12 @@ constexpr const char* kEnsureCommand = "CommandFormatV2Ensure";
 }  // namespace
 
 int CFormatV2Module::SetParam(const char* name, const char* value, int length) {
-    // A negative length is refused like a zero one: no host passes it for a real value.
-    if (name == nullptr || name[0] == '\0' || value == nullptr || length <= 0 || !ParamManage) {
+    // Only a zero length is refused: the value goes on whole, as a terminated text, and its
+    // length is the host's business. ParamManage is made by the base class; a host that drops
+    // it gets a refusal rather than a crash.
+    if (name == nullptr || name[0] == '\0' || value == nullptr || length == 0 || !ParamManage) {
         return kErrBadArgument;
     }
-    // The value is read no further than length bytes, terminated or not.
-    const std::string text(value, strnlen(value, static_cast<size_t>(length)));
-    value = text.c_str();
 
     int status = ParamManage->CheckParam(name, value);
     if (status != 0) {

@@ -6,6 +6,7 @@
 
 #include "format/formatter.h"
 #include "formatv2/formatv2.h"
+#include "formatv2/guard.h"
 
 namespace {
 
@@ -22,15 +23,18 @@ std::string FloatToStringGeneral(float value, int precision) {
     char text[192];
     const auto result = std::to_chars(text, text + sizeof text, static_cast<double>(value),
                                       std::chars_format::general, precision);
-    try {
-        if (result.ec == std::errc()) return std::string(text, result.ptr);
-        const int n =
-            std::snprintf(text, sizeof text, "%.*g", precision, static_cast<double>(value));
-        return std::string(
-            text, static_cast<size_t>(std::clamp(n, 0, static_cast<int>(sizeof text) - 1)));
-    } catch (...) {
-        return std::string();
-    }
+    std::string out;
+    Guarded([&] {
+        if (result.ec == std::errc()) {
+            out.assign(text, result.ptr);
+        } else {
+            const int n =
+                std::snprintf(text, sizeof text, "%.*g", precision, static_cast<double>(value));
+            out.assign(text,
+                       static_cast<size_t>(std::clamp(n, 0, static_cast<int>(sizeof text) - 1)));
+        }
+    });
+    return out;
 }
 
 std::string CFormatV2Module::FloatToString(float value, int precision) {

@@ -93,8 +93,9 @@ class FORMATV2_API CFormatV2Module : public CAlgo {
     DYNAMIC_PUBLISH_PARAM_LIST DynamicPubList;
 
   private:
-    // Steps of a run up to output combination; Process adds the end-of-run steps.
-    int RunItems(void* input, void* output);
+    // Steps of a run up to output combination, on the run's input frame (null: none);
+    // Process adds the end-of-run steps.
+    int RunItems(const std::shared_ptr<CScFrame>& frame, void* input, void* output);
     // The input name of dynamic subscription entry position, or "" past the table's count.
     std::string InputName(int position) const;
 };

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "formatv2/formatv2.h"
+#include "formatv2/guard.h"
 #include "formatv2/module_log.h"
 #include "host/zr_frame.h"
 
@@ -14,7 +15,7 @@ constexpr int kErrNoImgMode = -1;
 constexpr int kErrNoItems = static_cast<int>(0xC0000109);
 // Whatever is thrown during a run (in practice bad_alloc) ends it with this status instead
 // of crossing into the host.
-constexpr int kErrNoMemory = static_cast<int>(0xE000000A);
+constexpr int kErrThrown = static_cast<int>(0xE000000A);
 
 // The monotonic clock in milliseconds, to the nearest, halves up.
 double MonotonicMillis() {
@@ -28,34 +29,30 @@ double MonotonicMillis() {
 }  // namespace
 
 int CFormatV2Module::Process(void* input, void* output) {
+    // Held to the very end of the run, after the result display: the host may recycle the
+    // frame once it is released.
+    std::shared_ptr<CScFrame> frame;
     int status = 0;
-    try {
-        status = RunItems(input, output);
-    } catch (...) {
-        status = kErrNoMemory;
+    if (!Guarded([&] {
+            frame = ZR_M_Get_Frame_ByID(input, 0);
+            status = RunItems(frame, input, output);
+        })) {
+        status = kErrThrown;
+        Guarded([&] { FV2_ERR("[%s] occur error:(0x%x)\r\n", "Process", status); });
     }
 
     // The end of the run is reached from every path, and nothing may escape into the host:
-    // not even from a log callback or a host service. Each step is tried on its own.
-    try {
-        FV2_INFO_AT(536, "formatv2 Process end, status : %d\n", status);
-    } catch (...) {
-    }
-    try {
-        UpProcessTime();
-    } catch (...) {
-    }
-    try {
-        SendOutputParam(output, status);
-    } catch (...) {
-        // The display output is best effort; the run's status stands.
-    }
+    // not even from a log callback or a host service. Each step is guarded on its own.
+    Guarded([&] { FV2_INFO_AT(536, "formatv2 Process end, status : %d\n", status); });
+    Guarded([&] { UpProcessTime(); });
+    Guarded([&] { SendOutputParam(output, status); });
+    frame.reset();
+    ReleaseFormatterBlocks();
     return status;
 }
 
-int CFormatV2Module::RunItems(void* input, void* output) {
+int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* input, void* output) {
     int inputIndex = 0;
-    std::shared_ptr<CScFrame> frame = ZR_M_Get_Frame_ByID(input, 0);
     if (!frame) {
         FV2_ERR_AT(490, "[%s] occur error(0x%x)\r\n", "Process", kErrNoInputFrame);
         return kErrNoInputFrame;

@@ -74,9 +74,11 @@ __attribute__((noinline)) void emit(int module, int level, bool to_output,
     char message[kMessageText];
     int message_len = 0;
     if (format != nullptr) {
-        message_len = vsnprintf(message, sizeof message, format, args);
-        if (message_len < 0) message_len = 0;  // encoding error: nothing usable was written
-        if (message_len > kMessageText - 1) message_len = kMessageText - 1;
+        // The line is the timestamp and the message joined as texts, so a NUL that the
+        // message's arguments put into it (a "%c" of 0) ends the message there.
+        if (vsnprintf(message, sizeof message, format, args) > 0) {
+            message_len = static_cast<int>(strnlen(message, sizeof message - 1));
+        }
     }
 
     char line[kLineText];

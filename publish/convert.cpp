@@ -2,8 +2,11 @@
 // type, a text is cut, decorated and cleaned, and the result goes into the output frame's list
 // table under the item's name (or onto the joined text), and into the display texts.
 //
-// Nothing here may throw into the run driver: std::stoi and std::stof failures, values out of
-// range, a missing frame and memory exhaustion all end in the conversion failure code.
+// The conversion itself is guarded: std::stoi and std::stof failures, values out of range, a
+// missing frame and memory exhaustion there end in the conversion failure code. For a text
+// target only making the text is the conversion; memory exhausted while cutting, decorating or
+// storing it propagates to the run driver, which ends the run with its own status.
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <memory>
@@ -14,6 +17,7 @@
 
 #include "format/formatter.h"
 #include "formatv2/formatv2.h"
+#include "formatv2/guard.h"
 #include "formatv2/module_log.h"
 
 namespace {
@@ -77,17 +81,22 @@ const T& StoreAt(std::vector<T>& list, V&& value, int index) {
 }
 
 // Removing a match and searching on from the removal point never looks back at what came
-// before it, so the result is the text with every leftmost non-overlapping match removed,
-// which one pass builds without shifting the tail once per match.
-std::string DeleteAll(const std::string& text, const std::string& pattern) {
-    std::string kept;
-    size_t from = 0;
-    for (size_t at = text.find(pattern); at != std::string::npos; at = text.find(pattern, from)) {
-        kept.append(text, from, at - from);
+// before it, so the result is the text with every leftmost non-overlapping match removed.
+// One pass compacts the text in place: no second buffer, and no shifting of the tail once
+// per match.
+void DeleteAll(std::string& text, const std::string& pattern) {
+    size_t at = text.find(pattern);
+    if (at == std::string::npos) return;
+    char* data = &text[0];
+    size_t kept = at;  // the compacted text's length so far; always before from
+    size_t from = at + pattern.size();
+    while ((at = text.find(pattern, from)) != std::string::npos) {
+        std::copy(data + from, data + at, data + kept);
+        kept += at - from;
         from = at + pattern.size();
     }
-    kept.append(text, from, std::string::npos);
-    return kept;
+    std::copy(data + from, data + text.size(), data + kept);
+    text.resize(kept + (text.size() - from));
 }
 
 }  // namespace
@@ -103,64 +112,75 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
 
     switch (item.ConvertType) {
         case FORMAT_V2_VARIATE_INT:
-            try {
-                const int number = ToInt(value);
-                StoreAt(ListOf(frame, &CScFrame::IntListTable, item.ParamName), number, index);
-                show(std::to_string(number));
-                return 0;
-            } catch (...) {
+            if (!Guarded([&] {
+                    const int number = ToInt(value);
+                    StoreAt(ListOf(frame, &CScFrame::IntListTable, item.ParamName), number, index);
+                    show(std::to_string(number));
+                })) {
                 FV2_ERR_AT(565, "Subscribe param:[%s] value convert to [int] failed.\n",
                            item.ParamName.c_str());
                 return kErrNotConvertible;
             }
+            return 0;
 
         case FORMAT_V2_VARIATE_FLOAT:
-            try {
-                const float number = ToFloat(value);
-                StoreAt(ListOf(frame, &CScFrame::FloatListTable, item.ParamName), number, index);
-                show(FloatToString(number, 6));
-                return 0;
-            } catch (...) {
+            if (!Guarded([&] {
+                    const float number = ToFloat(value);
+                    StoreAt(ListOf(frame, &CScFrame::FloatListTable, item.ParamName), number,
+                            index);
+                    show(FloatToString(number, 6));
+                })) {
                 FV2_ERR_AT(583, "Subscribe param:[%s] value convert to [float] failed.\n",
                            item.ParamName.c_str());
                 return kErrNotConvertible;
             }
+            return 0;
 
-        case FORMAT_V2_VARIATE_STRING:
-            try {
-                std::string text = ToText(value, item.SubParam.type);
-
-                if (item.StrTruncEnable != 0) {
-                    const long long start = item.StrTruncStart;
-                    const long long length = item.StrTruncLen;
-                    if (start >= 0 && start < static_cast<long long>(text.size()) && length >= 0) {
-                        text = text.substr(static_cast<size_t>(start), static_cast<size_t>(length));
-                    } else {
-                        text.clear();
-                        FV2_WARN_AT(611, "Subscribe param:[%s] start idx:[%d], length:[%d]\n",
-                                    item.SubParamStr.c_str(), item.StrTruncStart, item.StrTruncLen);
-                    }
-                }
-
-                // Decorated in place: an array item's text can be kilobytes long.
-                text.insert(0, item.StrPrefix).append(item.StrSuffix);
-                if (!item.StrDelete.empty()) text = DeleteAll(text, item.StrDelete);
-
-                if (StrConcateEnable != 0) {
-                    ConcatText += text;
-                    return 0;
-                }
-                const std::string& stored =
-                    StoreAt(ListOf(frame, &CScFrame::StringListTable, item.ParamName),
-                            std::move(text), index);
-                // A lone carriage return is a line-break symbol: kept in the output, not shown.
-                if (stored != "\r") show(stored);
-                return 0;
-            } catch (...) {
+        case FORMAT_V2_VARIATE_STRING: {
+            // Only making the text is the conversion; what follows (cutting, decorating,
+            // storing) is ordinary run work, and whatever it throws ends the run instead.
+            std::string text;
+            if (!Guarded([&] { text = ToText(value, item.SubParam.type); })) {
                 FV2_ERR_AT(597, "Subscribe param:[%s] value convert to [string] failed.\n",
                            item.ParamName.c_str());
                 return kErrNotConvertible;
             }
+
+            if (item.StrTruncEnable != 0) {
+                const long long start = item.StrTruncStart;
+                const long long length = item.StrTruncLen;
+                if (start >= 0 && start < static_cast<long long>(text.size()) && length >= 0) {
+                    text.erase(0, static_cast<size_t>(start));
+                    if (text.size() > static_cast<size_t>(length)) {
+                        text.resize(static_cast<size_t>(length));
+                    }
+                } else {
+                    text.clear();
+                    FV2_WARN_AT(611, "Subscribe param:[%s] start idx:[%d], length:[%d]\n",
+                                item.SubParamStr.c_str(), item.StrTruncStart, item.StrTruncLen);
+                }
+            }
+
+            // Decorated in place: an array item's text can be megabytes long.
+            text.insert(0, item.StrPrefix).append(item.StrSuffix);
+            if (!item.StrDelete.empty()) DeleteAll(text, item.StrDelete);
+
+            if (StrConcateEnable != 0) {
+                ConcatText += text;
+                return 0;
+            }
+            if (!frame) {
+                // No output frame to store into: the value cannot be published.
+                FV2_ERR_AT(597, "Subscribe param:[%s] value convert to [string] failed.\n",
+                           item.ParamName.c_str());
+                return kErrNotConvertible;
+            }
+            const std::string& stored =
+                StoreAt(frame->StringListTable[item.ParamName], std::move(text), index);
+            // A lone carriage return is a line-break symbol: kept in the output, not shown.
+            if (stored != "\r") show(stored);
+            return 0;
+        }
 
         default:
             FV2_ERR_AT(646, "Subscribe param value convert to unknown type.\n");
