@@ -2,6 +2,7 @@
 // (element 0 of every field, then element 1, ...) and every cell is formatted by its own
 // formatter. Each cell is followed by its field's separator, except the very last one.
 #include <algorithm>
+#include <cstring>
 
 #include "assembly/element_kind.h"
 #include "formatv2/formatv2.h"
@@ -11,8 +12,10 @@
 namespace {
 
 constexpr int kErrUnresolved = static_cast<int>(0xE0000001);
-constexpr int kErrUnexpectedList = static_cast<int>(0xE000030F);
 constexpr int kErrFieldRead = static_cast<int>(0xE0000315);
+// Room reserved per cell that holds an element: a number of up to 12 characters. Longer
+// cells (wide formats, texts) make the text grow as usual.
+constexpr size_t kCellGuess = 12;
 
 // The scalar entry, when there is one, is a list of one; else a non-empty list entry.
 template <typename T>
@@ -30,6 +33,40 @@ bool ReadField(const std::string& key, const std::unordered_map<std::string, T>&
     }
     return false;
 }
+
+// The item text, written into a string sized ahead rather than appended to: a cell and its
+// separator are a few bytes each, and the library's general append costs more than copying
+// them. The string grows by doubling when the room falls short, and is cut to what was
+// written at the end.
+class CellText {
+  public:
+    explicit CellText(size_t room) { text_.resize(room); }
+    void Append(const std::string& piece) {
+        const size_t n = piece.size();
+        // Room for a whole block beyond the piece lets short pieces go as one fixed 16-byte
+        // copy instead of a call. Reading 16 bytes of a piece stays inside its storage: a
+        // short string keeps a 16-byte buffer, a longer one at least 17 bytes of heap.
+        if (text_.size() - used_ < n + kBlock) {
+            text_.resize(std::max(2 * text_.size(), used_ + n + kBlock));
+        }
+        char* out = &text_[0] + used_;
+        if (n <= kBlock) {
+            std::memcpy(out, piece.data(), kBlock);
+        } else {
+            std::memcpy(out, piece.data(), n);
+        }
+        used_ += n;
+    }
+    std::string Take() {
+        text_.resize(used_);
+        return std::move(text_);
+    }
+
+  private:
+    static constexpr size_t kBlock = 16;
+    std::string text_;
+    size_t used_ = 0;
+};
 
 template <typename T>
 std::unique_ptr<CFormatter> CellOf(const Any& list, size_t row, const std::string& format,
@@ -110,25 +147,32 @@ int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& i
         }
         inputIndex += static_cast<int>(fieldCount);
 
-        // The element type of every field list, told once rather than per cell.
-        std::vector<ElementKind> kinds(fieldCount, ElementKind::kNone);
+        // The element type of every field list, told once rather than per cell. Every list
+        // holds one of the three element types: a field of no type reads as an empty text list.
+        std::vector<ElementKind> kinds(fieldCount);
+        // The text's room follows the cells that really hold an element (a short number
+        // each) and the separators that every row carries, so a sparse layout, one long
+        // field beside many empty ones, asks for no more than it will fill.
+        size_t room = 0;
         for (size_t j = 0; j < fieldCount; ++j) {
-            const Any& list = lists[j];
-            kinds[j] = list.Is<IntList>()      ? ElementKind::kInt
-                       : list.Is<FloatList>()  ? ElementKind::kFloat
-                       : list.Is<StringList>() ? ElementKind::kString
-                                               : ElementKind::kNone;
-            if (rows > 0 && kinds[j] == ElementKind::kNone) {
-                FV2_ERR("no such typeid!!!\n");
-                return kErrUnexpectedList;
+            size_t length = 0;
+            if (lists[j].Is<IntList>()) {
+                kinds[j] = ElementKind::kInt;
+                length = lists[j].AnyCast<IntList>().size();
+            } else if (lists[j].Is<FloatList>()) {
+                kinds[j] = ElementKind::kFloat;
+                length = lists[j].AnyCast<FloatList>().size();
+            } else {
+                kinds[j] = ElementKind::kString;
+                length = lists[j].AnyCast<StringList>().size();
             }
+            room += length * kCellGuess + static_cast<size_t>(rows) * fields[j].Separator.size();
         }
+        CellText cells(room);
 
         // Each cell's formatter is made, asked for its text and released in turn: the text is
         // the same as from a list of all cells joined afterwards, without holding them all.
         static const std::string kNoSeparator;
-        // A guess that spares most regrowth: a short number and a separator per cell.
-        text.reserve(static_cast<size_t>(rows) * fieldCount * 12);
         for (size_t r = 0; r < static_cast<size_t>(rows); ++r) {
             for (size_t j = 0; j < fieldCount; ++j) {
                 const std::string& format = fields[j].SubParam.type;
@@ -146,13 +190,17 @@ int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& i
                         cell = CellOf<std::string>(lists[j], r, format, separator);
                         break;
                 }
-                text += cell->format();
-                text += cell->m_strSeparator;
+                cells.Append(cell->format());
+                cells.Append(cell->m_strSeparator);
             }
         }
+        text = cells.Take();
     }
 
     section.SubParam.type = "%s";
-    section.Value = StringList{std::move(text)};
+    // Moved, not copied: the text can be the largest thing a run makes.
+    StringList value;
+    value.push_back(std::move(text));
+    section.Value = std::move(value);
     return 0;
 }

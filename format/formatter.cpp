@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "formatv2/guard.h"
+
 namespace {
 
 // isspace in the C locale, which is what sscanf skips.
@@ -32,7 +34,11 @@ bool ScanInt(const char*& s, int& out) {
     if (*s < '0' || *s > '9') return false;
     const unsigned long limit = negative ? static_cast<unsigned long>(LONG_MAX) + 1UL
                                          : static_cast<unsigned long>(LONG_MAX);
+    // Nine digits fit any long; only longer numbers need the saturating steps.
     unsigned long magnitude = 0;
+    for (const char* plain = s + 9; s < plain && *s >= '0' && *s <= '9'; ++s) {
+        magnitude = magnitude * 10 + static_cast<unsigned long>(*s - '0');
+    }
     bool saturated = false;
     for (; *s >= '0' && *s <= '9'; ++s) {
         const unsigned long digit = static_cast<unsigned long>(*s - '0');
@@ -57,6 +63,44 @@ void ScanWidth(const char* s, int& width, int* precision) {
     if (!ScanInt(s, width) || precision == nullptr || *s != '.') return;
     ++s;
     ScanInt(s, *precision);
+}
+
+// The numbers of the last format text a thread scanned, one memo for int formats and one for
+// float formats: the cells of an array field share their format text, so most cells find
+// their numbers here instead of scanning again. Plain data, so the thread-local storage needs
+// no destructor (see the spare blocks below).
+struct ScanMemo {
+    char text[16];
+    size_t length = sizeof text;  // no text memoised yet
+    int width = 0;
+    int precision = 0;
+};
+thread_local ScanMemo tIntScan, tFloatScan;
+
+// A few bytes compared in line: a call to memcmp costs more than the comparison.
+bool SameShort(const char* a, const char* b, size_t length) {
+    for (size_t i = 0; i < length; ++i) {
+        if (a[i] != b[i]) return false;
+    }
+    return true;
+}
+
+// ScanWidth through the memo; format texts longer than the memo holds are always scanned.
+void ScanFormat(const std::string& format, int& width, int* precision) {
+    ScanMemo& memo = precision == nullptr ? tIntScan : tFloatScan;
+    const size_t length = format.size();
+    if (length == memo.length && SameShort(format.data(), memo.text, length)) {
+        width = memo.width;
+        if (precision != nullptr) *precision = memo.precision;
+        return;
+    }
+    ScanWidth(format.c_str(), width, precision);
+    if (length < sizeof memo.text) {
+        std::memcpy(memo.text, format.data(), length);
+        memo.length = length;
+        memo.width = width;
+        memo.precision = precision != nullptr ? *precision : 0;
+    }
 }
 
 size_t BoundedWidth(int width) {
@@ -181,34 +225,29 @@ bool RoundFractionLong(float f, size_t precision, char* digits) {
     return false;
 }
 
-// The texts are built in place in the caller's string (a string returned by value from a
-// try block would be moved, which copies a short string once more).
-void FormatInt(int value, const std::string& format, std::string& text) {
+// Each text is made at its final length and returned as made (no assignment into an existing
+// string, which goes through the library's general replace).
+std::string FormatInt(int value, const std::string& format) {
     int width = 0;
-    ScanWidth(format.c_str(), width, nullptr);
+    ScanFormat(format, width, nullptr);
 
     const bool negative = value < 0;
     const uint32_t magnitude =
         negative ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
     const size_t length = std::max(DecimalLength(magnitude) + negative, BoundedWidth(width));
-    text.assign(length, '0');
+    std::string text(length, '0');
     WriteDecimal(&text[0] + length, magnitude);
     if (negative) text[0] = '-';
+    return text;
 }
 
-void FormatFloat(float value, const std::string& format, std::string& text) {
-    if (std::isnan(value)) {
-        text = "nan";
-        return;
-    }
-    if (std::isinf(value)) {
-        text = value < 0 ? "-inf" : "inf";
-        return;
-    }
+std::string FormatFloat(float value, const std::string& format) {
+    if (std::isnan(value)) return "nan";
+    if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
 
     int width = 0;
     int precision = 0;
-    ScanWidth(format.c_str(), width, &precision);
+    ScanFormat(format, width, &precision);
     const size_t fractionLength = BoundedWidth(precision);
     const bool negative = value < 0;  // -0.0 is not, and gets no sign
     const float magnitude = std::fabs(value);
@@ -220,15 +259,36 @@ void FormatFloat(float value, const std::string& format, std::string& text) {
         const size_t wholeLength =
             static_cast<size_t>(std::clamp(n, 1, static_cast<int>(sizeof whole) - 1));
         const size_t padded = std::max(wholeLength, BoundedWidth(width));
-        text.assign(negative + padded + 1 + fractionLength, '0');
+        std::string text(negative + padded + 1 + fractionLength, '0');
         if (negative) text[0] = '-';
         std::memcpy(&text[negative + padded - wholeLength], whole, wholeLength);
         text[negative + padded] = '.';
-        return;
+        return text;
     }
 
     uint64_t integer = static_cast<uint64_t>(magnitude);
     const float fraction = magnitude - static_cast<float>(integer);
+    const size_t widthLength = BoundedWidth(width);
+    if (integer < 1000000000 && fractionLength <= 9 && widthLength <= 16) {
+        // The common cell, laid out in a stack buffer and made into its text in one step;
+        // every number fits 32 bits, which the 32-bit device divides without a library call.
+        uint32_t digits = static_cast<uint32_t>(RoundFractionShort(fraction, fractionLength));
+        uint32_t whole = static_cast<uint32_t>(integer);
+        if (digits == kPowersOfTen[fractionLength]) {
+            digits = 0;
+            ++whole;
+        }
+        const size_t padded = std::max(DecimalLength(whole), widthLength);
+        const size_t length = negative + padded + 1 + fractionLength;
+        char text[1 + 16 + 1 + 9];
+        std::memset(text, '0', length);
+        text[0] = negative ? '-' : '0';
+        char* point = text + negative + padded;
+        WriteDecimal(point, whole);
+        *point = '.';
+        if (digits != 0) WriteDecimal(point + 1 + fractionLength, digits);
+        return std::string(text, length);
+    }
     // The rounding is settled before the text is laid out, since a carry can lengthen
     // the integer digits.
     uint64_t shortDigits = 0;
@@ -244,8 +304,8 @@ void FormatFloat(float value, const std::string& format, std::string& text) {
         if (RoundFractionLong(fraction, fractionLength, &longDigits[0])) ++integer;
     }
 
-    const size_t padded = std::max(DecimalLength(integer), BoundedWidth(width));
-    text.assign(negative + padded + 1 + fractionLength, '0');
+    const size_t padded = std::max(DecimalLength(integer), widthLength);
+    std::string text(negative + padded + 1 + fractionLength, '0');
     if (negative) text[0] = '-';
     char* point = &text[negative + padded];
     WriteDecimal64(point, integer);
@@ -255,83 +315,65 @@ void FormatFloat(float value, const std::string& format, std::string& text) {
     } else if (shortDigits != 0) {
         WriteDecimal64(point + 1 + fractionLength, shortDigits);  // leading zeros stay
     }
+    return text;
 }
 
-// Every formatter class fits one block (the largest, StringFormatter, is 104 bytes on a
-// 64-bit ABI). A thread keeps at most kMaxCachedBlocks free blocks (512 KiB); beyond that,
-// and for larger classes, blocks go back to the heap.
+// Every formatter class fits one block (the largest, StringFormatter, is 104 bytes on a 64-bit
+// ABI). The spare blocks are plain thread-local pointers on purpose: thread-local storage with
+// a destructor registers that destructor with the runtime, which then keeps the whole library
+// loaded until the thread ends, so a host's dlclose would unload nothing. A run holds one
+// formatter at a time, so a few spare blocks are all the reuse there is.
 constexpr std::size_t kBlockSize = 128;
-constexpr std::size_t kMaxCachedBlocks = 4096;
+constexpr unsigned kMaxSpareBlocks = 8;
 
 struct FreeBlock {
     FreeBlock* next;
 };
 
-struct BlockCache {
-    FreeBlock* head = nullptr;
-    std::size_t count = 0;
-    bool closed = false;  // the thread is ending: blocks go straight back to the heap
-
-    ~BlockCache() {
-        closed = true;
-        while (head != nullptr) {
-            FreeBlock* block = head;
-            head = block->next;
-            ::operator delete(block);
-        }
-    }
-};
-
-thread_local BlockCache tBlocks;
+thread_local FreeBlock* tSpare = nullptr;
+thread_local unsigned tSpareCount = 0;
 
 }  // namespace
 
 void* CFormatter::operator new(std::size_t size) {
     if (size > kBlockSize) return ::operator new(size);
-    BlockCache& cache = tBlocks;
-    if (cache.head == nullptr) return ::operator new(kBlockSize);
-    FreeBlock* block = cache.head;
-    cache.head = block->next;
-    --cache.count;
+    if (tSpare == nullptr) return ::operator new(kBlockSize);
+    FreeBlock* block = tSpare;
+    tSpare = block->next;
+    --tSpareCount;
     return block;
 }
 
 void CFormatter::operator delete(void* block, std::size_t size) noexcept {
-    BlockCache& cache = tBlocks;
-    if (size > kBlockSize || cache.closed || cache.count >= kMaxCachedBlocks) {
+    if (size > kBlockSize || tSpareCount >= kMaxSpareBlocks) {
         ::operator delete(block);
         return;
     }
-    FreeBlock* free = static_cast<FreeBlock*>(block);
-    free->next = cache.head;
-    cache.head = free;
-    ++cache.count;
+    FreeBlock* spare = static_cast<FreeBlock*>(block);
+    spare->next = tSpare;
+    tSpare = spare;
+    ++tSpareCount;
 }
 
-std::string IntFormatter::format() {
-    std::string text;
-    try {
-        FormatInt(m_value, m_strFormat, text);
-    } catch (...) {
-        text.clear();
+void ReleaseFormatterBlocks() noexcept {
+    while (tSpare != nullptr) {
+        FreeBlock* block = tSpare;
+        tSpare = block->next;
+        ::operator delete(block);
     }
-    return text;
+    tSpareCount = 0;
+}
+
+// format() never fails: memory exhausted while building a text gives "".
+std::string IntFormatter::format() {
+    return GuardedOr([&] { return FormatInt(m_value, m_strFormat); }, [] { return std::string(); });
 }
 
 std::string FloatFormatter::format() {
-    std::string text;
-    try {
-        FormatFloat(m_value, m_strFormat, text);
-    } catch (...) {
-        text.clear();
-    }
-    return text;
+    return GuardedOr([&] { return FormatFloat(m_value, m_strFormat); },
+                     [] { return std::string(); });
 }
 
 std::string StringFormatter::format() {
-    try {
-        return m_value;
-    } catch (...) {
-        return std::string();
-    }
+    return GuardedOr([&] { return m_value; }, [] { return std::string(); });
 }
