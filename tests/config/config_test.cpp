@@ -326,7 +326,7 @@ TEST_F(Cfg, TableRecords) {
 }
 
 // The command re-reads the file and is not stored; other letter case is an ordinary parameter.
-// Parameters: refused arguments, values read no further than their length, cut reads.
+// Parameters: refused arguments, values handed on whole whatever the length, cut reads.
 TEST_F(Cfg, Parameters) {
     const char* const ensure = "CommandFormatV2Ensure";
     for (const char* name : {ensure, "commandformatv2ensure", "num"}) {
@@ -369,16 +369,15 @@ TEST_F(Cfg, Parameters) {
     int n = 0;
     // clang-format off
     for (int refused : {m->SetParam(nullptr, "1", 1), m->SetParam("", "1", 1), m->SetParam("num", nullptr, 1),
-                        m->SetParam("num", "1", 0), m->SetParam("num", "1", -1), m->GetParam(nullptr, b, 4, &n),
+                        m->SetParam("num", "1", 0), m->GetParam(nullptr, b, 4, &n),
                         m->GetParam("", b, 4, &n), m->GetParam("num", nullptr, 4, &n),
                         m->GetParam("num", b, 4, nullptr), m->GetParam("num", b, 0, &n)}) {
         EXPECT_EQ(refused, kBadArgument);
     }
     // clang-format on
-    const char raw[10] = {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'};  // no terminator
-    EXPECT_EQ(m->SetParam("num", raw, 10), 0);
+    EXPECT_EQ(m->SetParam("num", "0123456789", 1), 0);
     EXPECT_EQ(param("num", 4) + "|" + param("num", 1) + "|" + param("num"), "012||0123456789");
-    EXPECT_EQ(m->SetParam("num", raw, 2), 0);
+    EXPECT_EQ(m->SetParam("num", "01", -1), 0);
     EXPECT_EQ(param("num"), "01");
     g_logs.clear();
     EXPECT_EQ(m->SetParam("num", "abc", 3), standin::kErrParamValue);
@@ -438,7 +437,8 @@ TEST(ItemModel, AnyCopiesAreDeepAndBadCastsThrow) {
     c = b.Value;
     c.AnyCast<IntList>()[0] = 9;
     Any& same = c;
-    c = same;  // assigning a holder to itself keeps its value
+    c = same;             // assigned to itself, a holder keeps its value
+    c = std::move(same);  // and moved into itself too
     Any moved(std::move(c));
     EXPECT_EQ(Describe(a.Value) + Describe(b.Value) + Describe(moved) + Describe(c),
               "i:1,2i:1,2,3i:9,2,3-");

@@ -44,11 +44,16 @@ TEST_F(NoThrow, EveryAllocationFailureEndsTheRunWithAStatus) {
             out.frame = std::make_shared<CScFrame>();
             g_allocations = 0;
             g_failAt = n;
+            g_logs.clear();
             int status = 0;
             EXPECT_NO_THROW(status = Run()) << "allocation " << n;
             g_failAt = -1;
             if (g_allocations < n) break;  // the run needed fewer: every point was tried
             failures += status != 0;
+            // A run ended by a throw says so in one Err line.
+            EXPECT_EQ(Count(kErr, "[Process] occur error:(0xe000000a)"),
+                      status == int(0xE000000A) ? 1 : 0)
+                << "allocation " << n;
         }
         EXPECT_GT(failures, 0);
         out.frame = std::make_shared<CScFrame>();

@@ -71,7 +71,7 @@ TEST(LogOutput, ModuleLinesReachOutputAndCallbackByteExact) {
 TEST(LogOutput, AcceptanceByThresholdCallbackLevelAndModule) {
     Capture untouched;  // before log_prt_init every threshold is 0; a null format logs nothing
     const char* volatile no_format = nullptr;
-    log_print_mod(LOG_MODULE_BYTES, 0, "a");
+    log_print_mod(LOG_MODULE_BYTES, 0, "a%cb", 0);  // the line ends at the message's first NUL
     log_print_mod(LOG_MODULE_COUNT, LOG_LEVEL_ERR, "unknown id");
     log_print_mod(0, 0, no_format, 0);
     EXPECT_EQ(untouched.take(), "a");
