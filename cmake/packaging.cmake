@@ -27,7 +27,8 @@ install(FILES ${PROJECT_SOURCE_DIR}/docs/configuration.md
 
 install(TARGETS algo LIBRARY DESTINATION usr/lib COMPONENT standin EXCLUDE_FROM_ALL)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/ DESTINATION usr/include/formatv2/host
-        COMPONENT standin EXCLUDE_FROM_ALL FILES_MATCHING PATTERN "*.h")
+        COMPONENT standin EXCLUDE_FROM_ALL FILES_MATCHING PATTERN "*.h"
+        PATTERN state.h EXCLUDE)
 
 if(TARGET formatv2_preview)
   # The runner drives the module through controls only the stand-in has, so it must get the
