@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
 # Builds the device packages from the armhf cross build: a tarball and a .deb of the module
 # (formatv2) and of the preview runner (formatv2-preview), in build/armhf/packages/.
-#
-#   scripts/package.sh [PRESET]   PRESET defaults to armhf; release gives amd64 packages
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-preset="${1:-armhf}"
-case "${preset}" in
-  -h|--help) sed -n '2,5p' "$0"; exit 0 ;;
+case "${1:-}" in
+  -h|--help) sed -n '2,3s/^# //p' "$0"; exit 0 ;;
+  "") ;;
+  *) echo "usage: scripts/package.sh [--help]" >&2; exit 2 ;;
 esac
+preset=armhf
 
 bash scripts/setup.sh >/dev/null
 cmake --preset "${preset}" >/dev/null
