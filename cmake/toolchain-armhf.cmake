@@ -6,6 +6,8 @@ set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+# Packages strip with this (CPACK_STRIP_FILES); the host's strip cannot read ARM objects.
+find_program(CMAKE_STRIP arm-linux-gnueabihf-strip REQUIRED)
 # qemu's -L prefix supplies the cross package's ld.so, but the loader's multiarch search path
 # would find libc6:armhf, a different build, first; pthread_create then crashes. /lib inside
 # the prefix holds the libc that matches the loader.

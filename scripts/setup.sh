@@ -6,8 +6,10 @@ set -euo pipefail
 native_pkgs=(cmake g++ make libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev
              libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr libcli11-dev
              python3 python3-jsonschema dpkg-dev file)
+# libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
+# package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.
 armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf
-            libgmock-dev:armhf)
+            libgmock-dev:armhf libstdc++6:armhf)
 
 SUDO=""
 if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
