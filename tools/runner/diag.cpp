@@ -99,7 +99,7 @@ JsonSyntax DescribeJsonError(const std::string& text, const char* errorAt) {
             std::snprintf(hex, sizeof hex, "\\x%02x", c);
             shown = hex;
         }
-        out.reason = "unexpected '" + shown + "'";
+        out.reason = c == '\'' ? "unexpected \"'\"" : "unexpected '" + shown + "'";
         if (std::isalpha(c)) out.reason += ": texts need double quotes; the only bare words are true, false and null";
         if (c == '\'') out.reason += ": JSON texts use double quotes";
     }
