@@ -23,7 +23,7 @@ install(FILES ${PROJECT_SOURCE_DIR}/config/default/algo_private.json
         DESTINATION ${FORMATV2_DEVICE_DIR}/json COMPONENT module)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/configuration.md
               ${PROJECT_SOURCE_DIR}/docs/algo_private.schema.json
-        DESTINATION ${FORMATV2_DOC_DIR} COMPONENT module OPTIONAL)
+        DESTINATION ${FORMATV2_DOC_DIR} COMPONENT module)
 
 install(TARGETS algo LIBRARY DESTINATION usr/lib COMPONENT standin EXCLUDE_FROM_ALL)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/ DESTINATION usr/include/formatv2/host

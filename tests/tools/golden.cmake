@@ -1,10 +1,14 @@
 # Runs the preview runner and compares its output with a file kept in the repository.
 #   cmake -DRUNNER=... -DARGS="run;scenario.json" -DEXPECTED=... [-DEMULATOR=...] [-DEXIT=0]
-#         [-DUPDATE=1] -P golden.cmake
+#         [-DINPUT=file for standard input] [-DUPDATE=1] -P golden.cmake
 # Source line numbers of log lines, the configuration text's address and the checkout's path
 # change with the code, the run and the machine, so they are masked before comparing.
+if(NOT INPUT)
+  set(INPUT /dev/null)
+endif()
 execute_process(
   COMMAND ${EMULATOR} ${RUNNER} ${ARGS}
+  INPUT_FILE ${INPUT}
   OUTPUT_VARIABLE out
   ERROR_VARIABLE err
   RESULT_VARIABLE rc)

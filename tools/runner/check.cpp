@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "diag.h"
 #include "host/algo.h"
 
 namespace preview {
@@ -34,8 +35,7 @@ bool Logged(const std::vector<LogLine>& log, const char* marker) {
     return false;
 }
 
-std::string Quoted(const cJSON* item) {
-    if (cJSON_IsString(item)) return std::string("\"") + item->valuestring + "\"";
+std::string JsonText(const cJSON* item) {
     std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(item), &cJSON_free);
     return text ? text.get() : "?";
 }
@@ -47,20 +47,20 @@ struct RowRule {
     const char* rule;
 };
 
+const char kSubscriptionRule[] =
+    "is not a subscription text the host accepts (<algo_id>:<algo_name>:<param_name>:<index>:"
+    "<type>, an integer id and two names that are not empty)";
+
 // Every row code of the configuration reader, in words.
 const RowRule kRowRules[] = {
     {-1, true, "SubParamStr", "is missing or not a text"},
-    {-2, true, "Separator", "is missing or not a text"},
+    {-2, true, "Separator", "is missing or not a text (use \"\" for none)"},
     {-3, true, "ShowValue_CN", "is missing or not a text"},
     {-4, true, "ShowValue_EN", "is missing or not a text"},
-    {-5, true, "SubParamStr",
-     "is not a subscription text the host accepts "
-     "(<algo_id>:<algo_name>:<param_name>:<index>:<type>)"},
+    {-5, true, "SubParamStr", kSubscriptionRule},
     {-6, false, "SubParamStr", "is missing or not a text (or the row is not an object)"},
     {-7, false, "IsCustomEdit", "is missing or not a number"},
-    {-8, false, "SubParamStr",
-     "is not a subscription text the host accepts "
-     "(<algo_id>:<algo_name>:<param_name>:<index>:<type>)"},
+    {-8, false, "SubParamStr", kSubscriptionRule},
     {-9, false, "IsCustomEdit",
      "must be 0 (a subscribed value, or a line-break symbol \\r\\n or \\r) or 1 (a custom text)"},
     {-10, false, "ShowValue_CN", "is missing or not a text"},
@@ -68,7 +68,7 @@ const RowRule kRowRules[] = {
     {-12, false, "ParamName", "is missing or not a text"},
     {-13, false, "ParamName",
      "is used by an earlier row or equals the top-level \"ParamName\"; output names must be "
-     "unique"},
+     "unique (letter case counts)"},
     {-14, false, "ConvertType", "is missing or not a number"},
     {-15, false, "ConvertType", "must be 1 (int), 2 (float) or 3 (string)"},
     {-16, false, "ConvertType",
@@ -89,7 +89,7 @@ int FailingElement(const cJSON* array, const RowRule& rule) {
         if (rule.code == -5) {
             CAlgoUtils::SubParam parsed;
             if (cJSON_IsString(value) &&
-                CAlgoUtils::ParseSubscribeItem(value->valuestring, parsed)) {
+                CAlgoUtils::ParseSubscribeItem(value->valuestring, parsed) != 0) {
                 return index;
             }
         } else if (!cJSON_IsString(value)) {
@@ -99,78 +99,90 @@ int FailingElement(const cJSON* array, const RowRule& rule) {
     return -1;
 }
 
-std::string ExplainRow(long long code, size_t row, const cJSON* root,
-                       const std::vector<LogLine>& log) {
+void ExplainRow(Refusal& r, long long code, size_t row, const cJSON* root,
+                const std::vector<LogLine>& log) {
     const RowRule* rule = nullptr;
-    for (const auto& r : kRowRules) {
-        if (r.code == code) rule = &r;
+    for (const auto& candidate : kRowRules) {
+        if (candidate.code == code) rule = &candidate;
     }
-    if (rule == nullptr) return "row code " + std::to_string(code) + " is not known";
-
+    r.code = static_cast<int>(code);
+    r.at.row = static_cast<int>(row);
+    if (rule == nullptr) {
+        r.rule = "row code " + std::to_string(code) + " is not known";
+        return;
+    }
     const cJSON* list = cJSON_GetObjectItem(root, "SubParamList");
     const cJSON* item = cJSON_GetArrayItem(list, static_cast<int>(row));
     const cJSON* name = cJSON_GetObjectItem(item, "ParamName");
-    std::string where = "SubParamList[" + std::to_string(row) + "]";
-    where += cJSON_IsString(name) ? " (ParamName \"" + std::string(name->valuestring) + "\")"
-                                  : " (no ParamName)";
-
+    if (cJSON_IsString(name)) r.at.paramName = name->valuestring;
+    r.at.key = rule->key;
+    r.rule = rule->rule;
     const cJSON* holder = item;
     if (rule->element) {
         const cJSON* array = cJSON_GetObjectItem(item, "Array");
-        int element = FailingElement(array, *rule);
-        where += ", Array[" + std::to_string(element) + "]";
-        holder = cJSON_GetArrayItem(array, element);
+        r.at.element = FailingElement(array, *rule);
+        holder = cJSON_GetArrayItem(array, r.at.element);
     }
-    std::string sentence = where + ": key \"" + rule->key + "\" " + rule->rule;
-    const cJSON* value = cJSON_GetObjectItem(holder, rule->key);
-    if (value != nullptr) sentence += "; it is " + Quoted(value);
+    if (const cJSON* value = cJSON_GetObjectItem(holder, rule->key)) r.value = JsonText(value);
     long long hostCode = 0;
     if ((code == -5 || code == -8) &&
         LoggedNumber(log, "ParseSubscribeItem failed, ret ", "%lld", hostCode)) {
-        char text[32];
+        char text[48];
         std::snprintf(text, sizeof text, " (host code 0x%X)", static_cast<unsigned>(hostCode));
-        sentence += text;
+        r.rule += text;
     }
-    return sentence;
 }
 
 }  // namespace
 
-std::vector<std::string> ExplainRefusal(const InitReport& init, const std::string& configText) {
-    std::vector<std::string> out;
-    if (init.status == 0) return out;
-    out.push_back("the configuration is refused: " + StatusMeaning(init.status));
-
+std::optional<Refusal> ExplainRefusal(int status, const std::vector<LogLine>& log,
+                                      size_t rowsRead, const std::string& configText) {
+    if (status == 0) return std::nullopt;
+    Refusal r;
+    r.status = status;
     std::unique_ptr<cJSON, JsonDeleter> root(cJSON_Parse(configText.c_str()));
     long long number = 0;
     if (!root) {
-        const char* at = cJSON_GetErrorPtr();
-        size_t offset = at != nullptr ? static_cast<size_t>(at - configText.c_str()) : 0;
-        out.push_back("the file is not valid JSON: the error is at " +
-                      PositionOf(configText, offset));
-    } else if (LoggedNumber(init.log, "parseSubParamList failed, ret=", "%lld", number)) {
-        out.push_back(ExplainRow(number, init.rowsRead, root.get(), init.log));
-    } else if (Logged(init.log, "cJSON_GetObjectItem SubParamList failed")) {
-        out.push_back("the top-level key \"SubParamList\" is missing or not a list");
-    } else if (LoggedNumber(init.log, "The number of subscribes exceeds the upper limit ", "%lld",
+        const JsonSyntax syntax = DescribeJsonError(configText, cJSON_GetErrorPtr());
+        r.syntax = true;
+        r.line = syntax.line;
+        r.column = syntax.column;
+        r.rule = "not valid JSON";
+        r.message = syntax.reason;
+        return r;
+    }
+    if (LoggedNumber(log, "parseSubParamList failed, ret=", "%lld", number)) {
+        ExplainRow(r, number, rowsRead, root.get(), log);
+    } else if (Logged(log, "cJSON_GetObjectItem SubParamList failed")) {
+        r.at.key = "SubParamList";
+        r.rule = "is missing or not a list";
+    } else if (LoggedNumber(log, "The number of subscribes exceeds the upper limit ", "%lld",
                             number)) {
-        out.push_back("the items subscribe to " + std::to_string(number) +
-                      " values; at most 127 subscriptions are allowed");
-    } else if (Logged(init.log, "dynamic publish table")) {
-        out.push_back(
+        r.rule = "the items subscribe to " + std::to_string(number) +
+                 " values; at most 127 subscriptions are allowed";
+    } else if (Logged(log, "dynamic publish table")) {
+        r.rule =
             "the publish table has room for 128 outputs: the host's own, the joined output and "
-            "one per item");
+            "one per item";
     } else {
         for (const char* key : {"ModuleName", "StrConcateEnable", "ParamName"}) {
-            if (Logged(init.log, ("FillJsonValue [" + std::string(key) + "]").c_str())) {
-                out.push_back(std::string("the top-level key \"") + key +
-                              (std::strcmp(key, "StrConcateEnable") == 0
-                                   ? "\" is missing or not a number"
-                                   : "\" is missing or not a text"));
+            if (Logged(log, ("FillJsonValue [" + std::string(key) + "]").c_str())) {
+                r.at.key = key;
+                r.rule = std::strcmp(key, "StrConcateEnable") == 0 ? "is missing or not a number"
+                                                                   : "is missing or not a text";
+                if (const cJSON* v = cJSON_GetObjectItem(root.get(), key)) r.value = JsonText(v);
+                break;
             }
         }
+        if (r.rule.empty()) {
+            r.rule = cJSON_IsObject(root.get()) ? "refused by the module (see its log)"
+                                                : "the configuration is not a JSON object";
+        }
     }
-    return out;
+    const std::string where = Where(r.at);
+    r.message = (where.empty() ? "" : where + " ") + r.rule;
+    if (r.value) r.message += "; it is " + *r.value;
+    return r;
 }
 
 }  // namespace preview

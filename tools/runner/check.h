@@ -1,15 +1,18 @@
-// Explains, in words, why the module refused a configuration.
+// Explains, in words and as fields, why the module refused a configuration.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "findings.h"
 #include "session.h"
 
 namespace preview {
 
-// Sentences naming the failing row (position and ParamName), key and rule; empty when the
-// configuration was accepted.
-std::vector<std::string> ExplainRefusal(const InitReport& init, const std::string& configText);
+// The refusal behind a configuration read's status, from the lines the module logged and
+// the number of rows it kept; nothing when the read succeeded.
+std::optional<Refusal> ExplainRefusal(int status, const std::vector<LogLine>& log,
+                                      size_t rowsRead, const std::string& configText);
 
 }  // namespace preview

@@ -1,116 +1,82 @@
-// formatv2_preview: runs a configuration against sample values, offline, as the host would.
-//
-//   formatv2_preview run SCENARIO.json [--json] [--log-level info|warn|err|none] [--module SO]
-//   formatv2_preview check algo_private.json [--json] [--module SO]
-//
-// Exit codes: 0 done (run) or configuration accepted (check); 1 configuration refused
-// (check); 2 bad usage, unreadable scenario, module not loadable, or a scenario value that no
-// subscription reads.
-#include <unistd.h>
+// formatv2_preview: shows what a configuration does without deploying it, checks it, and
+// tests it against expectations. A thin command line over commands.cpp; see README.md.
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <cstring>
+#include <map>
 #include <string>
+#include <vector>
 
-#include "check.h"
+#include "commands.h"
 #include "log/log.h"
-#include "report.h"
-#include "scenario.h"
-#include "session.h"
-
-namespace {
-
-struct Options {
-    std::string command;
-    std::string file;
-    std::string module = FORMATV2_MODULE_PATH;
-    bool json = false;
-    int logLevel = LOG_LEVEL_INFO;
-};
-
-int Usage() {
-    std::fprintf(stderr,
-                 "usage: formatv2_preview run SCENARIO.json [--json] "
-                 "[--log-level info|warn|err|none] [--module LIB]\n"
-                 "       formatv2_preview check algo_private.json [--json] [--module LIB]\n");
-    return 2;
-}
-
-bool ParseArgs(int argc, char** argv, Options& o) {
-    if (argc < 3) return false;
-    o.command = argv[1];
-    o.file = argv[2];
-    for (int i = 3; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--json") {
-            o.json = true;
-        } else if (arg == "--module" && i + 1 < argc) {
-            o.module = argv[++i];
-        } else if (arg == "--log-level" && i + 1 < argc) {
-            const std::string level = argv[++i];
-            if (level == "info")
-                o.logLevel = LOG_LEVEL_INFO;
-            else if (level == "warn")
-                o.logLevel = LOG_LEVEL_WARN;
-            else if (level == "err")
-                o.logLevel = LOG_LEVEL_ERR;
-            else if (level == "none")
-                o.logLevel = LOG_LEVEL_OFF;
-            else
-                return false;
-        } else {
-            return false;
-        }
-    }
-    return o.command == "run" || o.command == "check";
-}
-
-int Fail(const std::string& message) {
-    std::fprintf(stderr, "formatv2_preview: %s\n", message.c_str());
-    return 2;
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
-    Options options;
-    if (!ParseArgs(argc, argv, options)) return Usage();
+    CLI::App app{"formatv2_preview: preview, check and test formatv2 configurations offline,\n"
+                 "with the module loaded as the host loads it.",
+                 "formatv2_preview"};
+    app.set_version_flag("--version", std::string("formatv2_preview ") + FORMATV2_VERSION);
+    app.require_subcommand(1);
+    app.footer(
+        "Exit codes: 0 done, valid, or every expectation holds; 1 a configuration refused, a\n"
+        "warning under --strict, or an expectation that does not hold; 2 bad usage, a file that\n"
+        "cannot be read or is no valid scenario, or a module that cannot be loaded.\n"
+        "Configuration keys: docs/configuration.md.");
 
-    preview::Scenario scenario;
-    std::string error;
-    if (options.command == "run") {
-        if (!preview::LoadScenario(options.file, scenario, error)) return Fail(error);
-    } else if (!preview::ReadFile(options.file, scenario.configText)) {
-        return Fail(options.file + ": cannot read the configuration file");
+    preview::Options options;
+    options.module = FORMATV2_MODULE_PATH;
+    auto common = [&](CLI::App* sub) {
+        sub->add_flag("--json", options.json, "print one JSON document on standard output");
+        sub->add_option("--module", options.module,
+                        "the module library to load (default: the libformatv2.so built with the "
+                        "runner)")
+            ->type_name("LIB");
+    };
+
+    std::string scenario;
+    CLI::App* run = app.add_subcommand(
+        "run", "drive the runs of a scenario and show everything the module did");
+    run->add_option("SCENARIO", scenario, "scenario file (JSON), - for standard input")
+        ->required();
+    const std::map<std::string, int> levels = {{"info", LOG_LEVEL_INFO},
+                                               {"warn", LOG_LEVEL_WARN},
+                                               {"err", LOG_LEVEL_ERR},
+                                               {"none", LOG_LEVEL_OFF}};
+    std::string level = "info";
+    run->add_option("--log-level", level, "lowest level of the log lines shown")
+        ->check(CLI::IsMember({"info", "warn", "err", "none"}))
+        ->type_name("info|warn|err|none")
+        ->capture_default_str();
+    common(run);
+
+    std::vector<std::string> files;
+    CLI::App* check = app.add_subcommand(
+        "check", "validate configurations without running them: refusals and warnings");
+    check->add_option("FILE", files, "configuration files (algo_private.json), - for standard input")
+        ->required();
+    check->add_flag("--strict", options.strict, "exit with 1 on warnings too");
+    common(check);
+
+    std::vector<std::string> paths;
+    CLI::App* test = app.add_subcommand(
+        "test", "run scenarios and compare every run with its \"expect\"; exit 0 only when all hold");
+    test->add_option("SCENARIO|DIR", paths,
+                     "scenario files, or folders searched for scenario.json and *.scenario.json")
+        ->required();
+    common(test);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        return app.exit(e);  // --help, --version: on standard output, exit 0
+    } catch (const CLI::ParseError& e) {
+        std::fprintf(stderr, "formatv2_preview: error: %s\n", e.what());
+        std::fprintf(stderr, "Run with --help for more information.\n");
+        return preview::kExitUsage;
     }
-
-    preview::Session session;
-    // check needs the Err lines to say which rule failed.
-    const int logLevel = options.command == "check" ? LOG_LEVEL_INFO : options.logLevel;
-    if (!session.Open(options.module, logLevel, error)) return Fail(error);
-
-    preview::Report report({options.json, !options.json && isatty(STDOUT_FILENO) != 0});
-    preview::InitReport init;
-    if (!session.Init(scenario, init, error)) return Fail(error);
-
-    if (options.command == "check") {
-        const auto sentences = preview::ExplainRefusal(init, scenario.configText);
-        if (sentences.empty()) report.Init(init);
-        report.Refusal(sentences);
-        report.Finish();
-        return sentences.empty() ? 0 : 1;
+    if (run->parsed()) {
+        options.logLevel = levels.at(level);
+        return preview::RunCommand(scenario, options);
     }
-
-    report.Init(init);
-    int index = 0;
-    for (const preview::RunSpec& plan : scenario.runs) {
-        preview::RunReport run;
-        if (!session.Run(plan, run, error)) {
-            report.Finish();
-            return Fail(options.file + ": run " + std::to_string(index + 1) + ": " + error);
-        }
-        report.Run(++index, run);
-    }
-    report.Finish();
-    return 0;
+    if (check->parsed()) return preview::CheckCommand(files, options);
+    return preview::TestCommand(paths, options);
 }

@@ -23,6 +23,8 @@ const char* LevelName(int level) {
     }
 }
 
+}  // namespace
+
 // Log lines carry terminal colour codes; off a terminal they only get in the way.
 std::string StripColour(const std::string& text) {
     std::string out;
@@ -45,6 +47,8 @@ std::string Hex(int status) {
     return text;
 }
 
+std::string StatusText(int status) { return Hex(status) + " (" + StatusMeaning(status) + ")"; }
+
 const char* KindName(Value::Kind kind) {
     switch (kind) {
         case Value::Kind::kInt:
@@ -57,12 +61,16 @@ const char* KindName(Value::Kind kind) {
     return "?";
 }
 
+namespace {
+
 // Floats shown as "%.9g" so that every published float reads back exactly.
 std::string FloatText(float f) {
     char text[32];
     std::snprintf(text, sizeof text, "%.9g", static_cast<double>(f));
     return text;
 }
+
+}  // namespace
 
 std::string ValuesText(const Value& v) {
     std::ostringstream out;
@@ -80,6 +88,8 @@ std::string ValuesText(const Value& v) {
     return out.str();
 }
 
+namespace {
+
 cJSON* ValuesJson(const Value& v) {
     cJSON* array = cJSON_CreateArray();
     for (int i : v.ints) cJSON_AddItemToArray(array, cJSON_CreateNumber(i));
@@ -88,6 +98,8 @@ cJSON* ValuesJson(const Value& v) {
     for (const auto& t : v.texts) cJSON_AddItemToArray(array, cJSON_CreateString(t.c_str()));
     return array;
 }
+
+}  // namespace
 
 cJSON* TablesJson(const Tables& tables) {
     cJSON* obj = cJSON_CreateObject();
@@ -114,6 +126,8 @@ cJSON* TablesJson(const Tables& tables) {
     }
     return obj;
 }
+
+namespace {
 
 cJSON* LogJson(const std::vector<LogLine>& log) {
     cJSON* array = cJSON_CreateArray();
@@ -157,6 +171,70 @@ std::string Visible(const std::string& text) {
     return out;
 }
 
+cJSON* RefusalJson(const Refusal& r) {
+    cJSON* obj = cJSON_CreateObject();
+    cJSON_AddNumberToObject(obj, "status", r.status);
+    cJSON_AddStringToObject(obj, "status_hex", Hex(r.status).c_str());
+    auto numberOrNull = [&](const char* key, bool present, double value) {
+        if (present) cJSON_AddNumberToObject(obj, key, value);
+        else cJSON_AddNullToObject(obj, key);
+    };
+    auto textOrNull = [&](const char* key, const std::optional<std::string>& text) {
+        if (text) cJSON_AddStringToObject(obj, key, text->c_str());
+        else cJSON_AddNullToObject(obj, key);
+    };
+    numberOrNull("code", r.code.has_value(), r.code.value_or(0));
+    numberOrNull("row", r.at.row >= 0, r.at.row);
+    numberOrNull("element", r.at.element >= 0, r.at.element);
+    textOrNull("param_name", r.at.paramName);
+    textOrNull("key", r.at.key.empty() ? std::nullopt : std::optional<std::string>(r.at.key));
+    cJSON_AddStringToObject(obj, "rule", r.rule.c_str());
+    textOrNull("value", r.value);
+    numberOrNull("line", r.syntax, static_cast<double>(r.line));
+    numberOrNull("column", r.syntax, static_cast<double>(r.column));
+    cJSON_AddStringToObject(obj, "message", r.message.c_str());
+    return obj;
+}
+
+cJSON* WarningsJson(const std::vector<Warning>& warnings) {
+    cJSON* array = cJSON_CreateArray();
+    for (const Warning& w : warnings) {
+        cJSON* obj = cJSON_CreateObject();
+        if (w.at.row >= 0) cJSON_AddNumberToObject(obj, "row", w.at.row);
+        else cJSON_AddNullToObject(obj, "row");
+        if (w.at.element >= 0) cJSON_AddNumberToObject(obj, "element", w.at.element);
+        else cJSON_AddNullToObject(obj, "element");
+        if (w.at.paramName) cJSON_AddStringToObject(obj, "param_name", w.at.paramName->c_str());
+        else cJSON_AddNullToObject(obj, "param_name");
+        if (w.at.key.empty()) cJSON_AddNullToObject(obj, "key");
+        else cJSON_AddStringToObject(obj, "key", w.at.key.c_str());
+        cJSON_AddStringToObject(obj, "rule", w.rule.c_str());
+        cJSON_AddStringToObject(obj, "message", w.message.c_str());
+        cJSON_AddStringToObject(obj, "fix", w.fix.c_str());
+        cJSON_AddItemToArray(array, obj);
+    }
+    return array;
+}
+
+void PrintTables(const Tables& tables) {
+    std::printf("subscriptions (%zu):\n", tables.subscriptions.size());
+    for (const auto& e : tables.subscriptions) {
+        std::printf("  %-8s <- %s:%s (algo_id %d)\n", e.sub.param_name, e.pub.algo_name,
+                    e.pub.param_name, e.pub.algo_id);
+    }
+    std::printf("publications (%zu):\n", tables.publications.size());
+    for (const auto& e : tables.publications) {
+        std::printf("  %-24s %-7s valid %d enable %d\n", e.param_name, e.type, e.valid, e.enable);
+    }
+}
+
+void PrintJson(cJSON* root) {
+    char* text = cJSON_Print(root);
+    if (text != nullptr) std::printf("%s\n", text);
+    cJSON_free(text);
+    cJSON_Delete(root);
+}
+
 struct Report::Json {
     cJSON* root = cJSON_CreateObject();
     cJSON* runs = nullptr;
@@ -167,38 +245,44 @@ Report::Report(Printer printer) : m_printer(printer), m_json(std::make_unique<Js
 
 Report::~Report() = default;
 
-void Report::Init(const InitReport& init) {
+void Report::Init(const InitReport& init, const std::optional<Refusal>& refusal,
+                  const std::vector<Warning>& warnings) {
     if (m_printer.json) {
         cJSON* obj = cJSON_AddObjectToObject(m_json->root, "init");
         AddStatus(obj, "status", init.status);
+        if (refusal) cJSON_AddItemToObject(obj, "refusal", RefusalJson(*refusal));
+        cJSON_AddItemToObject(obj, "warnings", WarningsJson(warnings));
         cJSON_AddItemToObject(obj, "tables", TablesJson(init.tables));
         cJSON_AddItemToObject(obj, "log", LogJson(init.log));
         m_json->runs = cJSON_AddArrayToObject(m_json->root, "runs");
         return;
     }
-    std::printf("init: %s (%s)\n", Hex(init.status).c_str(), StatusMeaning(init.status).c_str());
-    std::printf("subscriptions (%zu):\n", init.tables.subscriptions.size());
-    for (const auto& e : init.tables.subscriptions) {
-        std::printf("  %-8s <- %s:%s (algo_id %d)\n", e.sub.param_name, e.pub.algo_name,
-                    e.pub.param_name, e.pub.algo_id);
-    }
-    std::printf("publications (%zu):\n", init.tables.publications.size());
-    for (const auto& e : init.tables.publications) {
-        std::printf("  %-24s %-7s valid %d enable %d\n", e.param_name, e.type, e.valid, e.enable);
-    }
+    std::printf("init: %s\n", StatusText(init.status).c_str());
+    PrintTables(init.tables);
     for (const auto& line : init.log) {
         std::printf("  log %s",
                     m_printer.colour ? line.text.c_str() : StripColour(line.text).c_str());
     }
 }
 
-void Report::Run(int index, const RunReport& run) {
+void Report::Run(int index, const RunReport& run, const std::optional<Refusal>& refusal,
+                 const std::vector<Warning>& warnings) {
     if (m_printer.json) {
         cJSON* obj = cJSON_CreateObject();
         cJSON_AddNumberToObject(obj, "index", index);
         cJSON_AddStringToObject(obj, "name", run.name.c_str());
         if (run.paramStatus) AddStatus(obj, "param_status", *run.paramStatus);
-        if (run.tables) cJSON_AddItemToObject(obj, "tables", TablesJson(*run.tables));
+        if (refusal) cJSON_AddItemToObject(obj, "refusal", RefusalJson(*refusal));
+        if (run.tables) {
+            cJSON_AddItemToObject(obj, "warnings", WarningsJson(warnings));
+            cJSON_AddItemToObject(obj, "tables", TablesJson(*run.tables));
+        }
+        if (!run.skippedValues.empty()) {
+            cJSON* skipped = cJSON_AddArrayToObject(obj, "skipped_values");
+            for (const auto& key : run.skippedValues) {
+                cJSON_AddItemToArray(skipped, cJSON_CreateString(key.c_str()));
+            }
+        }
         AddStatus(obj, "status", run.status);
         cJSON_AddStringToObject(obj, "verdict", run.verdict.c_str());
         cJSON_AddStringToObject(obj, "show_text_cn", run.showTextCn.c_str());
@@ -238,12 +322,16 @@ void Report::Run(int index, const RunReport& run) {
 
     std::printf("\nrun %d%s%s\n", index, run.name.empty() ? "" : ": ", run.name.c_str());
     if (run.paramStatus) {
-        std::printf("  set parameter: %s (%s)\n", Hex(*run.paramStatus).c_str(),
-                    StatusMeaning(*run.paramStatus).c_str());
+        std::printf("  set parameter: %s\n", StatusText(*run.paramStatus).c_str());
     }
     if (run.tables) {
         std::printf("  tables re-read: %zu subscriptions, %zu publications\n",
                     run.tables->subscriptions.size(), run.tables->publications.size());
+    }
+    if (!run.skippedValues.empty()) {
+        std::printf("  values not delivered (the configuration in force was refused):");
+        for (const auto& key : run.skippedValues) std::printf(" %s", key.c_str());
+        std::printf("\n");
     }
     const char* on = "";
     const char* off = "";
@@ -251,7 +339,7 @@ void Report::Run(int index, const RunReport& run) {
         on = run.status == 0 ? "\033[32m" : "\033[31m";
         off = "\033[0m";
     }
-    std::printf("  status   %s (%s)\n", Hex(run.status).c_str(), StatusMeaning(run.status).c_str());
+    std::printf("  status   %s\n", StatusText(run.status).c_str());
     std::printf("  verdict  %s%s%s\n", on, run.verdict.empty() ? "-" : run.verdict.c_str(), off);
     std::printf("  show en  \"%s\"\n", Visible(run.showTextEn).c_str());
     std::printf("  show cn  \"%s\"\n", Visible(run.showTextCn).c_str());
@@ -278,20 +366,10 @@ void Report::Run(int index, const RunReport& run) {
     }
 }
 
-void Report::Refusal(const std::vector<std::string>& sentences) {
-    if (m_printer.json) {
-        cJSON* array = cJSON_AddArrayToObject(m_json->root, "refusal");
-        for (const auto& s : sentences) cJSON_AddItemToArray(array, cJSON_CreateString(s.c_str()));
-        return;
-    }
-    for (const auto& s : sentences) std::printf("%s\n", s.c_str());
-}
-
 void Report::Finish() {
     if (!m_printer.json) return;
-    char* text = cJSON_Print(m_json->root);
-    if (text != nullptr) std::printf("%s\n", text);
-    cJSON_free(text);
+    PrintJson(m_json->root);
+    m_json->root = nullptr;
 }
 
 }  // namespace preview

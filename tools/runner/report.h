@@ -2,10 +2,14 @@
 // with a stable schema for machines.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "findings.h"
 #include "session.h"
+
+typedef struct cJSON cJSON;
 
 namespace preview {
 
@@ -22,10 +26,12 @@ class Report {
     Report(const Report&) = delete;
     Report& operator=(const Report&) = delete;
 
-    void Init(const InitReport& init);
-    void Run(int index, const RunReport& run);
-    // Why the configuration was refused, in words (check command).
-    void Refusal(const std::vector<std::string>& sentences);
+    // The first read; refusal and warnings go into the JSON form only (the text form leaves
+    // them to the diagnostics on standard error).
+    void Init(const InitReport& init, const std::optional<Refusal>& refusal,
+              const std::vector<Warning>& warnings);
+    void Run(int index, const RunReport& run, const std::optional<Refusal>& refusal,
+             const std::vector<Warning>& warnings);
     void Finish();
 
   private:
@@ -36,5 +42,18 @@ class Report {
 
 // Escapes control characters so that line breaks stay visible: \n, \r, \t, \xHH.
 std::string Visible(const std::string& text);
+
+// Pieces shared with the check and test reports.
+std::string Hex(int status);
+std::string StatusText(int status);  // "0xC0000004 (meaning)"
+const char* KindName(Value::Kind kind);
+std::string ValuesText(const Value& value);  // "[1, 2]", "\"a\"", ...
+std::string StripColour(const std::string& text);
+cJSON* TablesJson(const Tables& tables);
+cJSON* RefusalJson(const Refusal& refusal);
+cJSON* WarningsJson(const std::vector<Warning>& warnings);
+void PrintTables(const Tables& tables);
+// Prints a JSON document on standard output and deletes it.
+void PrintJson(cJSON* root);
 
 }  // namespace preview

@@ -2,10 +2,13 @@
 
 #include <cjson/cJSON.h>
 
+#include <cerrno>
 #include <cmath>
-#include <fstream>
+#include <cstdlib>
+#include <iterator>
 #include <memory>
-#include <sstream>
+
+#include "diag.h"
 
 namespace preview {
 namespace {
@@ -15,6 +18,42 @@ struct JsonDeleter {
 };
 using JsonPtr = std::unique_ptr<cJSON, JsonDeleter>;
 
+// Thrown inside this file only, caught by LoadScenario: the path of the offending key and
+// what is wrong with it.
+struct Bad {
+    std::string path;
+    std::string message;
+};
+
+const char* const kScenarioKeys[] = {"config", "module_id", "algo_id", "params",
+                                     "runs",   "expect_init", "description"};
+const char* const kRunKeys[] = {"name",   "description",    "img_mode",  "input_frame",
+                                "values", "replace_config", "set_param", "expect"};
+const char* const kParamKeys[] = {"name", "type", "accepted", "initial"};
+const char* const kSetParamKeys[] = {"name", "value"};
+const char* const kExpectKeys[] = {"status",       "verdict", "show_text_en",
+                                   "show_text_cn", "outputs", "log"};
+const char* const kExpectInitKeys[] = {"status", "log"};
+
+std::string Join(const std::string& path, const std::string& key) {
+    return path.empty() ? key : path + "." + key;
+}
+
+template <size_t N>
+void CheckKeys(const cJSON* object, const std::string& path, const char* const (&known)[N]) {
+    if (!cJSON_IsObject(object)) {
+        throw Bad{path, "must be an object"};
+    }
+    for (const cJSON* k = object->child; k != nullptr; k = k->next) {
+        bool found = false;
+        for (const char* name : known) found = found || std::string(name) == k->string;
+        if (found) continue;
+        const std::string close = ClosestWord(k->string, known, N);
+        throw Bad{Join(path, k->string),
+                  "unknown key" + (close.empty() ? std::string() : "; did you mean \"" + close + "\"?")};
+    }
+}
+
 std::string Dirname(const std::string& path) {
     size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash);
@@ -22,238 +61,249 @@ std::string Dirname(const std::string& path) {
 
 // The configuration: inline (an object, printed back to text) or the path of a file,
 // relative to the scenario's folder.
-bool ReadConfig(const cJSON* config, const std::string& scenarioPath, std::string& out,
-                std::string& error) {
+ConfigSource ReadConfig(const cJSON* config, const std::string& scenarioPath,
+                        const std::string& path) {
+    ConfigSource out;
     if (cJSON_IsString(config)) {
-        std::string path = config->valuestring;
-        if (!path.empty() && path[0] != '/') path = Dirname(scenarioPath) + "/" + path;
-        if (!ReadFile(path, out)) {
-            error = "cannot read configuration file " + path;
-            return false;
-        }
-        return true;
+        out.name = config->valuestring;
+        if (!out.name.empty() && out.name[0] != '/') out.name = Dirname(scenarioPath) + "/" + out.name;
+        std::string reason;
+        if (!ReadInput(out.name, out.text, reason)) throw Bad{path, out.name + ": " + reason};
+        return out;
     }
     if (cJSON_IsObject(config)) {
         std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_Print(config), &cJSON_free);
-        if (!text) {
-            error = "cannot print the inline configuration";
-            return false;
-        }
-        out = text.get();
-        return true;
+        if (!text) throw Bad{path, "cannot print the inline configuration"};
+        out.name = scenarioPath + ": " + path;
+        out.text = text.get();
+        return out;
     }
-    error = "\"config\" must be an object or the path of a configuration file";
-    return false;
+    throw Bad{path, "must be an object or the path of a configuration file"};
 }
 
-bool ReadNumber(const cJSON* item, Value& value, std::string& error) {
-    if (!cJSON_IsNumber(item)) {
-        error = "expected a number";
-        return false;
-    }
+void ReadNumber(const cJSON* item, Value& value, const std::string& path) {
+    if (!cJSON_IsNumber(item)) throw Bad{path, "expected a number"};
     if (value.kind == Value::Kind::kInt) {
         double d = item->valuedouble;
         if (d != std::floor(d) || d < -2147483648.0 || d > 2147483647.0) {
-            error = "expected a 32-bit integer";
-            return false;
+            throw Bad{path, "expected a 32-bit integer"};
         }
         value.ints.push_back(static_cast<int>(d));
     } else {
         value.floats.push_back(static_cast<float>(item->valuedouble));
     }
-    return true;
 }
 
-bool ReadElement(const cJSON* item, Value& value, std::string& error) {
-    if (value.kind != Value::Kind::kString) return ReadNumber(item, value, error);
-    if (!cJSON_IsString(item)) {
-        error = "expected a text";
-        return false;
-    }
+void ReadElement(const cJSON* item, Value& value, const std::string& path) {
+    if (value.kind != Value::Kind::kString) return ReadNumber(item, value, path);
+    if (!cJSON_IsString(item)) throw Bad{path, "expected a text"};
     value.texts.emplace_back(item->valuestring);
-    return true;
 }
 
 // {"int": 5}, {"float": [1.5, 2]}, {"string": "abc"} ...
-bool ReadValue(const cJSON* given, Value& value, std::string& error) {
-    static const std::pair<const char*, Value::Kind> kKinds[] = {{"int", Value::Kind::kInt},
-                                                                 {"float", Value::Kind::kFloat},
-                                                                 {"string", Value::Kind::kString}};
+Value ReadValue(const cJSON* given, const std::string& path) {
+    static const char* const kKinds[] = {"int", "float", "string"};
     if (!cJSON_IsObject(given) || given->child == nullptr || given->child->next != nullptr) {
-        error = "a value is an object with one key: \"int\", \"float\" or \"string\"";
-        return false;
+        throw Bad{path, "a value is an object with one key: \"int\", \"float\" or \"string\""};
     }
     const cJSON* data = given->child;
-    bool known = false;
-    for (const auto& kind : kKinds) {
-        if (std::string(data->string) == kind.first) {
-            value.kind = kind.second;
-            known = true;
-        }
+    Value value;
+    size_t kind = std::size(kKinds);
+    for (size_t i = 0; i < std::size(kKinds); ++i) {
+        if (std::string(data->string) == kKinds[i]) kind = i;
     }
-    if (!known) {
-        error = std::string("unknown value type \"") + data->string + "\"";
-        return false;
+    if (kind == std::size(kKinds)) {
+        const std::string close = ClosestWord(data->string, kKinds, std::size(kKinds));
+        throw Bad{Join(path, data->string),
+                  "unknown value type" + (close.empty() ? std::string() : "; did you mean \"" + close + "\"?")};
     }
+    value.kind = static_cast<Value::Kind>(kind);
     value.list = cJSON_IsArray(data);
-    if (!value.list) return ReadElement(data, value, error);
-    for (const cJSON* e = data->child; e != nullptr; e = e->next) {
-        if (!ReadElement(e, value, error)) return false;
+    const std::string at = Join(path, data->string);
+    if (!value.list) {
+        ReadElement(data, value, at);
+        return value;
     }
-    return true;
+    int index = 0;
+    for (const cJSON* e = data->child; e != nullptr; e = e->next, ++index) {
+        ReadElement(e, value, at + "[" + std::to_string(index) + "]");
+    }
+    return value;
 }
 
-bool ReadRun(const cJSON* run, const std::string& scenarioPath, RunSpec& out, std::string& error) {
-    if (!cJSON_IsObject(run)) {
-        error = "a run is an object";
-        return false;
+std::string Text(const cJSON* item, const std::string& path) {
+    if (!cJSON_IsString(item)) throw Bad{path, "must be a text"};
+    return item->valuestring;
+}
+
+// A status: a number, or a text such as "0xC0000004" or "-1".
+int Status(const cJSON* item, const std::string& path) {
+    if (cJSON_IsNumber(item)) return static_cast<int>(static_cast<long long>(item->valuedouble));
+    if (cJSON_IsString(item)) {
+        errno = 0;
+        char* end = nullptr;
+        const long long n = std::strtoll(item->valuestring, &end, 0);
+        if (end != item->valuestring && *end == '\0' && errno == 0 && n >= -2147483648LL &&
+            n <= 4294967295LL) {
+            return static_cast<int>(static_cast<unsigned>(n));
+        }
     }
-    if (const cJSON* name = cJSON_GetObjectItemCaseSensitive(run, "name"); cJSON_IsString(name)) {
-        out.name = name->valuestring;
+    throw Bad{path, "must be a status: a number or a text such as \"0xC0000004\""};
+}
+
+std::vector<std::string> Texts(const cJSON* list, const std::string& path) {
+    if (!cJSON_IsArray(list)) throw Bad{path, "must be a list of texts"};
+    std::vector<std::string> out;
+    int index = 0;
+    for (const cJSON* e = list->child; e != nullptr; e = e->next, ++index) {
+        out.push_back(Text(e, path + "[" + std::to_string(index) + "]"));
     }
-    if (const cJSON* frame = cJSON_GetObjectItemCaseSensitive(run, "input_frame")) {
+    return out;
+}
+
+Expectation ReadExpectation(const cJSON* given, const std::string& path, bool init) {
+    if (init) {
+        CheckKeys(given, path, kExpectInitKeys);
+    } else {
+        CheckKeys(given, path, kExpectKeys);
+    }
+    Expectation e;
+    auto field = [&](const char* key) { return cJSON_GetObjectItemCaseSensitive(given, key); };
+    if (const cJSON* s = field("status")) e.status = Status(s, Join(path, "status"));
+    if (const cJSON* v = field("verdict")) e.verdict = Text(v, Join(path, "verdict"));
+    if (const cJSON* t = field("show_text_en")) e.showTextEn = Text(t, Join(path, "show_text_en"));
+    if (const cJSON* t = field("show_text_cn")) e.showTextCn = Text(t, Join(path, "show_text_cn"));
+    if (const cJSON* log = field("log")) e.log = Texts(log, Join(path, "log"));
+    if (const cJSON* outputs = field("outputs")) {
+        const std::string at = Join(path, "outputs");
+        if (!cJSON_IsObject(outputs)) throw Bad{at, "must be an object keyed by output name"};
+        for (const cJSON* o = outputs->child; o != nullptr; o = o->next) {
+            std::optional<Value> value;
+            if (!cJSON_IsNull(o)) value = ReadValue(o, Join(at, o->string));
+            e.outputs.emplace_back(o->string, value);
+        }
+    }
+    return e;
+}
+
+RunSpec ReadRun(const cJSON* run, const std::string& scenarioPath, const std::string& path) {
+    CheckKeys(run, path, kRunKeys);
+    RunSpec out;
+    auto field = [&](const char* key) { return cJSON_GetObjectItemCaseSensitive(run, key); };
+    if (const cJSON* name = field("name")) out.name = Text(name, Join(path, "name"));
+    if (const cJSON* frame = field("input_frame")) {
+        if (!cJSON_IsBool(frame)) throw Bad{Join(path, "input_frame"), "must be true or false"};
         out.inputFrame = cJSON_IsTrue(frame);
     }
-    if (const cJSON* mode = cJSON_GetObjectItemCaseSensitive(run, "img_mode")) {
-        if (!cJSON_IsNumber(mode)) {
-            error = "\"img_mode\" must be a number";
-            return false;
-        }
+    if (const cJSON* mode = field("img_mode")) {
+        if (!cJSON_IsNumber(mode)) throw Bad{Join(path, "img_mode"), "must be a number"};
         out.imgMode = mode->valueint;
     }
-    if (const cJSON* values = cJSON_GetObjectItemCaseSensitive(run, "values")) {
-        if (!cJSON_IsObject(values)) {
-            error = "\"values\" must be an object keyed \"publisher:output\"";
-            return false;
-        }
+    if (const cJSON* values = field("values")) {
+        const std::string at = Join(path, "values");
+        if (!cJSON_IsObject(values)) throw Bad{at, "must be an object keyed \"publisher:output\""};
         for (const cJSON* v = values->child; v != nullptr; v = v->next) {
-            Value value;
-            if (!ReadValue(v, value, error)) {
-                error = "value \"" + std::string(v->string ? v->string : "") + "\": " + error;
-                return false;
-            }
-            out.values[v->string ? v->string : ""] = value;
+            out.values[v->string] = ReadValue(v, Join(at, v->string));
         }
     }
-    if (const cJSON* config = cJSON_GetObjectItemCaseSensitive(run, "replace_config")) {
-        std::string text;
-        if (!ReadConfig(config, scenarioPath, text, error)) {
-            error = "\"replace_config\": " + error;
-            return false;
-        }
-        out.newConfig = text;
+    if (const cJSON* config = field("replace_config")) {
+        out.newConfig = ReadConfig(config, scenarioPath, Join(path, "replace_config"));
     }
-    if (const cJSON* param = cJSON_GetObjectItemCaseSensitive(run, "set_param")) {
-        const cJSON* name = cJSON_GetObjectItemCaseSensitive(param, "name");
-        const cJSON* value = cJSON_GetObjectItemCaseSensitive(param, "value");
-        if (!cJSON_IsString(name) || !cJSON_IsString(value)) {
-            error = "\"set_param\" needs the texts \"name\" and \"value\"";
-            return false;
-        }
-        out.paramName = name->valuestring;
-        out.paramValue = value->valuestring;
+    if (const cJSON* param = field("set_param")) {
+        const std::string at = Join(path, "set_param");
+        CheckKeys(param, at, kSetParamKeys);
+        out.paramName = Text(cJSON_GetObjectItemCaseSensitive(param, "name"), Join(at, "name"));
+        out.paramValue = Text(cJSON_GetObjectItemCaseSensitive(param, "value"), Join(at, "value"));
     }
-    return true;
+    if (const cJSON* expect = field("expect")) {
+        out.expect = ReadExpectation(expect, Join(path, "expect"), false);
+    }
+    return out;
+}
+
+ParamDecl ReadParam(const cJSON* p, const std::string& path) {
+    static const char* const kTypes[] = {"int", "float", "string"};
+    CheckKeys(p, path, kParamKeys);
+    ParamDecl decl;
+    decl.name = Text(cJSON_GetObjectItemCaseSensitive(p, "name"), Join(path, "name"));
+    if (const cJSON* type = cJSON_GetObjectItemCaseSensitive(p, "type")) {
+        const std::string text = Text(type, Join(path, "type"));
+        decl.type = 0;
+        for (int t = 0; t < 3; ++t) {
+            if (text == kTypes[t]) decl.type = t + 1;
+        }
+        if (decl.type == 0) throw Bad{Join(path, "type"), "must be \"int\", \"float\" or \"string\""};
+    }
+    if (const cJSON* init = cJSON_GetObjectItemCaseSensitive(p, "initial")) {
+        decl.initial = Text(init, Join(path, "initial"));
+    }
+    if (const cJSON* accepted = cJSON_GetObjectItemCaseSensitive(p, "accepted")) {
+        decl.accepted = Texts(accepted, Join(path, "accepted"));
+    }
+    return decl;
+}
+
+void ReadScenario(const cJSON* root, const std::string& path, Scenario& out) {
+    CheckKeys(root, "", kScenarioKeys);
+    auto field = [&](const char* key) { return cJSON_GetObjectItemCaseSensitive(root, key); };
+    const cJSON* config = field("config");
+    if (config == nullptr) throw Bad{"config", "is missing"};
+    out.config = ReadConfig(config, path, "config");
+    if (const cJSON* id = field("module_id")) {
+        if (!cJSON_IsNumber(id) || id->valueint < 0 || id->valueint > 299) {
+            throw Bad{"module_id", "must be a number from 0 to 299"};
+        }
+        out.moduleId = id->valueint;
+    }
+    if (const cJSON* id = field("algo_id")) {
+        if (!cJSON_IsNumber(id)) throw Bad{"algo_id", "must be a number"};
+        out.algoId = id->valueint;
+    }
+    if (const cJSON* params = field("params")) {
+        if (!cJSON_IsArray(params)) throw Bad{"params", "must be a list"};
+        int index = 0;
+        for (const cJSON* p = params->child; p != nullptr; p = p->next, ++index) {
+            out.params.push_back(ReadParam(p, "params[" + std::to_string(index) + "]"));
+        }
+    }
+    if (const cJSON* expect = field("expect_init")) {
+        out.expectInit = ReadExpectation(expect, "expect_init", true);
+    }
+    const cJSON* runs = field("runs");
+    if (runs != nullptr && !cJSON_IsArray(runs)) throw Bad{"runs", "must be a list"};
+    int index = 0;
+    for (const cJSON* run = runs ? runs->child : nullptr; run != nullptr; run = run->next) {
+        out.runs.push_back(ReadRun(run, path, "runs[" + std::to_string(index++) + "]"));
+    }
 }
 
 }  // namespace
 
-bool ReadFile(const std::string& path, std::string& out) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    std::ostringstream text;
-    text << in.rdbuf();
-    out = text.str();
-    return !in.bad();
+bool operator==(const Value& a, const Value& b) {
+    return a.kind == b.kind && a.list == b.list && a.ints == b.ints && a.floats == b.floats &&
+           a.texts == b.texts;
 }
 
-std::string PositionOf(const std::string& text, size_t offset) {
-    size_t line = 1;
-    size_t column = 1;
-    for (size_t i = 0; i < offset && i < text.size(); ++i) {
-        if (text[i] == '\n') {
-            ++line;
-            column = 1;
-        } else {
-            ++column;
-        }
-    }
-    return "line " + std::to_string(line) + ", column " + std::to_string(column);
-}
-
-bool LoadScenario(const std::string& path, Scenario& out, std::string& error) {
+bool LoadScenario(const std::string& path, Scenario& out, FileError& error) {
     std::string text;
-    if (!ReadFile(path, text)) {
-        error = path + ": cannot read the scenario file";
+    std::string reason;
+    error.where = DisplayName(path);
+    if (!ReadInput(path, text, reason)) {
+        error.message = reason;
         return false;
     }
-    const char* end = nullptr;
-    JsonPtr root(cJSON_ParseWithOpts(text.c_str(), &end, 0));
+    JsonPtr root(cJSON_ParseWithOpts(text.c_str(), nullptr, 1));
     if (!root) {
-        const char* at = cJSON_GetErrorPtr();
-        size_t offset = at != nullptr ? static_cast<size_t>(at - text.c_str()) : 0;
-        error = path + ": not valid JSON at " + PositionOf(text, offset);
+        const JsonSyntax syntax = DescribeJsonError(text, cJSON_GetErrorPtr());
+        error.where += ":" + std::to_string(syntax.line) + ":" + std::to_string(syntax.column);
+        error.message = syntax.reason;
         return false;
     }
-    auto fail = [&](const std::string& what) {
-        error = path + ": " + what;
+    try {
+        ReadScenario(root.get(), path, out);
+    } catch (const Bad& bad) {
+        error.message = bad.path.empty() ? bad.message : bad.path + ": " + bad.message;
         return false;
-    };
-    if (!cJSON_IsObject(root.get())) return fail("a scenario is a JSON object");
-
-    const cJSON* config = cJSON_GetObjectItemCaseSensitive(root.get(), "config");
-    if (config == nullptr) return fail("\"config\" is missing");
-    std::string configError;
-    if (!ReadConfig(config, path, out.configText, configError)) return fail(configError);
-
-    if (const cJSON* id = cJSON_GetObjectItemCaseSensitive(root.get(), "module_id")) {
-        if (!cJSON_IsNumber(id) || id->valueint < 0 || id->valueint > 299) {
-            return fail("\"module_id\" must be a number from 0 to 299");
-        }
-        out.moduleId = id->valueint;
-    }
-    if (const cJSON* id = cJSON_GetObjectItemCaseSensitive(root.get(), "algo_id")) {
-        if (!cJSON_IsNumber(id)) return fail("\"algo_id\" must be a number");
-        out.algoId = id->valueint;
-    }
-    if (const cJSON* params = cJSON_GetObjectItemCaseSensitive(root.get(), "params")) {
-        if (!cJSON_IsArray(params)) return fail("\"params\" must be a list");
-        static const std::pair<const char*, int> kTypes[] = {
-            {"int", 1}, {"float", 2}, {"string", 3}};
-        for (const cJSON* p = params->child; p != nullptr; p = p->next) {
-            ParamDecl decl;
-            const cJSON* name = cJSON_GetObjectItemCaseSensitive(p, "name");
-            if (!cJSON_IsString(name)) return fail("a parameter needs a \"name\"");
-            decl.name = name->valuestring;
-            if (const cJSON* type = cJSON_GetObjectItemCaseSensitive(p, "type");
-                cJSON_IsString(type)) {
-                for (const auto& t : kTypes) {
-                    if (std::string(type->valuestring) == t.first) decl.type = t.second;
-                }
-            }
-            if (const cJSON* init = cJSON_GetObjectItemCaseSensitive(p, "initial");
-                cJSON_IsString(init)) {
-                decl.initial = init->valuestring;
-            }
-            const cJSON* accepted = cJSON_GetObjectItemCaseSensitive(p, "accepted");
-            for (const cJSON* a = accepted ? accepted->child : nullptr; a; a = a->next) {
-                if (cJSON_IsString(a)) decl.accepted.emplace_back(a->valuestring);
-            }
-            out.params.push_back(decl);
-        }
-    }
-
-    const cJSON* runs = cJSON_GetObjectItemCaseSensitive(root.get(), "runs");
-    if (runs != nullptr && !cJSON_IsArray(runs)) return fail("\"runs\" must be a list");
-    int index = 0;
-    for (const cJSON* run = runs ? runs->child : nullptr; run != nullptr; run = run->next) {
-        ++index;
-        RunSpec plan;
-        std::string runError;
-        if (!ReadRun(run, path, plan, runError)) {
-            return fail("run " + std::to_string(index) + ": " + runError);
-        }
-        out.runs.push_back(plan);
     }
     return true;
 }

@@ -1,10 +1,11 @@
-// A preview scenario: the configuration to load and the runs to drive, with the values that
-// the publishers deliver in each run.
+// A preview scenario: the configuration to load, the runs to drive with the values that the
+// publishers deliver in each run, and what each run is expected to give.
 #pragma once
 
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace preview {
@@ -19,11 +20,30 @@ struct Value {
     std::vector<std::string> texts;
 };
 
+bool operator==(const Value& a, const Value& b);
+
 struct ParamDecl {
     std::string name;
     int type = 3;  // PARAM_TYPE_STRING
     std::vector<std::string> accepted;
     std::string initial;
+};
+
+// What a run (or the first configuration read) must give; every field is optional.
+struct Expectation {
+    std::optional<int> status;
+    std::optional<std::string> verdict;
+    std::optional<std::string> showTextEn;
+    std::optional<std::string> showTextCn;
+    // By output name; no value: the output must not be published.
+    std::vector<std::pair<std::string, std::optional<Value>>> outputs;
+    std::vector<std::string> log;  // texts that some log line must contain
+};
+
+// A configuration text and the name it is reported under.
+struct ConfigSource {
+    std::string name;  // the file's path, or where the inline object stands
+    std::string text;
 };
 
 struct RunSpec {
@@ -32,27 +52,29 @@ struct RunSpec {
     std::optional<int> imgMode;
     // Keyed "publisher:output", as the subscription texts name them.
     std::map<std::string, Value> values;
-    std::optional<std::string> newConfig;  // written to algo_private.json before the run
-    std::optional<std::string> paramName;  // set before the run
+    std::optional<ConfigSource> newConfig;  // written to algo_private.json before the run
+    std::optional<std::string> paramName;   // set before the run
     std::string paramValue;
+    std::optional<Expectation> expect;
 };
 
 struct Scenario {
-    std::string configText;
+    ConfigSource config;
     int moduleId = 0;
     int algoId = 0;
     std::vector<ParamDecl> params;
     std::vector<RunSpec> runs;
+    std::optional<Expectation> expectInit;  // status and log lines of the first read
 };
 
-// Reads a scenario file; on failure returns false with a message naming the file and, for
-// JSON errors, the line and column.
-bool LoadScenario(const std::string& path, Scenario& out, std::string& error);
+// A problem with a file the runner reads: where (FILE or FILE:LINE:COL) and why.
+struct FileError {
+    std::string where;
+    std::string message;
+};
 
-// Reads a whole file; false when it cannot be read.
-bool ReadFile(const std::string& path, std::string& out);
-
-// "line L, column C" of offset in text.
-std::string PositionOf(const std::string& text, size_t offset);
+// Reads a scenario file. Unknown keys are errors naming the key's place
+// (runs[2].img_mod) and the closest known key.
+bool LoadScenario(const std::string& path, Scenario& out, FileError& error);
 
 }  // namespace preview

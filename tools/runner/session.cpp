@@ -9,6 +9,7 @@
 #include <fstream>
 #include <map>
 
+#include "diag.h"
 #include "formatv2/formatv2.h"
 #include "log/log.h"
 
@@ -174,11 +175,13 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
         return false;
     }
     m_workDir = dir;
-    if (!WriteConfig(scenario.configText)) {
+    if (!WriteConfig(scenario.config.text)) {
         error = "cannot write " + m_workDir + "/algo_private.json";
         return false;
     }
 
+    // Each session starts from a host that has seen nothing: no parameters, no result calls.
+    standin::Reset();
     standin::DeclareParam("CommandFormatV2Ensure", PARAM_TYPE_STRING, {}, "");
     for (const ParamDecl& p : scenario.params) {
         standin::DeclareParam(p.name, p.type, p.accepted, p.initial);
@@ -193,6 +196,7 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
     if (report.status == 0) report.status = m_module->InitAlgoPrivate();
     // The module keeps the rows it read before a refused one.
     report.rowsRead = static_cast<CFormatV2Module*>(m_module)->SubParamList.size();
+    m_accepted = report.status == 0;
     m_tables = ReadTables();
     report.tables = m_tables;
     return true;
@@ -203,7 +207,7 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
     LogCapture capture(report.log);
     const size_t callsBefore = standin::ResultCalls().size();
 
-    if (plan.newConfig && !WriteConfig(*plan.newConfig)) {
+    if (plan.newConfig && !WriteConfig(plan.newConfig->text)) {
         error = "cannot write the replaced configuration";
         return false;
     }
@@ -211,6 +215,8 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
         report.paramStatus = m_module->SetParam(plan.paramName->c_str(), plan.paramValue.c_str(),
                                                 static_cast<int>(plan.paramValue.size()));
         if (*plan.paramName == "CommandFormatV2Ensure") {
+            m_accepted = *report.paramStatus == 0;
+            report.rowsRead = static_cast<CFormatV2Module*>(m_module)->SubParamList.size();
             m_tables = ReadTables();
             report.tables = m_tables;
         }
@@ -234,8 +240,20 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
             m_tables.subscriptions.begin(), m_tables.subscriptions.end(), [&](const auto& e) {
                 return publisher == e.pub.algo_name && output == e.pub.param_name;
             });
+        if (!subscribed && !m_accepted) {
+            report.skippedValues.push_back(key);
+            continue;
+        }
         if (!subscribed) {
-            error = "the value \"" + key + "\" is read by no subscription of the module";
+            std::vector<std::string> names;
+            for (const auto& e : m_tables.subscriptions) {
+                names.push_back(std::string(e.pub.algo_name) + ":" + e.pub.param_name);
+            }
+            std::vector<const char*> candidates;
+            for (const auto& n : names) candidates.push_back(n.c_str());
+            const std::string close = ClosestWord(key, candidates.data(), candidates.size());
+            error = "values." + key + ": no subscription of the module reads this value" +
+                    (close.empty() ? "" : "; did you mean \"" + close + "\"?");
             return false;
         }
         FillPublisherFrame(*publishers[publisher], output, value);

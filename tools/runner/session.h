@@ -36,6 +36,10 @@ struct RunReport {
     std::string name;
     std::optional<int> paramStatus;  // when the run set a parameter
     std::optional<Tables> tables;    // when the parameter re-read the configuration
+    size_t rowsRead = 0;             // rows the module kept after that re-read
+    // Values given for the run that no subscription read, skipped because the configuration
+    // in force was refused.
+    std::vector<std::string> skippedValues;
     int status = 0;
     std::string verdict;
     std::string showTextCn;
@@ -66,7 +70,8 @@ class Session {
     bool Open(const std::string& library, int logLevel, std::string& error);
     // Creates the module in a fresh working directory holding configText, and initialises it.
     bool Init(const Scenario& scenario, InitReport& report, std::string& error);
-    // One run; false (with error) when the scenario names a value no subscription reads.
+    // One run; false (with error) when the scenario names a value that no subscription of an
+    // accepted configuration reads.
     bool Run(const RunSpec& plan, RunReport& report, std::string& error);
 
   private:
@@ -75,6 +80,7 @@ class Session {
     std::string m_workDir;
     CAbstractUserModule* m_module = nullptr;
     Tables m_tables;
+    bool m_accepted = false;  // whether the configuration in force was accepted
 
     Tables ReadTables();
     bool WriteConfig(const std::string& text);

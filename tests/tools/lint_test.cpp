@@ -1,0 +1,130 @@
+// The lint rules as one table: each case changes a clean row (or the top level) and names the
+// one warning it must give, or none. A case that gives any other warning fails, so the table
+// guards against false alarms as much as against missed ones.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <string>
+
+#include "tools/runner/lint.h"
+
+namespace {
+
+
+// A configuration of one row: the case's keys, then the keys of a clean subscribed row that
+// the case does not set.
+std::string Build(const std::string& overrides) {
+    const std::string clean =
+        R"("SubParamStr": "1:cam:v:*:%d", "IsCustomEdit": 0, "ShowValue_CN": "", "ShowValue_EN": "",
+           "ParamName": "v", "ConvertType": 3, "StrTruncEnable": 0, "StrTruncStart": 0,
+           "StrTruncLen": 0, "StrPrefix": "", "StrSuffix": "", "StrDelete": "")";
+    std::string row = "{" + overrides;
+    std::string lower = overrides;  // keys in other letter case count as set too
+    for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    // Only the clean keys the case does not set follow, so no key stands twice by accident;
+    // an array row gets none of the keys that only single items read.
+    const bool array = overrides.rfind("\"Array\": [", 0) == 0;
+    for (size_t start = 0; start < clean.size();) {
+        size_t end = clean.find(',', start);
+        if (end == std::string::npos) end = clean.size();
+        const std::string pair = clean.substr(start, end - start);
+        std::string key = pair.substr(pair.find('"'), pair.find(':') - pair.find('"'));
+        for (char& ch : key) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+        const bool single = key == "\"subparamstr\"" || key == "\"iscustomedit\"" ||
+                            key.rfind("\"showvalue", 0) == 0;
+        if (lower.find(key) == std::string::npos && !(array && single)) {
+            row += (row.size() > 1 ? "," : "") + pair;
+        }
+        start = end + 1;
+    }
+    return R"({"ModuleName": "m", "StrConcateEnable": 0, "ParamName": "all", "SubParamList": [)" +
+           row + "}]}";
+}
+
+const std::string kArray = R"("Array": [{"SubParamStr": "1:cam:a:*:%d", "Separator": ",",
+                                          "ShowValue_CN": "", "ShowValue_EN": ""}, )";
+
+TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
+    const std::string field = kArray + R"({"Separator": "", "ShowValue_CN": "", "ShowValue_EN": "", "SubParamStr": )";
+    const std::string cases[][4] = {
+        // Conversion texts and their numbers.
+        {R"("SubParamStr": "1:cam:v:*:%e")", "no-value-type", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:*:")", "no-value-type", "SubParamStr", ""},
+        {field + R"("1:cam:b:*:%q"}])", "no-value-type", "SubParamStr", "1"},
+        {R"("SubParamStr": "1:cam:v:*:%.2f")", "format-no-precision", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:*:%8f")", "format-no-precision", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:*:%-5d")", "format-flag", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:*:%+5d")", "format-flag", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:*:%8x")", "format-letter", "SubParamStr", ""},
+        {field + R"("1:cam:b:*:%u"}])", "format-letter", "SubParamStr", "1"},
+        {R"("SubParamStr": "1:cam:v:*:%4097d")", "format-width-cap", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:*:%2.5000f")", "format-width-cap", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:*:%10s")", "format-text-width", "SubParamStr", ""},
+        // Index texts.
+        {R"("SubParamStr": "1:cam:v:first:%d")", "index-not-number", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:-1:%d")", "index-not-number", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:2abc:%d")", "index-not-number", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:99999999999:%d")", "index-not-number", "SubParamStr", ""},
+        {field + R"("1:cam:b:0:%d"}])", "index-ignored", "SubParamStr", "1"},
+        // Names.
+        {R"("ParamName": "")", "empty-name", "ParamName", ""},
+        {R"("ParamName": ")" + std::string(48, 'n') + "\"", "name-cut", "ParamName", ""},
+        {R"("ParamName": ")" + std::string(64, 'n') + "\"", "name-cut", "ParamName", ""},
+        // Texts converted to numbers, text settings on numbers, truncation.
+        {R"("SubParamStr": "12", "IsCustomEdit": 1, "ConvertType": 1)", "convert-text-to-number", "ConvertType", ""},
+        {R"("SubParamStr": "\\r\\n", "ConvertType": 2)", "convert-text-to-number", "ConvertType", ""},
+        {kArray + R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "", "ShowValue_CN": "", "ShowValue_EN": ""}], "ConvertType": 1)",
+         "convert-text-to-number", "ConvertType", ""},
+        {R"("ConvertType": 1, "StrPrefix": "x")", "text-settings-ignored", "StrPrefix", ""},
+        {R"("StrTruncEnable": 1, "StrTruncStart": -1, "StrTruncLen": 3)", "truncation-empty", "StrTruncStart", ""},
+        {R"("StrTruncEnable": 1, "StrTruncStart": 0, "StrTruncLen": 0)", "truncation-empty", "StrTruncLen", ""},
+        {R"("SubParamStr": "Lot", "IsCustomEdit": 1, "StrTruncEnable": 1, "StrTruncStart": 3, "StrTruncLen": 1)",
+         "truncation-empty", "StrTruncStart", ""},
+        // Escapes that stay as typed, and keys.
+        {R"("StrSuffix": "\\r\\n")", "literal-escape", "StrSuffix", ""},
+        {R"("SubParamStr": "a\\nb", "IsCustomEdit": 1)", "literal-escape", "SubParamStr", ""},
+        {kArray + R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "\\r\\n", "ShowValue_CN": "", "ShowValue_EN": ""}])",
+         "literal-escape", "Separator", "1"},
+        {R"("StrPerfix": "")", "unknown-key", "StrPerfix", ""},
+        {R"("convertType": 3)", "key-case", "convertType", ""},
+        {R"("ParamName": "v", "ParamName": "w")", "duplicate-key", "ParamName", ""},
+        {kArray + R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "", "ShowValue_CN": "", "ShowValue_EN": ""}], "IsCustomEdit": 0)",
+         "key-not-read", "IsCustomEdit", ""},
+        {R"("Array": "none")", "array-not-list", "Array", ""},
+        // What works as meant gives no warning.
+        {R"("SubParamStr": "1:cam:v:*:%05d")", "", "", ""},
+        {R"("SubParamStr": "1:cam:v:3:%8.3f")", "", "", ""},
+        {R"("SubParamStr": "1:cam:v:*:%.2f", "ConvertType": 2)", "", "", ""},
+        {R"("SubParamStr": "1:cam:v:*:%s", "ConvertType": 1)", "", "", ""},
+        {R"("SubParamStr": "\\r", "StrTruncEnable": 1, "StrTruncStart": 0, "StrTruncLen": 1)", "", "", ""},
+        {R"("StrSuffix": "\r\n", "StrDelete": "-")", "", "", ""},
+        {kArray + R"({"SubParamStr": "1:cam:b:*:%s", "Separator": ";", "ShowValue_CN": "", "ShowValue_EN": ""}])", "", "", ""},
+    };
+    for (const auto& c : cases) {
+        const std::string text = Build(c[0]);
+        const auto warnings = preview::Lint(text);
+        std::string got;
+        for (const auto& w : warnings) got += preview::WarningText(w) + "\n";
+        if (c[1].empty()) {
+            EXPECT_TRUE(warnings.empty()) << c[0] << "\n" << got;
+            continue;
+        }
+        ASSERT_EQ(warnings.size(), 1u) << c[0] << "\n" << got;
+        const auto& w = warnings[0];
+        EXPECT_EQ(w.rule, c[1]) << c[0];
+        EXPECT_EQ(w.at.key, c[2]) << c[0];
+        EXPECT_EQ(w.at.row, 0) << c[0];
+        EXPECT_EQ(w.at.element, c[3].empty() ? -1 : std::stoi(c[3])) << c[0];
+        EXPECT_FALSE(w.message.empty() || w.fix.empty()) << c[0];
+    }
+    // Top level: a joined output without a name, and text after the object.
+    const std::string concat = R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []} x)";
+    const auto top = preview::Lint(concat);
+    ASSERT_EQ(top.size(), 2u);
+    EXPECT_EQ(top[0].rule, "trailing-text");
+    EXPECT_EQ(top[1].rule, "empty-name");
+    EXPECT_EQ(top[1].at.row, -1);
+    EXPECT_TRUE(preview::Lint("{not json").empty());
+}
+
+}  // namespace

@@ -1,0 +1,51 @@
+// What the runner tells the user about files and about itself: reading files (or standard
+// input) with the system's reason for a failure, positions of JSON syntax errors, and
+// diagnostics on standard error in the compiler form "FILE: error: REASON" or
+// "FILE:LINE:COL: error: REASON", coloured only on a terminal and never with NO_COLOR.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace preview {
+
+// True when fd is a terminal and the NO_COLOR convention does not switch colour off.
+bool ColourFor(int fd);
+
+// Reads a whole file, or standard input for "-". On failure reason is the system's text
+// (strerror), for example "No such file or directory".
+bool ReadInput(const std::string& path, std::string& out, std::string& reason);
+
+// The name a path is shown under: "<stdin>" for "-".
+std::string DisplayName(const std::string& path);
+
+// Where a JSON text stops parsing, and why, in words. Lines and columns count from 1;
+// columns count characters (UTF-8 sequences as one).
+struct JsonSyntax {
+    size_t line = 1;
+    size_t column = 1;
+    std::string reason;
+};
+// errorAt: what cJSON_GetErrorPtr() gave (may be null or past the text).
+JsonSyntax DescribeJsonError(const std::string& text, const char* errorAt);
+
+// Line and column of a byte offset.
+void LineColumn(const std::string& text, size_t offset, size_t& line, size_t& column);
+
+enum class Severity { kError, kWarning, kNote };
+
+// Writes "where: severity: message" on standard error.
+class Diagnostics {
+  public:
+    explicit Diagnostics(bool colour) : m_colour(colour) {}
+    void Say(Severity severity, const std::string& where, const std::string& message) const;
+    bool colour() const { return m_colour; }
+
+  private:
+    bool m_colour;
+};
+
+// The closest of the candidates to word (letter case ignored, at most two edits), or "".
+std::string ClosestWord(const std::string& word, const char* const* candidates, size_t count);
+
+}  // namespace preview

@@ -1,0 +1,42 @@
+// What check finds in a configuration: where it stands (row, array element, key) and what it
+// means. Shared by the refusal explanation, the lint rules and the reports.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace preview {
+
+struct Location {
+    int row = -1;      // position in "SubParamList"; -1 for a top-level key
+    int element = -1;  // position in the row's "Array"; -1 when none
+    std::optional<std::string> paramName;  // the row's "ParamName", when it is a text
+    std::string key;                       // the key concerned ("" for the whole row or file)
+};
+
+// "SubParamList[2] (\"points\"), Array[1], key \"SubParamStr\"" and the like.
+std::string Where(const Location& at);
+
+// A configuration the module accepts but that cannot do what its writer meant.
+struct Warning {
+    Location at;
+    std::string rule;     // short name, e.g. "format-no-precision"
+    std::string message;  // what the module will do
+    std::string fix;      // how to get what was probably meant
+};
+
+// Why the module refused a configuration.
+struct Refusal {
+    int status = 0;            // the read's status (0xC0000105, 0xC0000119, ...)
+    std::optional<int> code;   // the configuration reader's row code (-1 .. -22)
+    Location at;
+    std::string rule;                  // the rule broken, in words
+    std::optional<std::string> value;  // the offending value as JSON text
+    std::string message;               // the whole explanation in one sentence
+    // For a text that is not JSON: where the parse stopped.
+    bool syntax = false;
+    size_t line = 0;
+    size_t column = 0;
+};
+
+}  // namespace preview

@@ -1,0 +1,411 @@
+#include "lint.h"
+
+#include <cjson/cJSON.h>
+
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+
+#include "assembly/element_kind.h"
+#include "diag.h"
+#include "host/algo.h"
+
+namespace preview {
+namespace {
+
+// Lengths the module's records keep of a name (the rest is cut): the publish table's
+// param_name holds 63 characters and a run's DynamicPub record 47, each plus a zero.
+constexpr size_t kPublishNameMax = 63;
+constexpr size_t kDynamicPubNameMax = 47;
+// Widths and precisions above this count as this (format/formatter.h).
+constexpr int kWidthCap = 4096;
+
+const char* const kTopKeys[] = {"ModuleName", "StrConcateEnable", "ParamName", "SubParamList"};
+const char* const kRowKeys[] = {"Array",        "SubParamStr",    "IsCustomEdit",  "ShowValue_CN",
+                                "ShowValue_EN", "ParamName",      "ConvertType",   "StrTruncEnable",
+                                "StrTruncStart", "StrTruncLen",   "StrPrefix",     "StrSuffix",
+                                "StrDelete"};
+const char* const kElementKeys[] = {"SubParamStr", "Separator", "ShowValue_CN", "ShowValue_EN"};
+// Keys an array row does not read.
+const char* const kSingleOnlyKeys[] = {"SubParamStr", "IsCustomEdit", "ShowValue_CN",
+                                       "ShowValue_EN"};
+
+enum class Kind { kSubscribe = 1, kSymbol = 2, kArray = 3, kCustom = 4 };
+
+struct JsonDeleter {
+    void operator()(cJSON* json) const { cJSON_Delete(json); }
+};
+
+std::string Quote(const std::string& text) { return "\"" + text + "\""; }
+
+std::string Text(const cJSON* object, const char* key) {
+    const cJSON* item = cJSON_GetObjectItem(object, key);
+    return cJSON_IsString(item) ? item->valuestring : "";
+}
+
+int Number(const cJSON* object, const char* key) {
+    const cJSON* item = cJSON_GetObjectItem(object, key);
+    return cJSON_IsNumber(item) ? item->valueint : 0;
+}
+
+// What a printf user meant by the conversion text: its flags and whether it wrote a width
+// and a precision.
+struct Printf {
+    std::string flags;
+    bool width = false;
+    bool precision = false;
+};
+
+Printf ReadPrintf(const std::string& text) {
+    Printf p;
+    size_t i = text.find('%');
+    if (i == std::string::npos) return p;
+    for (++i; i < text.size() && std::strchr("-+ #0", text[i]) != nullptr; ++i) p.flags += text[i];
+    for (; i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])); ++i) p.width = true;
+    p.precision = i < text.size() && text[i] == '.';
+    return p;
+}
+
+class Linter {
+  public:
+    std::vector<Warning> out;
+
+    void Add(const Location& at, const char* rule, std::string message, std::string fix) {
+        out.push_back({at, rule, std::move(message), std::move(fix)});
+    }
+
+    // Keys no reader looks at, keys in other letter case, keys written twice.
+    void Keys(const cJSON* object, Location at, const char* const* known, size_t count,
+              const char* const* unread = nullptr, size_t unreadCount = 0) {
+        for (const cJSON* k = object->child; k != nullptr; k = k->next) {
+            if (k->string == nullptr) continue;
+            at.key = k->string;
+            for (const cJSON* e = object->child; e != k; e = e->next) {
+                if (e->string != nullptr && strcasecmp(e->string, k->string) == 0) {
+                    Add(at, "duplicate-key",
+                        "the key stands twice in the object; the module reads only the first",
+                        "remove one of the two");
+                    break;
+                }
+            }
+            const char* exact = nullptr;
+            for (size_t i = 0; i < count; ++i) {
+                if (strcasecmp(known[i], k->string) == 0) exact = known[i];
+            }
+            for (size_t i = 0; exact != nullptr && i < unreadCount; ++i) {
+                if (std::strcmp(unread[i], exact) == 0) {
+                    Add(at, "key-not-read", "an array row does not read this key",
+                        "remove it, or remove \"Array\" to make the row a single item");
+                }
+            }
+            if (exact != nullptr && std::strcmp(exact, k->string) != 0) {
+                Add(at, "key-case",
+                    std::string("the module reads it as \"") + exact +
+                        "\" (it ignores letter case), but the schema and other tools do not",
+                    std::string("write \"") + exact + "\"");
+            } else if (exact == nullptr) {
+                const std::string close = ClosestWord(k->string, known, count);
+                Add(at, "unknown-key", "no key of that name exists; the module ignores it",
+                    close.empty() ? "remove it" : "did you mean \"" + close + "\"?");
+            }
+        }
+    }
+
+    void Name(const Location& at, const std::string& name) {
+        if (name.empty()) {
+            Add(at, "empty-name", "the output is published without a name",
+                "give it a name that other modules can subscribe to");
+        } else if (name.size() > kPublishNameMax) {
+            Add(at, "name-cut",
+                "the publish table keeps only the first 63 bytes: other modules see " +
+                    Quote(name.substr(0, kPublishNameMax)) + ", while the values are published under the whole name",
+                "use at most 47 bytes");
+        } else if (name.size() > kDynamicPubNameMax) {
+            Add(at, "name-cut",
+                "each run's DynamicPub record keeps only the first 47 bytes: " +
+                    Quote(name.substr(0, kDynamicPubNameMax)),
+                "use at most 47 bytes");
+        }
+    }
+
+    // Escapes that the key keeps as typed: only a symbol row turns them into line breaks.
+    void LiteralEscape(const Location& at, const std::string& text) {
+        for (const char* escape : {"\\r", "\\n", "\\t"}) {
+            if (text.find(escape) != std::string::npos) {
+                Add(at, "literal-escape",
+                    std::string("the text keeps the two characters '") + escape +
+                        "' as typed; this key turns no escape into a control character",
+                    "for a line break add a row with \"SubParamStr\" \"\\\\r\\\\n\" (or \"\\\\r\") and "
+                    "\"IsCustomEdit\" 0; for a real control character write the JSON escape "
+                    "(\"\\r\", \"\\n\") instead");
+                return;
+            }
+        }
+    }
+
+    void Conversion(const Location& at, const std::string& type, bool arrayField) {
+        if (ElementKindOf(type) != ElementKind::kNone) return;
+        std::string fix = "end the conversion text with d (int), f (float) or s (text)";
+        const char last = type.empty() ? '\0' : type.back();
+        if (last != '\0' && std::strchr("eEgGaA", last) != nullptr) {
+            fix = "use f: \"%W.Pf\" with a width W and a precision P, e.g. \"%1.3f\"";
+        } else if (last == 'i' || last == 'D' || last == 'U' || last == 'X') {
+            fix = "use d (the letter is compared case-sensitively)";
+        } else if (last == 'F' || last == 'S' || last == 'c') {
+            fix = std::string("use ") + (last == 'F' ? "f" : "s");
+        }
+        Add(at, "no-value-type",
+            "the conversion text " + Quote(type) +
+                (type.empty() ? " is empty" : std::string(" ends in '") + last + "'") +
+                ", which selects no value type: " +
+                (arrayField ? "the field is read as an empty list and its cells stay empty"
+                            : "the item never gets a value and every run fails with 0xE000001C "
+                              "(\"Unknown value type.\")"),
+            fix);
+    }
+
+    // Format texts whose numbers the formatters read differently from printf.
+    void Format(const Location& at, const std::string& type) {
+        const ElementKind valueType = ElementKindOf(type);
+        const Printf p = ReadPrintf(type);
+        int width = 0;
+        int precision = 0;
+        const int read = std::sscanf(type.c_str(), valueType == ElementKind::kFloat ? "%%%d.%d" : "%%%dd",
+                                     &width, &precision);
+        const std::string quoted = Quote(type);
+        if (valueType == ElementKind::kString) {
+            if (p.width || p.precision) {
+                Add(at, "format-text-width",
+                    "the text formatter reads no number: " + quoted + " neither pads nor cuts the text",
+                    "use \"%s\"; to cut a text use \"StrTruncEnable\", \"StrTruncStart\" and \"StrTruncLen\"");
+            }
+            return;
+        }
+        if (p.flags.find('-') != std::string::npos) {
+            Add(at, "format-flag",
+                "the '-' flag makes the width negative: the value is not padded at all (nor "
+                "left-aligned)",
+                "drop the '-'; the module can only fill with zeros on the left");
+        } else if (p.flags.find_first_of("+ #") != std::string::npos) {
+            Add(at, "format-flag", "the flags '+', ' ' and '#' have no effect on " + quoted,
+                "drop them");
+        }
+        if (valueType == ElementKind::kInt && std::strchr("xu", type.back()) != nullptr) {
+            Add(at, "format-letter",
+                std::string("the letter '") + type.back() +
+                    "' only selects an int value: it is printed in signed decimal (255 as \"255\", "
+                    "-1 as \"-1\"), never in hexadecimal or unsigned",
+                "use \"d\" and expect decimal");
+        }
+        if (valueType == ElementKind::kFloat && read < 2) {
+            Add(at, "format-no-precision",
+                p.precision && !p.width
+                    ? quoted + " has a precision but no width: the module reads neither, so "
+                               "12.3456 gives \"12.\" (no fraction digits)"
+                    : quoted + " has no precision: the module prints no fraction digits, so "
+                               "12.3456 gives \"12.\" (zero-filled to the width)",
+                "write a width and a precision, e.g. \"%1.2f\" for two decimals without padding");
+        }
+        if (width > kWidthCap || precision > kWidthCap) {
+            Add(at, "format-width-cap",
+                quoted + " asks for more than 4096 characters; the module stops at 4096",
+                "use a width and precision of at most 4096");
+        }
+    }
+
+    // An index text other than "*" goes through stoi on every run.
+    void Index(const Location& at, const std::string& index) {
+        if (index == "*") return;
+        errno = 0;
+        char* end = nullptr;
+        const long long n = std::strtoll(index.c_str(), &end, 10);
+        const bool digits = end != index.c_str();
+        if (!digits || errno == ERANGE || n > INT_MAX || n < INT_MIN) {
+            Add(at, "index-not-number",
+                "the index text " + Quote(index) +
+                    " is no element number: every run fails with 0xC0000004",
+                "write \"*\" for every element or a number from 0");
+        } else if (n < 0) {
+            Add(at, "index-not-number",
+                "the element number " + Quote(index) +
+                    " is negative: every run fails with 0xC0000004",
+                "write \"*\" for every element or a number from 0");
+        } else if (std::to_string(n) != index) {
+            Add(at, "index-not-number",
+                "the index text " + Quote(index) + " is read as element " + std::to_string(n) +
+                    " (blanks before and characters after the digits are skipped)",
+                "write \"" + std::to_string(n) + "\"");
+        }
+    }
+
+    void Row(const cJSON* row, int position) {
+        Location at;
+        at.row = position;
+        const cJSON* name = cJSON_GetObjectItem(row, "ParamName");
+        if (cJSON_IsString(name)) at.paramName = name->valuestring;
+        const cJSON* array = cJSON_GetObjectItem(row, "Array");
+        const bool isArray = cJSON_IsArray(array);
+        if (isArray) {
+            Keys(row, at, kRowKeys, std::size(kRowKeys), kSingleOnlyKeys, std::size(kSingleOnlyKeys));
+        } else {
+            Keys(row, at, kRowKeys, std::size(kRowKeys));
+        }
+        Location key = at;
+        if (array != nullptr && !isArray) {
+            key.key = "Array";
+            Add(key, "array-not-list", "\"Array\" is not a list, so the row is read as a single item",
+                "make \"Array\" a list of fields, or remove it");
+        }
+        const std::string text = Text(row, "SubParamStr");
+        const int custom = Number(row, "IsCustomEdit");
+        Kind kind = Kind::kSubscribe;
+        if (isArray) kind = Kind::kArray;
+        else if (custom == 1) kind = Kind::kCustom;
+        else if (text == "\\r\\n" || text == "\\r") kind = Kind::kSymbol;
+
+        key.key = "ParamName";
+        Name(key, at.paramName.value_or(""));
+        const int convert = Number(row, "ConvertType");
+        const bool textOut = convert == 3;
+
+        ElementKind valueType = ElementKind::kString;
+        if (kind == Kind::kArray) {
+            int element = 0;
+            for (const cJSON* e = array->child; e != nullptr; e = e->next, ++element) {
+                Location field = at;
+                field.element = element;
+                if (cJSON_IsObject(e)) Keys(e, field, kElementKeys, std::size(kElementKeys));
+                field.key = "Separator";
+                LiteralEscape(field, Text(e, "Separator"));
+                CAlgoUtils::SubParam sub;
+                field.key = "SubParamStr";
+                if (CAlgoUtils::ParseSubscribeItem(Text(e, "SubParamStr"), sub) != 0) continue;
+                Conversion(field, sub.type, true);
+                if (ElementKindOf(sub.type) != ElementKind::kNone) Format(field, sub.type);
+                if (sub.index != "*") {
+                    Add(field, "index-ignored",
+                        "an array field takes every element whatever its index text " + Quote(sub.index) + " says",
+                        "write \"*\"; to show one element use a single item with that index");
+                }
+            }
+        } else if (kind == Kind::kSubscribe) {
+            key.key = "SubParamStr";
+            CAlgoUtils::SubParam sub;
+            if (CAlgoUtils::ParseSubscribeItem(text, sub) == 0) {
+                Conversion(key, sub.type, false);
+                Index(key, sub.index);
+                valueType = ElementKindOf(sub.type);
+                // The format text shapes numbers only when they are published as text.
+                if (textOut && (valueType == ElementKind::kInt || valueType == ElementKind::kFloat)) {
+                    Format(key, sub.type);
+                } else if (valueType == ElementKind::kString) {
+                    Format(key, sub.type);
+                }
+            }
+        } else if (kind == Kind::kCustom) {
+            key.key = "SubParamStr";
+            LiteralEscape(key, text);
+        }
+
+        key.key = "ConvertType";
+        if ((convert == 1 || convert == 2) && kind != Kind::kSubscribe) {
+            const char* what = kind == Kind::kArray    ? "the laid-out text of the array"
+                               : kind == Kind::kCustom ? "the custom text"
+                                                       : "the line break";
+            const char* reader = convert == 1 ? "stoi" : "stof";
+            Add(key, "convert-text-to-number",
+                std::string(what) + " goes through " + reader +
+                    ": only a leading number is published, and a text that does not start with one fails the run with 0xC0000221",
+                "use \"ConvertType\" 3 (string)");
+        }
+        const bool truncate = Number(row, "StrTruncEnable") != 0;
+        const std::string prefix = Text(row, "StrPrefix");
+        const std::string suffix = Text(row, "StrSuffix");
+        const std::string remove = Text(row, "StrDelete");
+        if (!textOut && (truncate || !prefix.empty() || !suffix.empty() || !remove.empty())) {
+            key.key = truncate ? "StrTruncEnable" : !prefix.empty() ? "StrPrefix" : !suffix.empty() ? "StrSuffix" : "StrDelete";
+            Add(key, "text-settings-ignored",
+                "truncation, prefix, suffix and deletion apply only to text outputs; this output is "
+                "published as a number",
+                "use \"ConvertType\" 3, or clear the text settings");
+        }
+        if (textOut && truncate) {
+            const int start = Number(row, "StrTruncStart");
+            const int length = Number(row, "StrTruncLen");
+            std::string known;  // the text before truncation, when the configuration fixes it
+            if (kind == Kind::kCustom) known = text;
+            if (kind == Kind::kSymbol) known = text == "\\r" ? "\r" : "\r\n";
+            const bool fixedText = kind == Kind::kCustom || kind == Kind::kSymbol;
+            if (start < 0 || length <= 0 ||
+                (fixedText && static_cast<size_t>(start) >= known.size())) {
+                key.key = start < 0 || (fixedText && length > 0) ? "StrTruncStart" : "StrTruncLen";
+                Add(key, "truncation-empty",
+                    "\"StrTruncStart\" " + std::to_string(start) + " with \"StrTruncLen\" " +
+                        std::to_string(length) +
+                        " keeps nothing: the text is always empty before the prefix and suffix",
+                    "keep characters from a start of 0 or more with a length above 0, or set "
+                    "\"StrTruncEnable\" 0");
+            }
+        }
+        if (textOut) {
+            key.key = "StrPrefix";
+            LiteralEscape(key, prefix);
+            key.key = "StrSuffix";
+            LiteralEscape(key, suffix);
+            key.key = "StrDelete";
+            LiteralEscape(key, remove);
+        }
+    }
+};
+
+}  // namespace
+
+std::string Where(const Location& at) {
+    std::string out;
+    if (at.row >= 0) {
+        out = "SubParamList[" + std::to_string(at.row) + "]";
+        out += at.paramName ? " (" + Quote(*at.paramName) + ")" : " (no \"ParamName\")";
+        if (at.element >= 0) out += ", Array[" + std::to_string(at.element) + "]";
+        if (!at.key.empty()) out += ", key " + Quote(at.key);
+    } else if (!at.key.empty()) {
+        out = "top-level key " + Quote(at.key);
+    }
+    return out;
+}
+
+std::string WarningText(const Warning& w) {
+    const std::string where = Where(w.at);
+    return (where.empty() ? "" : where + ": ") + w.message + "; fix: " + w.fix + " [" + w.rule + "]";
+}
+
+std::vector<Warning> Lint(const std::string& configText) {
+    Linter lint;
+    const char* end = nullptr;
+    std::unique_ptr<cJSON, JsonDeleter> root(cJSON_ParseWithOpts(configText.c_str(), &end, 0));
+    if (!root || !cJSON_IsObject(root.get())) return lint.out;
+    if (end != nullptr && std::string(end).find_first_not_of(" \t\r\n") != std::string::npos) {
+        lint.Add(Location{}, "trailing-text",
+                 "text follows the closing '}'; the module ignores it",
+                 "remove it, or move it into the object");
+    }
+    lint.Keys(root.get(), Location{}, kTopKeys, std::size(kTopKeys));
+    if (Number(root.get(), "StrConcateEnable") != 0) {
+        Location top;
+        top.key = "ParamName";
+        lint.Name(top, Text(root.get(), "ParamName"));
+    }
+    const cJSON* list = cJSON_GetObjectItem(root.get(), "SubParamList");
+    int position = 0;
+    for (const cJSON* row = cJSON_IsArray(list) ? list->child : nullptr; row != nullptr;
+         row = row->next, ++position) {
+        if (cJSON_IsObject(row)) lint.Row(row, position);
+    }
+    return lint.out;
+}
+
+}  // namespace preview
