@@ -332,6 +332,7 @@ struct FreeBlock {
 
 thread_local FreeBlock* tSpare = nullptr;
 thread_local unsigned tSpareCount = 0;
+thread_local unsigned tScopes = 0;  // FormatterBlockScope objects alive on the thread
 
 }  // namespace
 
@@ -345,7 +346,7 @@ void* CFormatter::operator new(std::size_t size) {
 }
 
 void CFormatter::operator delete(void* block, std::size_t size) noexcept {
-    if (size > kBlockSize || tSpareCount >= kMaxSpareBlocks) {
+    if (size > kBlockSize || tScopes == 0 || tSpareCount >= kMaxSpareBlocks) {
         ::operator delete(block);
         return;
     }
@@ -355,7 +356,12 @@ void CFormatter::operator delete(void* block, std::size_t size) noexcept {
     ++tSpareCount;
 }
 
-void ReleaseFormatterBlocks() noexcept {
+FormatterBlockScope::FormatterBlockScope() noexcept {
+    ++tScopes;
+}
+
+FormatterBlockScope::~FormatterBlockScope() {
+    if (--tScopes != 0) return;
     while (tSpare != nullptr) {
         FreeBlock* block = tSpare;
         tSpare = block->next;

@@ -24,9 +24,17 @@
 
 constexpr int kFormatterMaxWidth = 4096;
 
-// Frees the calling thread's spare formatter blocks. The module calls it at the end of every
-// run, so that a thread that ends, or a library that is unloaded, leaves nothing behind.
-void ReleaseFormatterBlocks() noexcept;
+// While a scope lives on a thread, formatters freed there keep their blocks for the next ones
+// to reuse; when the outermost scope ends, the blocks go back to the heap. The run driver holds
+// one per run, so a thread that ends, or a library that is unloaded, leaves nothing behind,
+// and formatters made outside a run use the heap directly.
+class FormatterBlockScope {
+  public:
+    FormatterBlockScope() noexcept;
+    ~FormatterBlockScope();
+    FormatterBlockScope(const FormatterBlockScope&) = delete;
+    FormatterBlockScope& operator=(const FormatterBlockScope&) = delete;
+};
 
 class CFormatter {
   public:
@@ -39,8 +47,8 @@ class CFormatter {
     virtual std::string format() = 0;
 
     // An array item creates and drops one formatter per cell, thousands per run, one after the
-    // other. A thread keeps a few freed blocks to reuse instead of going to the heap each time;
-    // ReleaseFormatterBlocks gives them back.
+    // other. Within a FormatterBlockScope a thread keeps a few freed blocks to reuse instead of
+    // going to the heap each time.
     static void* operator new(std::size_t size);
     static void operator delete(void* block, std::size_t size) noexcept;
 

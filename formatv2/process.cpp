@@ -32,6 +32,7 @@ int CFormatV2Module::Process(void* input, void* output) {
     // Held to the very end of the run, after the result display: the host may recycle the
     // frame once it is released.
     std::shared_ptr<CScFrame> frame;
+    const FormatterBlockScope blocks;  // released when the run ends, however it ends
     int status = 0;
     if (!Guarded([&] {
             frame = ZR_M_Get_Frame_ByID(input, 0);
@@ -47,7 +48,6 @@ int CFormatV2Module::Process(void* input, void* output) {
     Guarded([&] { UpProcessTime(); });
     Guarded([&] { SendOutputParam(output, status); });
     frame.reset();
-    ReleaseFormatterBlocks();
     return status;
 }
 

@@ -135,6 +135,7 @@ void SetPerCell(benchmark::State& state, int perIteration) {
 }
 
 void BM_ArrayModule(benchmark::State& state) {
+    const FormatterBlockScope blocks;  // as inside a run
     for (auto _ : state) benchmark::DoNotOptimize(BuildWithModule());
     SetPerCell(state, kCells);
 }
