@@ -1,5 +1,7 @@
 // formatv2_preview: shows what a configuration does without deploying it, checks it, and
 // tests it against expectations. A thin command line over commands.cpp; see README.md.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -23,12 +25,16 @@ int main(int argc, char** argv) {
         "Configuration keys: docs/configuration.md.");
 
     preview::Options options;
-    options.module = FORMATV2_MODULE_PATH;
+    // Beside the build it came from, the runner loads that build's module; installed on a
+    // device, where the build tree is not, the module where the host loads it from.
+    options.module = access(FORMATV2_MODULE_PATH, F_OK) == 0
+                         ? FORMATV2_MODULE_PATH
+                         : "/mnt/app/zrs_so/so/formatv2/libformatv2.so";
     auto common = [&](CLI::App* sub) {
         sub->add_flag("--json", options.json, "print one JSON document on standard output");
         sub->add_option("--module", options.module,
                         "the module library to load (default: the libformatv2.so built with the "
-                        "runner)")
+                        "runner, else /mnt/app/zrs_so/so/formatv2/libformatv2.so)")
             ->type_name("LIB");
     };
 
