@@ -166,7 +166,6 @@ int CheckCommand(const std::vector<std::string>& files, const Options& options) 
         }
         Session session;
         InitReport init;
-        std::string error;
         if (!Start(session, scenario, init, options, diag)) {
             cJSON_Delete(root);
             return kExitUsage;
