@@ -31,6 +31,13 @@ struct StdoutTo {
 // cancellation's unwind must leave Process (a catch-all that swallowed it would abort the
 // process), and the module must serve the next run from another thread.
 TEST_F(Guest, ThreadCancelledInsideProcessUnwindsAndTheModuleRunsOn) {
+#ifdef __SANITIZE_ADDRESS__
+    // A cancellation unwinds out of write() without telling AddressSanitizer, so the frames
+    // it leaves keep their poisoned redzones, and the first rethrow after that trips over
+    // them (a false stack-buffer-overflow, or a failed check of the runtime's own): true of
+    // any catch-and-rethrow, not of this module's. The other builds run this test.
+    GTEST_SKIP() << "AddressSanitizer cannot follow a thread cancellation's unwind";
+#endif
     ASSERT_EQ(Load(Config({Row("a", "1:p:q:*:%d", 1)})), 0);
     FeedAll(Ints{4, 2});
     log_set_priority(-1, LOG_LEVEL_INFO);  // so that Process writes, a cancellation point
