@@ -13,9 +13,10 @@
 #include "log/log.h"
 
 int main(int argc, char** argv) {
-    CLI::App app{"formatv2_preview: preview, check and test formatv2 configurations offline,\n"
-                 "with the module loaded as the host loads it.",
-                 "formatv2_preview"};
+    CLI::App app{
+        "formatv2_preview: preview, check and test formatv2 configurations offline,\n"
+        "with the module loaded as the host loads it.",
+        "formatv2_preview"};
     app.set_version_flag("--version", std::string("formatv2_preview ") + FORMATV2_VERSION);
     app.require_subcommand(1);
     app.footer(
@@ -41,8 +42,7 @@ int main(int argc, char** argv) {
     std::string scenario;
     CLI::App* run = app.add_subcommand(
         "run", "drive the runs of a scenario and show everything the module did");
-    run->add_option("SCENARIO", scenario, "scenario file (JSON), - for standard input")
-        ->required();
+    run->add_option("SCENARIO", scenario, "scenario file (JSON), - for standard input")->required();
     const std::map<std::string, int> levels = {{"info", LOG_LEVEL_INFO},
                                                {"warn", LOG_LEVEL_WARN},
                                                {"err", LOG_LEVEL_ERR},
@@ -57,14 +57,16 @@ int main(int argc, char** argv) {
     std::vector<std::string> files;
     CLI::App* check = app.add_subcommand(
         "check", "validate configurations without running them: refusals and warnings");
-    check->add_option("FILE", files, "configuration files (algo_private.json), - for standard input")
+    check
+        ->add_option("FILE", files, "configuration files (algo_private.json), - for standard input")
         ->required();
     check->add_flag("--strict", options.strict, "exit with 1 on warnings too");
     common(check);
 
     std::vector<std::string> paths;
     CLI::App* test = app.add_subcommand(
-        "test", "run scenarios and compare every run with its \"expect\"; exit 0 only when all hold");
+        "test",
+        "run scenarios and compare every run with its \"expect\"; exit 0 only when all hold");
     test->add_option("SCENARIO|DIR", paths,
                      "scenario files, or folders searched for scenario.json and *.scenario.json")
         ->required();
@@ -75,7 +77,15 @@ int main(int argc, char** argv) {
     } catch (const CLI::Success& e) {
         return app.exit(e);  // --help, --version: on standard output, exit 0
     } catch (const CLI::ParseError& e) {
-        std::fprintf(stderr, "formatv2_preview: error: %s\n", e.what());
+        // CLI11 calls a misspelt command only "missing"; name it.
+        const bool unknownCommand = app.get_subcommands().empty() && argc > 1 && argv[1][0] != '-';
+        if (unknownCommand) {
+            std::fprintf(stderr,
+                         "formatv2_preview: error: unknown command '%s' (run, check, test)\n",
+                         argv[1]);
+        } else {
+            std::fprintf(stderr, "formatv2_preview: error: %s\n", e.what());
+        }
         std::fprintf(stderr, "Run with --help for more information.\n");
         return preview::kExitUsage;
     }
