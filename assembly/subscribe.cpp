@@ -63,7 +63,11 @@ static int FetchSubscribed(CFormatV2Module& module, void* frame, DataSection& se
                 static_cast<long long>(available) - 1);
         return kErrNotDelivered;
     }
-    section.Value = std::vector<T>{elements[static_cast<size_t>(number)]};
+    // The chosen element becomes the delivered list's only one, and that list the value: no
+    // second list is made.
+    if (number != 0) elements.front() = std::move(elements[static_cast<size_t>(number)]);
+    elements.resize(1);
+    section.Value = std::move(elements);
     return 0;
 }
 
