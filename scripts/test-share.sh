@@ -11,6 +11,7 @@ count() { grep -cvE '^[[:space:]]*(//.*)?$' "$1" || true; }
 t=0
 c=0
 while IFS= read -r file; do
+  [ -f "${file}" ] || continue  # deleted in the working tree
   n=$(count "${file}")
   case "${file}" in
     tests/* | fuzz/*) t=$((t + n)); side=T ;;
