@@ -168,7 +168,7 @@ void CheckPubTable(const CFormatV2Module& module) {
     for (size_t i = 0; i < items; ++i) {
         const DataSection& item = module.SubParamList[i];
         FV2_FUZZ_CHECK(RecordHolds(table.params[i + 1], item.ParamName,
-                                   GetVariateTypeStr(item.ConvertType), !concat),
+                                   TypeText(item.ConvertType), !concat),
                        "publish record of item " + std::to_string(i));
     }
     for (size_t i = items + 1; i < static_cast<size_t>(kDynamicParamMax); ++i) {
@@ -209,6 +209,10 @@ std::string Shape(const CFormatV2Module& module) {
 }
 
 }  // namespace
+
+const char* TypeText(int convertType) {
+    return convertType == 1 ? "int" : convertType == 2 ? "float" : "string";
+}
 
 void Snapshot(const CFormatV2Module& module, Tables& out) {
     std::memcpy(&out.sub, &module.DynamicSubList, sizeof out.sub);

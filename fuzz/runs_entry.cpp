@@ -111,7 +111,7 @@ void CheckPublished(CFormatV2Module& module, CScFrame& frame, const std::string&
                    run + ": DynamicPub records");
     auto record = records->begin();
     for (DataSection& item : module.SubParamList) {
-        const std::string type = GetVariateTypeStr(item.ConvertType);
+        const std::string type = TypeText(item.ConvertType);
         FV2_FUZZ_CHECK(RecordIs(*record++, item.ParamName, type.c_str()),
                        run + ": record of " + item.ParamName);
         const size_t count = ValueCount(item);

@@ -4,8 +4,9 @@
 # rebuilds the release preset there incrementally (Ninja, -j2, warnings not fatal), runs the
 # whole test suite and records every test that fails. The real tree is never changed.
 #
-#   scripts/mutants.sh [-o FILE] [ID...]
+#   scripts/mutants.sh [-o FILE] [-r REV] [ID...]
 #     -o FILE  also write the table to FILE (Markdown)
+#     -r REV   the tree of commit REV instead of the working tree (for a "before" table)
 #     ID       only these faults (default: all)
 #
 # Per fault the table gives the tests that caught it: the C++ suites (GoogleTest and the fuzz
@@ -16,12 +17,16 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 exec python3 - "$@" <<'EOF'
-import os, re, subprocess, sys, time
+import io, os, re, subprocess, sys, tarfile, time
 
 args = sys.argv[1:]
-out_file = None
-if args[:1] == ["-o"]:
-    out_file, args = args[1], args[2:]
+out_file = rev = None
+while args[:1] in (["-o"], ["-r"]):
+    if args[0] == "-o":
+        out_file = args[1]
+    else:
+        rev = args[1]
+    args = args[2:]
 only = set(args)
 src = "build/mutants/src"
 build = os.path.join(src, "build/release")
@@ -32,17 +37,29 @@ def run(cmd, cwd=src):
                           text=True, errors="replace")
 
 
-# The copy: every file git tracks (or would track) as it is now; stale files removed.
-listed = subprocess.run(["git", "ls-files", "-z", "-co", "--exclude-standard"],
-                        stdout=subprocess.PIPE, check=True).stdout.decode().split("\0")
-files = {f for f in listed if f and os.path.isfile(f)}
+# The copy: every file git tracks (or would track) as it is now, or as commit REV has it;
+# only changed files are written, so the build stays incremental; stale files are removed.
+if rev:
+    archive = subprocess.run(["git", "archive", "--format=tar", rev], stdout=subprocess.PIPE,
+                             check=True).stdout
+    tar = tarfile.open(fileobj=io.BytesIO(archive))
+    tree = {m.name: m for m in tar if m.isfile()}
+    content = lambda f: tar.extractfile(tree[f]).read()
+    mode = lambda f: tree[f].mode
+else:
+    listed = subprocess.run(["git", "ls-files", "-z", "-co", "--exclude-standard"],
+                            stdout=subprocess.PIPE, check=True).stdout.decode().split("\0")
+    tree = {f for f in listed if f and os.path.isfile(f)}
+    content = lambda f: open(f, "rb").read()
+    mode = lambda f: os.stat(f).st_mode
+files = set(tree)
 for f in files:
-    data = open(f, "rb").read()
+    data = content(f)
     target = os.path.join(src, f)
     if not os.path.exists(target) or open(target, "rb").read() != data:
         os.makedirs(os.path.dirname(target) or ".", exist_ok=True)
         open(target, "wb").write(data)
-        os.chmod(target, os.stat(f).st_mode)
+        os.chmod(target, mode(f))
 for root, dirs, names in os.walk(src):
     if root == src and "build" in dirs:
         dirs.remove("build")
