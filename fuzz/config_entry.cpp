@@ -167,9 +167,9 @@ void CheckPubTable(const CFormatV2Module& module) {
                    "joined output record");
     for (size_t i = 0; i < items; ++i) {
         const DataSection& item = module.SubParamList[i];
-        FV2_FUZZ_CHECK(RecordHolds(table.params[i + 1], item.ParamName,
-                                   TypeText(item.ConvertType), !concat),
-                       "publish record of item " + std::to_string(i));
+        FV2_FUZZ_CHECK(
+            RecordHolds(table.params[i + 1], item.ParamName, TypeText(item.ConvertType), !concat),
+            "publish record of item " + std::to_string(i));
     }
     for (size_t i = items + 1; i < static_cast<size_t>(kDynamicParamMax); ++i) {
         FV2_FUZZ_CHECK(AllZero(&table.params[i], sizeof table.params[i]),

@@ -87,16 +87,6 @@ void CheckCell(CFormatter& cell, CFormatter& reference, const FormatCase& c,
     FV2_FUZZ_CHECK(cell.format() == text, what + ": a second format() differs");
 }
 
-// printf's "%.*g" of the value widened to double. Precisions past the longest exact
-// expansion of a float give the same text, so the reference stops at 150.
-std::string GeneralText(float value, int precision) {
-    char text[512];
-    const int n =
-        std::snprintf(text, sizeof text, "%.*g", precision < 0 ? 6 : std::min(precision, 150),
-                      static_cast<double>(value));
-    return std::string(text, static_cast<size_t>(std::clamp(n, 0, int{sizeof text} - 1)));
-}
-
 void RunFormatter(const FormatCase& c) {
     if (c.op == FormatCase::kIntFormatter) {
         RefIntFormatter reference(c.intValue, c.format, c.separator);
@@ -112,7 +102,7 @@ void RunFormatter(const FormatCase& c) {
                        "a text cell changed its text or separator");
     } else {
         const std::string text = SharedModule().FloatToString(c.floatValue, c.precision);
-        const std::string expected = GeneralText(c.floatValue, c.precision);
+        const std::string expected = RefGeneralText(c.floatValue, c.precision);
         FV2_FUZZ_CHECK(text == expected, "FloatToString(" + Describe(c.floatValue) + ", " +
                                              std::to_string(c.precision) + ") gave " +
                                              Describe(text) + ", expected " + Describe(expected));
@@ -121,36 +111,29 @@ void RunFormatter(const FormatCase& c) {
 
 // ---- the typed conversion, the rules written out step by step ---------------------------
 
-bool RefToInt(int value, int& out) {
-    out = value;
+// Numbers convert as C++ converts them, floats to int saturating and NaN to 0; texts as
+// std::stoi and std::stof read them: the longest leading number, and none or one out of range
+// fails.
+template <typename From, typename To>
+bool RefTo(From value, To& out) {
+    out = static_cast<To>(value);
     return true;
 }
-bool RefToInt(float value, int& out) {
+bool RefTo(float value, int& out) {
     out = std::isnan(value)         ? 0
           : value >= 2147483648.0f  ? INT_MAX
           : value <= -2147483648.0f ? INT_MIN
                                     : static_cast<int>(value);
     return true;
 }
-// std::stoi: blanks, a sign, decimal digits; no digits or a number beyond int fails.
-bool RefToInt(const std::string& value, int& out) {
+bool RefTo(const std::string& value, int& out) {
     char* end = nullptr;
     errno = 0;
     const long long number = std::strtoll(value.c_str(), &end, 10);
     out = static_cast<int>(number);
     return end != value.c_str() && errno != ERANGE && number >= INT_MIN && number <= INT_MAX;
 }
-
-bool RefToFloat(int value, float& out) {
-    out = static_cast<float>(value);
-    return true;
-}
-bool RefToFloat(float value, float& out) {
-    out = value;
-    return true;
-}
-// std::stof: the longest leading part strtof reads; none, or a result out of range, fails.
-bool RefToFloat(const std::string& value, float& out) {
+bool RefTo(const std::string& value, float& out) {
     char* end = nullptr;
     errno = 0;
     out = std::strtof(value.c_str(), &end);
@@ -238,14 +221,14 @@ int Expect(const FormatCase& c, const T& value, Outcome& expected) {
     float real = 0;
     switch (c.convertType) {
         case FORMAT_V2_VARIATE_INT:
-            if (!RefToInt(value, number) || c.noFrame) return kErrNotConvertible;
+            if (!RefTo(value, number) || c.noFrame) return kErrNotConvertible;
             RefStore(expected.ints, expected.intLists, number, c.index);
             show(std::to_string(number));
             return 0;
         case FORMAT_V2_VARIATE_FLOAT:
-            if (!RefToFloat(value, real) || c.noFrame) return kErrNotConvertible;
+            if (!RefTo(value, real) || c.noFrame) return kErrNotConvertible;
             RefStore(expected.floats, expected.floatLists, BitsOf(real), c.index);
-            show(GeneralText(real, 6));
+            show(RefGeneralText(real, 6));
             return 0;
         case FORMAT_V2_VARIATE_STRING: {
             const std::string text = RefDecorated(RefToText(value, c.format), c);

@@ -76,22 +76,21 @@ TEST_F(NoThrow, EveryAllocationFailureEndsTheRunWithAStatus) {
 TEST(ConvertOutOfMemory, EndsInTheFailureCode) {
     CFormatV2Module module;
     std::shared_ptr<CScFrame> frame;
-    DataSection item;
+    DataSection item;  // every text long enough to need a block of its own
+    item.ParamName = "a name too long for the short string buffer";
+    item.SubParam.type = "%20.3f";
+    std::tie(item.StrTruncEnable, item.StrTruncLen) = std::pair(1, 30);
+    item.StrPrefix = "a prefix that must be allocated ";
+    item.StrSuffix = " and a suffix that must be allocated";
+    item.StrDelete = "a";
     const auto check = [&](FORMAT_V2_VARIATE_TYPE type, const auto& value, int concat = 0) {
+        item.ConvertType = type;
         const auto statuses = FailEachAllocation(
             [&] {
                 module.StrConcateEnable = concat;
                 module.ShowTextEN = "shown before ";
                 module.ConcatText = "joined before ";
                 frame = std::make_shared<CScFrame>();
-                item = DataSection();
-                item.ParamName = "a name too long for the short string buffer";
-                item.ConvertType = type;
-                item.SubParam.type = "%20.3f";
-                std::tie(item.StrTruncEnable, item.StrTruncLen) = std::pair(1, 30);
-                item.StrPrefix = "a prefix that must be allocated ";
-                item.StrSuffix = " and a suffix that must be allocated";
-                item.StrDelete = "a";
             },
             [&] { return module.ConvertAndSendOutputValue(frame, item, value, 0); });
         const long bad = std::count(statuses.begin(), statuses.end(), int(0xC0000221));
