@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -24,14 +23,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-struct CheckFailed : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-[[noreturn]] void ThrowCheck(const std::string& message) {
-    throw CheckFailed(message);
-}
 
 bool IsInput(const fs::path& file) {
     return file.filename().string()[0] != '.' && file.extension() != ".md";
@@ -69,7 +60,6 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    fv2fuzz::SetFailHandler(ThrowCheck);
     int failed = 0;
     for (const fs::path& file : files) {
         std::ifstream in(file, std::ios::binary);
@@ -80,7 +70,7 @@ int main(int argc, char** argv) {
         const std::vector<char> bytes{std::istreambuf_iterator<char>(in), {}};
         try {
             entry(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-        } catch (const CheckFailed& failure) {
+        } catch (const fv2fuzz::CheckFailed& failure) {
             std::fprintf(stderr, "%s: %s\n", file.c_str(), failure.what());
             ++failed;
         }
