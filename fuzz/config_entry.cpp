@@ -127,14 +127,13 @@ void CheckSubTable(const CFormatV2Module& module) {
     FV2_FUZZ_CHECK(table.nNum >= 0 && static_cast<size_t>(table.nNum) == subs.size(),
                    "subscription count " + std::to_string(table.nNum) + " for " +
                        std::to_string(subs.size()) + " subscriptions");
-    for (int i = 0; i < kDynamicParamMax; ++i) {
+    const size_t n = subs.size();
+    FV2_FUZZ_CHECK(AllZero(&table.params[n], (kDynamicParamMax - n) * sizeof table.params[0]),
+                   "subscription entries beyond the count");
+    for (size_t i = 0; i < n; ++i) {
         const DYNAMIC_SUBSCRIBE_PARAM& e = table.params[i];
         const std::string at = "subscription entry " + std::to_string(i);
-        if (i >= table.nNum) {
-            FV2_FUZZ_CHECK(AllZero(&e, sizeof e), at + " beyond the count");
-            continue;
-        }
-        const CAlgoUtils::SubParam& p = *subs[static_cast<size_t>(i)];
+        const CAlgoUtils::SubParam& p = *subs[i];
         FV2_FUZZ_CHECK(FieldHolds(e.pub.algo_name, sizeof e.pub.algo_name, p.algo_name) &&
                            e.pub.algo_id == p.algo_id &&
                            FieldHolds(e.pub.param_name, sizeof e.pub.param_name, p.param_name) &&
@@ -171,10 +170,9 @@ void CheckPubTable(const CFormatV2Module& module) {
             RecordHolds(table.params[i + 1], item.ParamName, TypeText(item.ConvertType), !concat),
             "publish record of item " + std::to_string(i));
     }
-    for (size_t i = items + 1; i < static_cast<size_t>(kDynamicParamMax); ++i) {
-        FV2_FUZZ_CHECK(AllZero(&table.params[i], sizeof table.params[i]),
-                       "publish record " + std::to_string(i) + " beyond the count");
-    }
+    FV2_FUZZ_CHECK(
+        AllZero(&table.params[items + 1], (kDynamicParamMax - items - 1) * sizeof table.params[0]),
+        "publish records beyond the count");
 }
 
 // The host reads the tables only through the virtual interface: every entry as held, nothing

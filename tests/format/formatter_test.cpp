@@ -3,7 +3,6 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <random>
 #include <sstream>

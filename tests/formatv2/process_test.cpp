@@ -131,6 +131,9 @@ TEST_F(Process, EveryFailureLeavesItsStatedState) {
         // The host refusing the result info is logged; the run stays good.
         {[&] { FailCall(standin::Call::kAddResultInfo, 0x55); }, 0, "i:11 i:12 s:y ", "a:int b:int c:string ",
          "\na:11 \nb:12 \nc:y ", "add result info failed, nErrCode = 0x55\n", "0496 0536 0776 0794 "},
+        // A good run in another image mode adds no result info.
+        {[&] { in.frame->IntTable["SINGLE_img_mode"] = 2; }, 0, "i:11 i:12 s:y ", "a:int b:int c:string ",
+         "\na:11 \nb:12 \nc:y ", "", "0496 0536 0794 "},
         // clang-format on
     };
     for (const auto& c : cases) {
@@ -148,6 +151,8 @@ TEST_F(Process, EveryFailureLeavesItsStatedState) {
         m->ProcStartTime = -5, m->ProcTime = 7, m->ImgMode = 7;
         g_logs.clear();
         c.spoil();
+        const bool hasMode = in.frame && in.frame->IntTable.count("SINGLE_img_mode");
+        const int imgMode = hasMode ? in.frame->IntTable["SINGLE_img_mode"] : 7;  // 7: kept
         EXPECT_EQ(Run(), c.status);
         EXPECT_EQ(Values() + "|" + Records(), c.values + "|" + c.records);
         EXPECT_EQ(Entries(), (c.status ? "00NG|" : "11OK|") + c.shown + "|" + c.shown);
@@ -158,14 +163,15 @@ TEST_F(Process, EveryFailureLeavesItsStatedState) {
                   1);
         // Only a run with an input frame starts: its start stamped, its time reset; the image
         // mode is kept unless the frame has one.
-        const bool started = c.lines.rfind("0496", 0) == 0;
-        EXPECT_EQ(m->ProcStartTime > 0 && m->ProcTime == 0, started);
-        EXPECT_EQ(m->ImgMode, started && c.lines.find("0499") == std::string::npos ? 0 : 7);
+        EXPECT_EQ(m->ProcStartTime > 0 && m->ProcTime == 0, c.lines.rfind("0496", 0) == 0);
+        EXPECT_EQ(m->ImgMode, imgMode);
         EXPECT_EQ(standin::UpProcessTimeCalls(), 2);
         // Result info for each good run in image mode 0, then the notice with the verdict.
         std::string calls;
-        for (const auto& call : standin::ResultCalls()) calls += call.op[0] + std::to_string(call.a);
-        EXPECT_EQ(calls, c.status ? "A1S1S0" : "A1S1A1S1");
+        for (const auto& call : standin::ResultCalls())
+            calls += call.op[0] + std::to_string(call.a);
+        EXPECT_EQ(calls, std::string("A1S1") + (c.status || imgMode ? "" : "A1") + "S" +
+                             std::to_string(c.status == 0));
     }
 }
 
