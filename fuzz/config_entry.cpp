@@ -127,14 +127,13 @@ void CheckSubTable(const CFormatV2Module& module) {
     FV2_FUZZ_CHECK(table.nNum >= 0 && static_cast<size_t>(table.nNum) == subs.size(),
                    "subscription count " + std::to_string(table.nNum) + " for " +
                        std::to_string(subs.size()) + " subscriptions");
-    for (int i = 0; i < kDynamicParamMax; ++i) {
+    const size_t n = subs.size();
+    FV2_FUZZ_CHECK(AllZero(&table.params[n], (kDynamicParamMax - n) * sizeof table.params[0]),
+                   "subscription entries beyond the count");
+    for (size_t i = 0; i < n; ++i) {
         const DYNAMIC_SUBSCRIBE_PARAM& e = table.params[i];
         const std::string at = "subscription entry " + std::to_string(i);
-        if (i >= table.nNum) {
-            FV2_FUZZ_CHECK(AllZero(&e, sizeof e), at + " beyond the count");
-            continue;
-        }
-        const CAlgoUtils::SubParam& p = *subs[static_cast<size_t>(i)];
+        const CAlgoUtils::SubParam& p = *subs[i];
         FV2_FUZZ_CHECK(FieldHolds(e.pub.algo_name, sizeof e.pub.algo_name, p.algo_name) &&
                            e.pub.algo_id == p.algo_id &&
                            FieldHolds(e.pub.param_name, sizeof e.pub.param_name, p.param_name) &&
@@ -167,55 +166,33 @@ void CheckPubTable(const CFormatV2Module& module) {
                    "joined output record");
     for (size_t i = 0; i < items; ++i) {
         const DataSection& item = module.SubParamList[i];
-        FV2_FUZZ_CHECK(RecordHolds(table.params[i + 1], item.ParamName,
-                                   GetVariateTypeStr(item.ConvertType), !concat),
-                       "publish record of item " + std::to_string(i));
+        FV2_FUZZ_CHECK(
+            RecordHolds(table.params[i + 1], item.ParamName, TypeText(item.ConvertType), !concat),
+            "publish record of item " + std::to_string(i));
     }
-    for (size_t i = items + 1; i < static_cast<size_t>(kDynamicParamMax); ++i) {
-        FV2_FUZZ_CHECK(AllZero(&table.params[i], sizeof table.params[i]),
-                       "publish record " + std::to_string(i) + " beyond the count");
-    }
+    FV2_FUZZ_CHECK(
+        AllZero(&table.params[items + 1], (kDynamicParamMax - items - 1) * sizeof table.params[0]),
+        "publish records beyond the count");
 }
 
 // The host reads the tables only through the virtual interface: every entry as held, nothing
 // outside the count, and a missing record refused before the index.
-void CheckHostView(CFormatV2Module& module) {
-    CAbstractUserModule& host = module;
-    const int subs = host.GetDynamicSubScribeParamNum();
-    FV2_FUZZ_CHECK(subs == module.DynamicSubList.nNum, "subscription count seen by the host");
-    DYNAMIC_SUBSCRIBE_PARAM sub;
-    for (int i = 0; i < subs; ++i) {
-        std::memset(&sub, 0xA5, sizeof sub);
-        FV2_FUZZ_CHECK(host.GetDynamicSingleSubScribeParam(i, &sub) == 0 &&
-                           SameBytes(sub, module.DynamicSubList.params[i]),
-                       "subscription entry " + std::to_string(i) + " seen by the host");
+template <typename Record, typename List>
+void CheckHostView(CAbstractUserModule& host, int count, const List& list,
+                   int (CAbstractUserModule::*get)(int, Record*), const std::string& what) {
+    FV2_FUZZ_CHECK(count == list.nNum, what + " count seen by the host");
+    Record untouched;
+    std::memset(&untouched, 0xA5, sizeof untouched);
+    std::vector<int> indices = {INT_MIN, INT_MAX};
+    for (int i = -1; i <= count; ++i) indices.push_back(i);
+    for (int i : indices) {
+        Record record = untouched;
+        const int ret = (host.*get)(i, &record);
+        FV2_FUZZ_CHECK(i >= 0 && i < count ? ret == 0 && SameBytes(record, list.params[i])
+                                           : ret == kErrIndex && SameBytes(record, untouched),
+                       what + " " + std::to_string(i) + " seen by the host: " + Hex(ret));
     }
-    for (int bad : {-1, subs, INT_MIN, INT_MAX}) {
-        std::memset(&sub, 0xA5, sizeof sub);
-        const int ret = host.GetDynamicSingleSubScribeParam(bad, &sub);
-        FV2_FUZZ_CHECK(ret == kErrIndex && sub.pub.algo_name[0] == static_cast<char>(0xA5),
-                       "subscription index " + std::to_string(bad) + " gave " + Hex(ret));
-    }
-    FV2_FUZZ_CHECK(host.GetDynamicSingleSubScribeParam(0, nullptr) == kErrBadArgument,
-                   "subscription entry into no record");
-
-    const int pubs = host.GetDynamicPublishParamNum();
-    FV2_FUZZ_CHECK(pubs == module.DynamicPubList.nNum, "publish count seen by the host");
-    DYNAMIC_PUBLISH_PARAM pub;
-    for (int i = 0; i < pubs; ++i) {
-        std::memset(&pub, 0xA5, sizeof pub);
-        FV2_FUZZ_CHECK(host.GetDynamicSinglePublishParam(i, &pub) == 0 &&
-                           SameBytes(pub, module.DynamicPubList.params[i]),
-                       "publish record " + std::to_string(i) + " seen by the host");
-    }
-    for (int bad : {-1, pubs, INT_MIN, INT_MAX}) {
-        std::memset(&pub, 0xA5, sizeof pub);
-        const int ret = host.GetDynamicSinglePublishParam(bad, &pub);
-        FV2_FUZZ_CHECK(ret == kErrIndex && pub.param_name[0] == static_cast<char>(0xA5),
-                       "publish index " + std::to_string(bad) + " gave " + Hex(ret));
-    }
-    FV2_FUZZ_CHECK(host.GetDynamicSinglePublishParam(0, nullptr) == kErrBadArgument,
-                   "publish record into no record");
+    FV2_FUZZ_CHECK((host.*get)(0, nullptr) == kErrBadArgument, what + " into no record");
 }
 
 // What a read produced, in a comparable text: settings, then each item's name and shape.
@@ -230,6 +207,10 @@ std::string Shape(const CFormatV2Module& module) {
 }
 
 }  // namespace
+
+const char* TypeText(int convertType) {
+    return convertType == 1 ? "int" : convertType == 2 ? "float" : "string";
+}
 
 void Snapshot(const CFormatV2Module& module, Tables& out) {
     std::memcpy(&out.sub, &module.DynamicSubList, sizeof out.sub);
@@ -261,7 +242,11 @@ void CheckReadOutcome(CFormatV2Module& module, int status, const Tables& before)
     } else {
         Fail(__FILE__, __LINE__, "configuration read ended with " + Hex(status));
     }
-    CheckHostView(module);
+    CAbstractUserModule& host = module;
+    CheckHostView(host, host.GetDynamicSubScribeParamNum(), module.DynamicSubList,
+                  &CAbstractUserModule::GetDynamicSingleSubScribeParam, "subscription entry");
+    CheckHostView(host, host.GetDynamicPublishParamNum(), module.DynamicPubList,
+                  &CAbstractUserModule::GetDynamicSinglePublishParam, "publish record");
 }
 
 void RunConfigInput(const uint8_t* data, size_t size) {

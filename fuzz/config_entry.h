@@ -18,6 +18,9 @@ struct Tables {
 };
 void Snapshot(const CFormatV2Module& module, Tables& out);
 
+// The type text an item of convert type 1, 2 or 3 is published under.
+const char* TypeText(int convertType);
+
 // Checks a read that ended with status (GetSubParamList, or the re-read command) against
 // the tables before it: the status is one a readable file can give, the items obey the
 // model's invariants, the tables are unchanged, cleared or rebuilt as the status says, and

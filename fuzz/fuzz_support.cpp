@@ -13,14 +13,6 @@ namespace fv2fuzz {
 
 namespace {
 
-[[noreturn]] void AbortWith(const std::string& message) {
-    std::fprintf(stderr, "formatv2 fuzz check failed: %s\n", message.c_str());
-    std::fflush(stderr);
-    std::abort();
-}
-
-FailHandler gFailHandler = AbortWith;
-
 // Every line is formatted, so hostile texts reach the log formatting too, and dropped here.
 int DiscardLine(int, int, int, const char*, int) {
     return 0;
@@ -40,21 +32,13 @@ std::string MakeSandbox() {
         std::filesystem::create_directories(dir + kWorkDir);
         return dir;
     }
-    AbortWith("cannot create the sandbox directory");
+    Fail(__FILE__, __LINE__, "cannot create the sandbox directory");
 }
 
 }  // namespace
 
-FailHandler SetFailHandler(FailHandler handler) {
-    FailHandler previous = gFailHandler;
-    gFailHandler = handler != nullptr ? handler : AbortWith;
-    return previous;
-}
-
 void Fail(const char* file, int line, const std::string& message) {
-    const std::string where = std::string(file) + ":" + std::to_string(line) + ": ";
-    gFailHandler(where + message);
-    AbortWith(where + message);  // a handler that returned
+    throw CheckFailed(std::string(file) + ":" + std::to_string(line) + ": " + message);
 }
 
 const std::string& SandboxRoot() {
@@ -82,7 +66,7 @@ void WriteDeviceFile(const std::string& path, const void* data, size_t size) {
     std::remove(file.c_str());  // a new file rather than a truncated one
     std::ofstream out(file, std::ios::binary);
     out.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
-    if (!out) AbortWith("cannot write " + path + " in the sandbox");
+    if (!out) Fail(__FILE__, __LINE__, "cannot write " + path + " in the sandbox");
 }
 
 void ModuleDeleter::operator()(CFormatV2Module* module) const {

@@ -1,22 +1,23 @@
 // What the fuzz targets share: a private file tree for the module's working directory, a
 // stand-in host made fresh for every input, logging that formats every line and prints
-// none, and the check that reports a broken expectation (a crash that libFuzzer keeps, or a
-// test failure when the regression suite replays the input).
+// none, and the check that reports a broken expectation. A broken check throws CheckFailed:
+// the fuzzers let it end the process (libFuzzer keeps the input as a crash, the message
+// printed by std::terminate), the replay program reports it against the input's file.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "formatv2/formatv2.h"
 
 namespace fv2fuzz {
 
-// Called with a description of the broken expectation. The default prints it on standard
-// error and aborts; a replacement must not return (it may throw).
-using FailHandler = void (*)(const std::string& message);
-FailHandler SetFailHandler(FailHandler handler);
+struct CheckFailed : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
 [[noreturn]] void Fail(const char* file, int line, const std::string& message);
 
 #define FV2_FUZZ_CHECK(condition, message)                                               \

@@ -99,21 +99,3 @@ TEST_F(Assembly, SubscribedValuesAndArrays) {
         EXPECT_EQ(Log(kErr).size() * 10 + Count(kErr, c.err) + Count(kErr, own), c.ret ? 22u : 0u);
     }
 }
-
-TEST(SpecialCharReplace, ReplacesLeftToRightWithoutRescanning) {
-    struct {
-        std::string text, from, to, expected;
-    } cases[] = {
-        {"aaaa", "aa", "a", "aa"},
-        {"a", "a", "aa", "aa"},
-        {"abc", "", "x", "abc"},
-        {"x-y-", "-", "", "xy"},
-        {"\\r\\n\\r", "\\r\\n", "\r\n", "\r\n\\r"},
-        {"", "a", "b", ""},
-    };
-    CFormatV2Module module;
-    for (auto& c : cases) {
-        module.SpecialCharReplace(c.text, c.from, c.to);
-        EXPECT_EQ(c.text, c.expected) << c.from << " -> " << c.to;
-    }
-}

@@ -1,7 +1,8 @@
 // The formatting rules written out the plain way: sscanf reads the numbers, a string stream
 // per value builds the text, with this module's choices (sign before the fill, bounded
 // widths, nan/inf, exact digits past 64 bits) added the obvious way. The differential tests
-// hold the real formatters to these texts; the benchmark times them as the plain peer.
+// and the fuzz target hold the real formatters to these texts; the benchmark times them as the
+// plain peer.
 #pragma once
 
 #include <algorithm>
@@ -71,3 +72,12 @@ class RefFloatFormatter : public CFormatter {
 
     float m_value;
 };
+
+// printf's "%.*g" of the value widened to double, which FloatToString must give. Precisions
+// past the longest exact expansion of a float (112 digits) give the same text: 150 is plenty.
+inline std::string RefGeneralText(float value, int precision) {
+    char text[512];
+    const int n = std::snprintf(text, sizeof text, "%.*g", std::min(precision, 150),
+                                static_cast<double>(value));
+    return std::string(text, static_cast<size_t>(std::clamp(n, 0, int{sizeof text} - 1)));
+}

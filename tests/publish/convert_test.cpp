@@ -1,3 +1,6 @@
+// The typed conversion's decided outcomes: codes, stored elements, display texts and log
+// lines. Where a value lands in its item's list, and the joined mode, are held to the
+// conversion model of the format fuzz target over its seeds (fuzz_replay.format).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -139,27 +142,6 @@ TEST_F(Convert, TruncatesThenDecoratesThenDeletes) {
         EXPECT_EQ(Send(kText, c.text, 99),
                   Outcome(0, c.expected, c.expected + " ", c.warns ? warning : ""));
     }
-}
-
-TEST_F(Convert, IndexOverwritesInsideTheListAndAppendsOtherwise) {
-    frame->IntListTable["out"] = {1, 2};
-    frame->StringListTable["out"] = {"a", "b"};
-    for (int index : {1, 5, -1, 0}) {
-        Send(kInt, 10 + index, index);
-        Send(kText, std::to_string(index), index);
-    }
-    EXPECT_EQ(frame->IntListTable["out"], (std::vector<int>{10, 11, 15, 9}));
-    EXPECT_EQ(frame->StringListTable["out"], (std::vector<std::string>{"0", "1", "5", "-1"}));
-}
-
-TEST_F(Convert, ConcatenationJoinsTheTextsOnly) {
-    module.StrConcateEnable = 1;
-    module.ConcatText = "a";
-    item.StrSuffix = ";";
-    item.SubParam.type = "%2d";
-    EXPECT_EQ(Send(kText, "x"), Outcome(0, "", "", ""));
-    EXPECT_EQ(Send(kText, 5), Outcome(0, "", "", ""));
-    EXPECT_EQ(module.ConcatText, "ax;05;");
 }
 
 }  // namespace
