@@ -75,9 +75,14 @@ TEST_F(NoThrow, EveryAllocationFailureEndsTheRunWithAStatus) {
                 g_logs.clear();
             },
             [this] { return Run(); },
-            [](int status) {  // a run ended by a throw says so in one Err line
+            [](int status) {  // a run ended by a throw, or a failed conversion, says so once
                 EXPECT_EQ(Count(kErr, "[Process] occur error:(0xe000000a)"),
                           status == int(0xE000000A) ? 1 : 0);
+                int named = 0;
+                for (const char* type : {"[int]", "[float]", "[string]"}) {
+                    named += Count(kErr, std::string("value convert to ") + type + " failed.\n");
+                }
+                EXPECT_EQ(named, status == int(0xC0000221) ? 1 : 0);
             });
         EXPECT_LT(std::count(statuses.begin(), statuses.end(), 0), long(statuses.size()));
         EXPECT_EQ(statuses.back(), 0);  // and the module still works afterwards

@@ -128,6 +128,7 @@ TEST_F(Convert, TruncatesThenDecoratesThenDeletes) {
         {"a-b-c", 0, 0, 0, "x-", "", "-", "xabc", false},
         {"aabb", 0, 0, 0, "", "", "ab", "ab", false},  // one pass, no second look
         {"aaaaa", 0, 0, 0, "", "", "aa", "a", false},
+        {"xabyabzab", 0, 0, 0, "", "", "ab", "xyz", false},
         {"b", 0, 0, 0, "a", "", "ab", "", false},
         {"ABab", 1, 2, 2, "AB", "", "ABab", "", false},
     };
