@@ -269,26 +269,6 @@ std::string FormatFloat(float value, const std::string& format) {
     uint64_t integer = static_cast<uint64_t>(magnitude);
     const float fraction = magnitude - static_cast<float>(integer);
     const size_t widthLength = BoundedWidth(width);
-    if (integer < 1000000000 && fractionLength <= 9 && widthLength <= 16) {
-        // The common cell, laid out in a stack buffer and made into its text in one step;
-        // every number fits 32 bits, which the 32-bit device divides without a library call.
-        uint32_t digits = static_cast<uint32_t>(RoundFractionShort(fraction, fractionLength));
-        uint32_t whole = static_cast<uint32_t>(integer);
-        if (digits == kPowersOfTen[fractionLength]) {
-            digits = 0;
-            ++whole;
-        }
-        const size_t padded = std::max(DecimalLength(whole), widthLength);
-        const size_t length = negative + padded + 1 + fractionLength;
-        char text[1 + 16 + 1 + 9];
-        std::memset(text, '0', length);
-        text[0] = negative ? '-' : '0';
-        char* point = text + negative + padded;
-        WriteDecimal(point, whole);
-        *point = '.';
-        if (digits != 0) WriteDecimal(point + 1 + fractionLength, digits);
-        return std::string(text, length);
-    }
     // The rounding is settled before the text is laid out, since a carry can lengthen
     // the integer digits.
     uint64_t shortDigits = 0;
