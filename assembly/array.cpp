@@ -3,6 +3,7 @@
 // formatter. Each cell is followed by its field's separator, except the very last one.
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "assembly/element_kind.h"
 #include "formatv2/formatv2.h"
@@ -75,6 +76,15 @@ std::unique_ptr<CFormatter> CellOf(const Any& list, size_t row, const std::strin
     if (row < values.size()) return createFormatter<T>(values[row], format, separator);
     return createFormatter<std::string>(std::string(), format, separator);
 }
+
+// A cell's formatter with the text it gave, made in place (never moved: moving a short text
+// copies its bytes).
+struct FormattedCell {
+    explicit FormattedCell(std::unique_ptr<CFormatter> formatter)
+        : cell(std::move(formatter)), text(cell->format()) {}
+    std::unique_ptr<CFormatter> cell;
+    std::string text;
+};
 
 }  // namespace
 
@@ -172,27 +182,40 @@ int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& i
 
         // Each cell's formatter is made, asked for its text and released in turn: the text is
         // the same as from a list of all cells joined afterwards, without holding them all.
+        // A cell's text is appended one cell late. A text just written a few bytes at a time
+        // and read back at once as one block stalls the processor until the writes land;
+        // formatting the next cell first gives them that time.
         static const std::string kNoSeparator;
+        std::optional<FormattedCell> made[2];
+        size_t k = 0;
         for (size_t r = 0; r < static_cast<size_t>(rows); ++r) {
-            for (size_t j = 0; j < fieldCount; ++j) {
+            for (size_t j = 0; j < fieldCount; ++j, ++k) {
                 const std::string& format = fields[j].SubParam.type;
                 const bool last = (r + 1 == static_cast<size_t>(rows) && j + 1 == fieldCount);
                 const std::string& separator = last ? kNoSeparator : fields[j].Separator;
-                std::unique_ptr<CFormatter> cell;
+                std::optional<FormattedCell>& cell = made[k & 1];
+                cell.reset();  // its block serves the new cell
                 switch (kinds[j]) {
                     case ElementKind::kInt:
-                        cell = CellOf<int>(lists[j], r, format, separator);
+                        cell.emplace(CellOf<int>(lists[j], r, format, separator));
                         break;
                     case ElementKind::kFloat:
-                        cell = CellOf<float>(lists[j], r, format, separator);
+                        cell.emplace(CellOf<float>(lists[j], r, format, separator));
                         break;
                     default:
-                        cell = CellOf<std::string>(lists[j], r, format, separator);
+                        cell.emplace(CellOf<std::string>(lists[j], r, format, separator));
                         break;
                 }
-                cells.Append(cell->format());
-                cells.Append(cell->m_strSeparator);
+                if (const std::optional<FormattedCell>& before = made[(k + 1) & 1]) {
+                    cells.Append(before->text);
+                    cells.Append(before->cell->m_strSeparator);
+                }
             }
+        }
+        if (k > 0) {
+            const FormattedCell& final = *made[(k - 1) & 1];
+            cells.Append(final.text);
+            cells.Append(final.cell->m_strSeparator);
         }
         text = cells.Take();
     }
