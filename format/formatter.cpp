@@ -85,8 +85,22 @@ bool SameShort(const char* a, const char* b, size_t length) {
     return true;
 }
 
-// ScanWidth through the memo; format texts longer than the memo holds are always scanned.
-void ScanFormat(const std::string& format, int& width, int* precision) {
+// ScanWidth, remembered in memo; format texts longer than the memo holds are always scanned.
+__attribute__((noinline)) void ScanAndRemember(ScanMemo& memo, const std::string& format,
+                                               int& width, int* precision) {
+    ScanWidth(format.c_str(), width, precision);
+    const size_t length = format.size();
+    if (length < sizeof memo.text) {
+        std::memcpy(memo.text, format.data(), length);
+        memo.length = length;
+        memo.width = width;
+        memo.precision = precision != nullptr ? *precision : 0;
+    }
+}
+
+// ScanWidth through the memo. The memo's answer is the common case and stays in line; a
+// miss, once per field and run, goes out to the scan.
+inline void ScanFormat(const std::string& format, int& width, int* precision) {
     ScanMemo& memo = precision == nullptr ? tIntScan : tFloatScan;
     const size_t length = format.size();
     if (length == memo.length && SameShort(format.data(), memo.text, length)) {
@@ -94,13 +108,7 @@ void ScanFormat(const std::string& format, int& width, int* precision) {
         if (precision != nullptr) *precision = memo.precision;
         return;
     }
-    ScanWidth(format.c_str(), width, precision);
-    if (length < sizeof memo.text) {
-        std::memcpy(memo.text, format.data(), length);
-        memo.length = length;
-        memo.width = width;
-        memo.precision = precision != nullptr ? *precision : 0;
-    }
+    ScanAndRemember(memo, format, width, precision);
 }
 
 size_t BoundedWidth(int width) {
@@ -241,34 +249,27 @@ std::string FormatInt(int value, const std::string& format) {
     return text;
 }
 
-std::string FormatFloat(float value, const std::string& format) {
-    if (std::isnan(value)) return "nan";
-    if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
+// A float of 2^64 or more: every such float is whole, and printf gives its exact digits (at
+// most 39).
+std::string LayOutHugeFloat(bool negative, float magnitude, size_t widthLength,
+                            size_t fractionLength) {
+    char whole[48];
+    const int n = std::snprintf(whole, sizeof whole, "%.0f", static_cast<double>(magnitude));
+    const size_t wholeLength =
+        static_cast<size_t>(std::clamp(n, 1, static_cast<int>(sizeof whole) - 1));
+    const size_t padded = std::max(wholeLength, widthLength);
+    std::string text(negative + padded + 1 + fractionLength, '0');
+    if (negative) text[0] = '-';
+    std::memcpy(&text[negative + padded - wholeLength], whole, wholeLength);
+    text[negative + padded] = '.';
+    return text;
+}
 
-    int width = 0;
-    int precision = 0;
-    ScanFormat(format, width, &precision);
-    const size_t fractionLength = BoundedWidth(precision);
-    const bool negative = value < 0;  // -0.0 is not, and gets no sign
-    const float magnitude = std::fabs(value);
-
-    if (magnitude >= 18446744073709551616.0f) {  // 2^64
-        // Every float this large is whole; printf gives its exact digits (at most 39).
-        char whole[48];
-        const int n = std::snprintf(whole, sizeof whole, "%.0f", static_cast<double>(magnitude));
-        const size_t wholeLength =
-            static_cast<size_t>(std::clamp(n, 1, static_cast<int>(sizeof whole) - 1));
-        const size_t padded = std::max(wholeLength, BoundedWidth(width));
-        std::string text(negative + padded + 1 + fractionLength, '0');
-        if (negative) text[0] = '-';
-        std::memcpy(&text[negative + padded - wholeLength], whole, wholeLength);
-        text[negative + padded] = '.';
-        return text;
-    }
-
+// A float below 2^64: integer digits padded to the width, the point, the rounded fraction.
+std::string LayOutFloat(bool negative, float magnitude, size_t widthLength,
+                        size_t fractionLength) {
     uint64_t integer = static_cast<uint64_t>(magnitude);
     const float fraction = magnitude - static_cast<float>(integer);
-    const size_t widthLength = BoundedWidth(width);
     // The rounding is settled before the text is laid out, since a carry can lengthen
     // the integer digits.
     uint64_t shortDigits = 0;
@@ -296,6 +297,23 @@ std::string FormatFloat(float value, const std::string& format) {
         WriteDecimal64(point + 1 + fractionLength, shortDigits);  // leading zeros stay
     }
     return text;
+}
+
+// The layouts are functions of their own so that each returns one named text, which the
+// compiler then builds in the caller's place instead of moving it out.
+std::string FormatFloat(float value, const std::string& format) {
+    if (std::isnan(value)) return "nan";
+    if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
+
+    int width = 0;
+    int precision = 0;
+    ScanFormat(format, width, &precision);
+    const bool negative = value < 0;  // -0.0 is not, and gets no sign
+    const float magnitude = std::fabs(value);
+    if (magnitude >= 18446744073709551616.0f) {  // 2^64
+        return LayOutHugeFloat(negative, magnitude, BoundedWidth(width), BoundedWidth(precision));
+    }
+    return LayOutFloat(negative, magnitude, BoundedWidth(width), BoundedWidth(precision));
 }
 
 // Every formatter class fits one block (the largest, StringFormatter, is 104 bytes on a 64-bit

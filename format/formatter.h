@@ -78,7 +78,8 @@ class FloatFormatter : public CFormatter {
 
 class StringFormatter : public CFormatter {
   public:
-    StringFormatter(std::string value, const std::string& format, const std::string& separator)
+    // Takes the factory's own copy of the value over, rather than moving it once more.
+    StringFormatter(std::string&& value, const std::string& format, const std::string& separator)
         : CFormatter(format, separator), m_value(std::move(value)) {}
     ~StringFormatter() override = default;
     std::string format() override;
