@@ -266,8 +266,7 @@ std::string LayOutHugeFloat(bool negative, float magnitude, size_t widthLength,
 }
 
 // A float below 2^64: integer digits padded to the width, the point, the rounded fraction.
-std::string LayOutFloat(bool negative, float magnitude, size_t widthLength,
-                        size_t fractionLength) {
+std::string LayOutFloat(bool negative, float magnitude, size_t widthLength, size_t fractionLength) {
     uint64_t integer = static_cast<uint64_t>(magnitude);
     const float fraction = magnitude - static_cast<float>(integer);
     // The rounding is settled before the text is laid out, since a carry can lengthen

@@ -68,14 +68,28 @@ auto& ListOf(const std::shared_ptr<CScFrame>& frame, Table CScFrame::*table,
     return ((*frame).*table)[name];
 }
 
+// How many values the item holds: they all go to the same output list, one per run of the
+// conversion, so that list can be sized once instead of growing step by step.
+template <typename List>
+size_t CountOf(const Any& values) {
+    return static_cast<const Any::Derived<List>*>(values.holder.get())->value.size();
+}
+size_t ValueCount(const Any& values) {
+    if (values.Is<IntList>()) return CountOf<IntList>(values);
+    if (values.Is<FloatList>()) return CountOf<FloatList>(values);
+    if (values.Is<StringList>()) return CountOf<StringList>(values);
+    return 0;
+}
+
 // An index inside the stored list overwrites its element; any other index, negative ones
-// included, appends.
+// included, appends. A list still empty is first given room for all the item's values.
 // Returns the stored element.
 template <typename T, typename V>
-const T& StoreAt(std::vector<T>& list, V&& value, int index) {
+const T& StoreAt(std::vector<T>& list, V&& value, int index, const DataSection& item) {
     if (index >= 0 && static_cast<size_t>(index) < list.size()) {
         return list[static_cast<size_t>(index)] = std::forward<V>(value);
     }
+    if (list.empty()) list.reserve(ValueCount(item.Value));
     list.push_back(std::forward<V>(value));
     return list.back();
 }
@@ -114,7 +128,8 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
         case FORMAT_V2_VARIATE_INT:
             if (!Guarded([&] {
                     const int number = ToInt(value);
-                    StoreAt(ListOf(frame, &CScFrame::IntListTable, item.ParamName), number, index);
+                    StoreAt(ListOf(frame, &CScFrame::IntListTable, item.ParamName), number, index,
+                            item);
                     show(std::to_string(number));
                 })) {
                 FV2_ERR_AT(565, "Subscribe param:[%s] value convert to [int] failed.\n",
@@ -126,8 +141,8 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
         case FORMAT_V2_VARIATE_FLOAT:
             if (!Guarded([&] {
                     const float number = ToFloat(value);
-                    StoreAt(ListOf(frame, &CScFrame::FloatListTable, item.ParamName), number,
-                            index);
+                    StoreAt(ListOf(frame, &CScFrame::FloatListTable, item.ParamName), number, index,
+                            item);
                     show(FloatToString(number, 6));
                 })) {
                 FV2_ERR_AT(583, "Subscribe param:[%s] value convert to [float] failed.\n",
@@ -176,7 +191,7 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
                 return kErrNotConvertible;
             }
             const std::string& stored =
-                StoreAt(frame->StringListTable[item.ParamName], std::move(text), index);
+                StoreAt(frame->StringListTable[item.ParamName], std::move(text), index, item);
             // A lone carriage return is a line-break symbol: kept in the output, not shown.
             if (stored != "\r") show(stored);
             return 0;
