@@ -50,14 +50,19 @@ float ToFloat(const std::string& value) {
     return std::stof(value);
 }
 
-std::string ToText(int value, const std::string& format) {
-    return createFormatter<int>(value, format, std::string())->format();
+std::string ToText(int value, const DataSection& item) {
+    return createFormatter<int>(value, item.SubParam.type, std::string())->format();
 }
-std::string ToText(float value, const std::string& format) {
-    return createFormatter<float>(value, format, std::string())->format();
+std::string ToText(float value, const DataSection& item) {
+    return createFormatter<float>(value, item.SubParam.type, std::string())->format();
 }
-std::string ToText(const std::string& value, const std::string&) {
-    return value;
+// The copy has room for the item's prefix and suffix from the start: an array item's text
+// can be long, and decorating an exact-size copy would copy it all once more.
+std::string ToText(const std::string& value, const DataSection& item) {
+    std::string text;
+    text.reserve(value.size() + item.StrPrefix.size() + item.StrSuffix.size());
+    text.append(value);
+    return text;
 }
 
 // The list stored under name in table; a missing frame fails like a failed store.
@@ -155,7 +160,7 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
             // Only making the text is the conversion; what follows (cutting, decorating,
             // storing) is ordinary run work, and whatever it throws ends the run instead.
             std::string text;
-            if (!Guarded([&] { text = ToText(value, item.SubParam.type); })) {
+            if (!Guarded([&] { text = ToText(value, item); })) {
                 FV2_ERR_AT(597, "Subscribe param:[%s] value convert to [string] failed.\n",
                            item.ParamName.c_str());
                 return kErrNotConvertible;
