@@ -233,6 +233,13 @@ bool RoundFractionLong(float f, size_t precision, char* digits) {
     return false;
 }
 
+// length zeros: a short text is copied from a constant, which the compiler does in line,
+// rather than filled by the library's out-of-line constructor.
+std::string Zeros(size_t length) {
+    static constexpr char kZeros[] = "000000000000000";  // as long as the in-place buffer
+    return length < sizeof kZeros ? std::string(kZeros, length) : std::string(length, '0');
+}
+
 // Each text is made at its final length and returned as made (no assignment into an existing
 // string, which goes through the library's general replace).
 std::string FormatInt(int value, const std::string& format) {
@@ -243,7 +250,7 @@ std::string FormatInt(int value, const std::string& format) {
     const uint32_t magnitude =
         negative ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
     const size_t length = std::max(DecimalLength(magnitude) + negative, BoundedWidth(width));
-    std::string text(length, '0');
+    std::string text = Zeros(length);
     WriteDecimal(&text[0] + length, magnitude);
     if (negative) text[0] = '-';
     return text;
@@ -285,7 +292,7 @@ std::string LayOutFloat(bool negative, float magnitude, size_t widthLength, size
     }
 
     const size_t padded = std::max(DecimalLength(integer), widthLength);
-    std::string text(negative + padded + 1 + fractionLength, '0');
+    std::string text = Zeros(negative + padded + 1 + fractionLength);
     if (negative) text[0] = '-';
     char* point = &text[negative + padded];
     WriteDecimal64(point, integer);
