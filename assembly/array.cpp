@@ -72,7 +72,7 @@ class CellText {
 template <typename T>
 std::unique_ptr<CFormatter> CellOf(const Any& list, size_t row, const std::string& format,
                                    const std::string& separator) {
-    const auto& values = static_cast<const Any::Derived<std::vector<T>>*>(list.holder.get())->value;
+    const std::vector<T>& values = *list.Find<std::vector<T>>();  // the kind was told first
     if (row < values.size()) return createFormatter<T>(values[row], format, separator);
     return createFormatter<std::string>(std::string(), format, separator);
 }
@@ -165,18 +165,11 @@ int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& i
         // field beside many empty ones, asks for no more than it will fill.
         size_t room = 0;
         for (size_t j = 0; j < fieldCount; ++j) {
-            size_t length = 0;
-            if (lists[j].Is<IntList>()) {
-                kinds[j] = ElementKind::kInt;
-                length = lists[j].AnyCast<IntList>().size();
-            } else if (lists[j].Is<FloatList>()) {
-                kinds[j] = ElementKind::kFloat;
-                length = lists[j].AnyCast<FloatList>().size();
-            } else {
-                kinds[j] = ElementKind::kString;
-                length = lists[j].AnyCast<StringList>().size();
-            }
-            room += length * kCellGuess + static_cast<size_t>(rows) * fields[j].Separator.size();
+            kinds[j] = lists[j].Is<IntList>()     ? ElementKind::kInt
+                       : lists[j].Is<FloatList>() ? ElementKind::kFloat
+                                                  : ElementKind::kString;
+            room += ListLength(lists[j]) * kCellGuess +
+                    static_cast<size_t>(rows) * fields[j].Separator.size();
         }
         CellText cells(room);
 

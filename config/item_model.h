@@ -85,6 +85,12 @@ class Any {
         return typeIndex == std::type_index(typeid(T));
     }
 
+    // The held T, or null when the Any holds anything else (never prints, never throws).
+    template <typename T>
+    const T* Find() const {
+        return Is<T>() ? &static_cast<const Derived<T>*>(holder.get())->value : nullptr;
+    }
+
     // The held T. A mismatch prints a line on standard output and throws "bad cast".
     template <typename T>
     T& AnyCast() {
@@ -103,6 +109,14 @@ class Any {
 using IntList = std::vector<int32_t>;
 using FloatList = std::vector<float>;
 using StringList = std::vector<std::string>;
+
+// The number of values in an item's or field's list; 0 when it holds none of the three lists.
+inline size_t ListLength(const Any& values) {
+    if (const IntList* ints = values.Find<IntList>()) return ints->size();
+    if (const FloatList* floats = values.Find<FloatList>()) return floats->size();
+    if (const StringList* texts = values.Find<StringList>()) return texts->size();
+    return 0;
+}
 
 struct DataField {
     std::string SubParamStr;

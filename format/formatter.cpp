@@ -265,7 +265,7 @@ std::string LayOutHugeFloat(bool negative, float magnitude, size_t widthLength,
     const size_t wholeLength =
         static_cast<size_t>(std::clamp(n, 1, static_cast<int>(sizeof whole) - 1));
     const size_t padded = std::max(wholeLength, widthLength);
-    std::string text(negative + padded + 1 + fractionLength, '0');
+    std::string text = Zeros(negative + padded + 1 + fractionLength);
     if (negative) text[0] = '-';
     std::memcpy(&text[negative + padded - wholeLength], whole, wholeLength);
     text[negative + padded] = '.';
@@ -325,8 +325,8 @@ std::string FormatFloat(float value, const std::string& format) {
 // Every formatter class fits one block (the largest, StringFormatter, is 104 bytes on a 64-bit
 // ABI). The spare blocks are plain thread-local pointers on purpose: thread-local storage with
 // a destructor registers that destructor with the runtime, which then keeps the whole library
-// loaded until the thread ends, so a host's dlclose would unload nothing. A run holds one
-// formatter at a time, so a few spare blocks are all the reuse there is.
+// loaded until the thread ends, so a host's dlclose would unload nothing. A run holds at most
+// two formatters at a time, so a few spare blocks are all the reuse there is.
 constexpr std::size_t kBlockSize = 128;
 constexpr unsigned kMaxSpareBlocks = 8;
 

@@ -73,28 +73,16 @@ auto& ListOf(const std::shared_ptr<CScFrame>& frame, Table CScFrame::*table,
     return ((*frame).*table)[name];
 }
 
-// How many values the item holds: they all go to the same output list, one per run of the
-// conversion, so that list can be sized once instead of growing step by step.
-template <typename List>
-size_t CountOf(const Any& values) {
-    return static_cast<const Any::Derived<List>*>(values.holder.get())->value.size();
-}
-size_t ValueCount(const Any& values) {
-    if (values.Is<IntList>()) return CountOf<IntList>(values);
-    if (values.Is<FloatList>()) return CountOf<FloatList>(values);
-    if (values.Is<StringList>()) return CountOf<StringList>(values);
-    return 0;
-}
-
 // An index inside the stored list overwrites its element; any other index, negative ones
-// included, appends. A list still empty is first given room for all the item's values.
+// included, appends. A list still empty is first given room for all the item's values, which
+// all go to it, so that it is sized once instead of growing step by step.
 // Returns the stored element.
 template <typename T, typename V>
 const T& StoreAt(std::vector<T>& list, V&& value, int index, const DataSection& item) {
     if (index >= 0 && static_cast<size_t>(index) < list.size()) {
         return list[static_cast<size_t>(index)] = std::forward<V>(value);
     }
-    if (list.empty()) list.reserve(ValueCount(item.Value));
+    if (list.empty()) list.reserve(ListLength(item.Value));
     list.push_back(std::forward<V>(value));
     return list.back();
 }
