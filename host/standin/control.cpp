@@ -2,13 +2,8 @@
 
 namespace standin {
 
-std::mutex& stateLock() {
-    static std::mutex lock;
-    return lock;
-}
-
-State& state() {
-    static State s;
+Shared& shared() {
+    static Shared s;
     return s;
 }
 

@@ -20,14 +20,19 @@ struct State {
     std::map<std::string, PARAM_DESC> declaredParams;
 };
 
-std::mutex& stateLock();
-State& state();  // only while holding stateLock()
+// The state with its lock; reached only through WithState.
+struct Shared {
+    std::mutex lock;
+    State state;
+};
+Shared& shared();
 
 // Runs f on the state under the lock and returns what it returns.
 template <typename F>
 auto WithState(F&& f) {
-    std::lock_guard<std::mutex> hold(stateLock());
-    return f(state());
+    Shared& s = shared();
+    std::lock_guard<std::mutex> hold(s.lock);
+    return f(s.state);
 }
 
 inline int failure(Call op) {
