@@ -1,7 +1,6 @@
 // Output combination: every value of every item goes through the typed conversion, each
 // published output is listed in the frame's "DynamicPub" list, and the display texts gain
 // each item's heading. In concatenation mode the joined text is published at the end.
-#include <algorithm>
 #include <cstring>
 
 #include "formatv2/formatv2.h"
@@ -17,16 +16,6 @@ const char* PubTypeText(FORMAT_V2_VARIATE_TYPE type) {
     if (type == FORMAT_V2_VARIATE_INT) return "int";
     if (type == FORMAT_V2_VARIATE_FLOAT) return "float";
     return "string";
-}
-
-// snprintf(field, N, "%s", text): the text up to its first NUL, cut to N - 1 bytes, then a
-// terminator; the bytes after it are left as they were. Done by hand because it runs once
-// per published value, and printf's machinery costs many times the copy.
-template <size_t N>
-void CopyCut(char (&field)[N], const char* text) {
-    const size_t length = std::min(std::strlen(text), N - 1);
-    std::memcpy(field, text, length);
-    field[length] = '\0';
 }
 
 void FillPub(DynamicPub& pub, const std::string& name, const char* type) {

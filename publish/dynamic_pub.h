@@ -2,6 +2,9 @@
 // "DynamicPub". Copied byte for byte: bytes after a terminator mean nothing.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <list>
 
 struct DynamicPub {
@@ -13,3 +16,14 @@ static_assert(sizeof(DynamicPub) == 64, "DynamicPub is 64 bytes");
 
 // The frame's list of the outputs published in a run.
 using DynamicPubRecords = std::list<DynamicPub>;
+
+// snprintf(field, N, "%s", text) for the texts of the publish records: the text up to its first
+// NUL, cut to N - 1 bytes, then a terminator; the bytes after it are left as they were. Done
+// by hand because it runs once per published value, and printf's machinery costs many times
+// the copy.
+template <size_t N>
+void CopyCut(char (&field)[N], const char* text) {
+    const size_t length = std::min(std::strlen(text), N - 1);
+    std::memcpy(field, text, length);
+    field[length] = '\0';
+}

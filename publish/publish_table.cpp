@@ -1,10 +1,10 @@
 // The dynamic publish table: the host's own entries, then the joined output, then one record
 // per item. Exactly one of the last two groups is enabled, by StrConcateEnable.
-#include <cstdio>
 #include <cstring>
 
 #include "formatv2/formatv2.h"
 #include "formatv2/module_log.h"
+#include "publish/dynamic_pub.h"
 
 namespace {
 
@@ -13,8 +13,8 @@ constexpr int kErrIndex = static_cast<int>(0xE000001C);
 
 void FillRecord(DYNAMIC_PUBLISH_PARAM& record, const std::string& name, const std::string& type,
                 bool enable) {
-    std::snprintf(record.param_name, sizeof record.param_name, "%s", name.c_str());
-    std::snprintf(record.type, sizeof record.type, "%s", type.c_str());
+    CopyCut(record.param_name, name.c_str());
+    CopyCut(record.type, type.c_str());
     record.valid = 1;
     record.enable = enable ? 1 : 0;
     record.flags = 0;
