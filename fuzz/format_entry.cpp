@@ -49,12 +49,6 @@ struct FormatCase {
     std::string format, separator, text, prefix, suffix, del, name;  // del: StrDelete
 };
 
-uint32_t BitsOf(float value) {
-    uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
 std::string Describe(int value) {
     return std::to_string(value);
 }
@@ -298,8 +292,7 @@ void RunFormatInput(const uint8_t* data, size_t size) {
     FormatCase c;
     c.op = in.ConsumeIntegralInRange<uint8_t>(0, FormatCase::kOpCount - 1);
     c.intValue = in.ConsumeIntegral<int32_t>();
-    const uint32_t bits = in.ConsumeIntegral<uint32_t>();
-    std::memcpy(&c.floatValue, &bits, sizeof bits);
+    c.floatValue = FloatOf(in.ConsumeIntegral<uint32_t>());
     c.precision = in.ConsumeIntegral<int32_t>();
     c.convertType = in.ConsumeIntegralInRange<int32_t>(0, 4);
     c.truncEnable = in.ConsumeBool();

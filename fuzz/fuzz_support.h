@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -44,6 +45,19 @@ struct ModuleDeleter {
 using ModulePtr = std::unique_ptr<CFormatV2Module, ModuleDeleter>;
 // A module as the host makes it: CreateModule, then SetPwd("/wd").
 ModulePtr PlacedModule();
+
+// A float's bits and back: fuzz inputs carry floats as bits, so every float (NaN, infinities,
+// subnormals) is reachable.
+inline float FloatOf(uint32_t bits) {
+    float value;
+    std::memcpy(&value, &bits, sizeof value);
+    return value;
+}
+inline uint32_t BitsOf(float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
 
 // Text of a status for messages: "0x..." in hex.
 std::string Hex(int status);
