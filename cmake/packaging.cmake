@@ -43,10 +43,10 @@ if(TARGET formatv2_preview)
 endif()
 
 # Debian's name for the target architecture, also used in the archives' names.
-if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
-  set(FORMATV2_DEB_ARCH armhf)
-elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
   set(FORMATV2_DEB_ARCH arm64)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+  set(FORMATV2_DEB_ARCH armhf)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   set(FORMATV2_DEB_ARCH amd64)
 else()
