@@ -1,9 +1,6 @@
 // Subscribed scalar values: each item reads the input at the run's input position, all of its
 // elements ("*") or one of them, into the item's Value as a typed list.
 #include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <cstdlib>
 
 #include "assembly/element_kind.h"
 #include "formatv2/formatv2.h"
@@ -13,18 +10,6 @@
 namespace {
 
 constexpr int kErrNotDelivered = static_cast<int>(0xC0000004);
-
-// The element number as std::stoi reads it (leading blanks, sign, digits, rest ignored),
-// without its exceptions: false when there is no number or it is beyond the int range.
-bool ParseElementNumber(const std::string& text, int& number) {
-    const char* begin = text.c_str();
-    char* end = nullptr;
-    errno = 0;
-    const long long value = std::strtoll(begin, &end, 10);
-    if (end == begin || errno == ERANGE || value < INT_MIN || value > INT_MAX) return false;
-    number = static_cast<int>(value);
-    return true;
-}
 
 }  // namespace
 

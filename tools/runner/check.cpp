@@ -12,10 +12,6 @@
 namespace preview {
 namespace {
 
-struct JsonDeleter {
-    void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-
 // The number the module logged right after marker, if it logged the marker.
 bool LoggedNumber(const std::vector<LogLine>& log, const char* marker, const char* pattern,
                   long long& value) {
@@ -140,7 +136,7 @@ std::optional<Refusal> ExplainRefusal(int status, const std::vector<LogLine>& lo
     if (status == 0) return std::nullopt;
     Refusal r;
     r.status = status;
-    std::unique_ptr<cJSON, JsonDeleter> root(cJSON_Parse(configText.c_str()));
+    JsonPtr root(cJSON_Parse(configText.c_str()));
     long long number = 0;
     if (!root) {
         const JsonSyntax syntax = DescribeJsonError(configText, cJSON_GetErrorPtr());

@@ -4,10 +4,18 @@
 // "FILE:LINE:COL: error: REASON", coloured only on a terminal and never with NO_COLOR.
 #pragma once
 
+#include <cjson/cJSON.h>
+
 #include <cstddef>
+#include <memory>
 #include <string>
 
 namespace preview {
+
+struct JsonDeleter {
+    void operator()(cJSON* json) const { cJSON_Delete(json); }
+};
+using JsonPtr = std::unique_ptr<cJSON, JsonDeleter>;
 
 // True when fd is a terminal and the NO_COLOR convention does not switch colour off.
 bool ColourFor(int fd);

@@ -3,27 +3,25 @@
 #include <cjson/cJSON.h>
 
 #include <cctype>
-#include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <memory>
 
 #include "assembly/element_kind.h"
+#include "config/item_model.h"
 #include "diag.h"
+#include "format/formatter.h"
 #include "host/algo.h"
+#include "publish/dynamic_pub.h"
 
 namespace preview {
 namespace {
 
 // Lengths the module's records keep of a name (the rest is cut): the publish table's
 // param_name holds 63 characters and a run's DynamicPub record 47, each plus a zero.
-constexpr size_t kPublishNameMax = 63;
-constexpr size_t kDynamicPubNameMax = 47;
-// Widths and precisions above this count as this (format/formatter.h).
-constexpr int kWidthCap = 4096;
+constexpr size_t kPublishNameMax = sizeof(DYNAMIC_PUBLISH_PARAM::param_name) - 1;
+constexpr size_t kDynamicPubNameMax = sizeof(DynamicPub::param_name) - 1;
 
 const char* const kTopKeys[] = {"ModuleName", "StrConcateEnable", "ParamName", "SubParamList"};
 const char* const kRowKeys[] = {"Array",        "SubParamStr",    "IsCustomEdit",  "ShowValue_CN",
@@ -34,12 +32,6 @@ const char* const kElementKeys[] = {"SubParamStr", "Separator", "ShowValue_CN", 
 // Keys an array row does not read.
 const char* const kSingleOnlyKeys[] = {"SubParamStr", "IsCustomEdit", "ShowValue_CN",
                                        "ShowValue_EN"};
-
-enum class Kind { kSubscribe = 1, kSymbol = 2, kArray = 3, kCustom = 4 };
-
-struct JsonDeleter {
-    void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
 
 std::string Quote(const std::string& text) { return "\"" + text + "\""; }
 
@@ -211,7 +203,7 @@ class Linter {
                                "12.3456 gives \"12.\" (zero-filled to the width)",
                 "write a width and a precision, e.g. \"%1.2f\" for two decimals without padding");
         }
-        if (width > kWidthCap || precision > kWidthCap) {
+        if (width > kFormatterMaxWidth || precision > kFormatterMaxWidth) {
             Add(at, "format-width-cap",
                 quoted + " asks for more than 4096 characters; the module stops at 4096",
                 "use a width and precision of at most 4096");
@@ -221,11 +213,8 @@ class Linter {
     // An index text other than "*" goes through stoi on every run.
     void Index(const Location& at, const std::string& index) {
         if (index == "*") return;
-        errno = 0;
-        char* end = nullptr;
-        const long long n = std::strtoll(index.c_str(), &end, 10);
-        const bool digits = end != index.c_str();
-        if (!digits || errno == ERANGE || n > INT_MAX || n < INT_MIN) {
+        int n = 0;
+        if (!ParseElementNumber(index, n)) {
             Add(at, "index-not-number",
                 "the index text " + Quote(index) +
                     " is no element number: every run fails with 0xC0000004",
@@ -263,18 +252,17 @@ class Linter {
         }
         const std::string text = Text(row, "SubParamStr");
         const int custom = Number(row, "IsCustomEdit");
-        Kind kind = Kind::kSubscribe;
-        if (isArray) kind = Kind::kArray;
-        else if (custom == 1) kind = Kind::kCustom;
-        else if (text == "\\r\\n" || text == "\\r") kind = Kind::kSymbol;
+        FORMAT_V2_DATA_TYPE kind = FORMAT_V2_DATA_SUBSCRIBE;
+        if (isArray) kind = FORMAT_V2_DATA_ARRAY;
+        else if (custom == 1) kind = FORMAT_V2_DATA_CUSTOM;
+        else if (text == "\\r\\n" || text == "\\r") kind = FORMAT_V2_DATA_SYMBOL;
 
         key.key = "ParamName";
         Name(key, at.paramName.value_or(""));
         const int convert = Number(row, "ConvertType");
         const bool textOut = convert == 3;
 
-        ElementKind valueType = ElementKind::kString;
-        if (kind == Kind::kArray) {
+        if (kind == FORMAT_V2_DATA_ARRAY) {
             int element = 0;
             for (const cJSON* e = array->child; e != nullptr; e = e->next, ++element) {
                 Location field = at;
@@ -293,29 +281,27 @@ class Linter {
                         "write \"*\"; to show one element use a single item with that index");
                 }
             }
-        } else if (kind == Kind::kSubscribe) {
+        } else if (kind == FORMAT_V2_DATA_SUBSCRIBE) {
             key.key = "SubParamStr";
             CAlgoUtils::SubParam sub;
             if (CAlgoUtils::ParseSubscribeItem(text, sub) == 0) {
                 Conversion(key, sub.type, false);
                 Index(key, sub.index);
-                valueType = ElementKindOf(sub.type);
+                const ElementKind valueType = ElementKindOf(sub.type);
                 // The format text shapes numbers only when they are published as text.
-                if (textOut && (valueType == ElementKind::kInt || valueType == ElementKind::kFloat)) {
-                    Format(key, sub.type);
-                } else if (valueType == ElementKind::kString) {
+                if (valueType == ElementKind::kString || (textOut && valueType != ElementKind::kNone)) {
                     Format(key, sub.type);
                 }
             }
-        } else if (kind == Kind::kCustom) {
+        } else if (kind == FORMAT_V2_DATA_CUSTOM) {
             key.key = "SubParamStr";
             LiteralEscape(key, text);
         }
 
         key.key = "ConvertType";
-        if ((convert == 1 || convert == 2) && kind != Kind::kSubscribe) {
-            const char* what = kind == Kind::kArray    ? "the laid-out text of the array"
-                               : kind == Kind::kCustom ? "the custom text"
+        if ((convert == 1 || convert == 2) && kind != FORMAT_V2_DATA_SUBSCRIBE) {
+            const char* what = kind == FORMAT_V2_DATA_ARRAY    ? "the laid-out text of the array"
+                               : kind == FORMAT_V2_DATA_CUSTOM ? "the custom text"
                                                        : "the line break";
             const char* reader = convert == 1 ? "stoi" : "stof";
             Add(key, "convert-text-to-number",
@@ -338,9 +324,9 @@ class Linter {
             const int start = Number(row, "StrTruncStart");
             const int length = Number(row, "StrTruncLen");
             std::string known;  // the text before truncation, when the configuration fixes it
-            if (kind == Kind::kCustom) known = text;
-            if (kind == Kind::kSymbol) known = text == "\\r" ? "\r" : "\r\n";
-            const bool fixedText = kind == Kind::kCustom || kind == Kind::kSymbol;
+            if (kind == FORMAT_V2_DATA_CUSTOM) known = text;
+            if (kind == FORMAT_V2_DATA_SYMBOL) known = text == "\\r" ? "\r" : "\r\n";
+            const bool fixedText = kind == FORMAT_V2_DATA_CUSTOM || kind == FORMAT_V2_DATA_SYMBOL;
             if (start < 0 || length <= 0 ||
                 (fixedText && static_cast<size_t>(start) >= known.size())) {
                 key.key = start < 0 || (fixedText && length > 0) ? "StrTruncStart" : "StrTruncLen";
@@ -386,7 +372,7 @@ std::string WarningText(const Warning& w) {
 std::vector<Warning> Lint(const std::string& configText) {
     Linter lint;
     const char* end = nullptr;
-    std::unique_ptr<cJSON, JsonDeleter> root(cJSON_ParseWithOpts(configText.c_str(), &end, 0));
+    JsonPtr root(cJSON_ParseWithOpts(configText.c_str(), &end, 0));
     if (!root || !cJSON_IsObject(root.get())) return lint.out;
     if (end != nullptr && std::string(end).find_first_not_of(" \t\r\n") != std::string::npos) {
         lint.Add(Location{}, "trailing-text",

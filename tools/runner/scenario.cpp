@@ -13,11 +13,6 @@
 namespace preview {
 namespace {
 
-struct JsonDeleter {
-    void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using JsonPtr = std::unique_ptr<cJSON, JsonDeleter>;
-
 // Thrown inside this file only, caught by LoadScenario: the path of the offending key and
 // what is wrong with it.
 struct Bad {
