@@ -171,27 +171,38 @@ std::string Visible(const std::string& text) {
     return out;
 }
 
+namespace {
+
+void AddNumberOrNull(cJSON* obj, const char* key, bool present, double value) {
+    if (present) cJSON_AddNumberToObject(obj, key, value);
+    else cJSON_AddNullToObject(obj, key);
+}
+
+void AddTextOrNull(cJSON* obj, const char* key, const std::optional<std::string>& text) {
+    if (text) cJSON_AddStringToObject(obj, key, text->c_str());
+    else cJSON_AddNullToObject(obj, key);
+}
+
+// Where a finding stands: row, element, param_name and key, null where they do not apply.
+void AddLocation(cJSON* obj, const Location& at) {
+    AddNumberOrNull(obj, "row", at.row >= 0, at.row);
+    AddNumberOrNull(obj, "element", at.element >= 0, at.element);
+    AddTextOrNull(obj, "param_name", at.paramName);
+    AddTextOrNull(obj, "key", at.key.empty() ? std::nullopt : std::optional<std::string>(at.key));
+}
+
+}  // namespace
+
 cJSON* RefusalJson(const Refusal& r) {
     cJSON* obj = cJSON_CreateObject();
     cJSON_AddNumberToObject(obj, "status", r.status);
     cJSON_AddStringToObject(obj, "status_hex", Hex(r.status).c_str());
-    auto numberOrNull = [&](const char* key, bool present, double value) {
-        if (present) cJSON_AddNumberToObject(obj, key, value);
-        else cJSON_AddNullToObject(obj, key);
-    };
-    auto textOrNull = [&](const char* key, const std::optional<std::string>& text) {
-        if (text) cJSON_AddStringToObject(obj, key, text->c_str());
-        else cJSON_AddNullToObject(obj, key);
-    };
-    numberOrNull("code", r.code.has_value(), r.code.value_or(0));
-    numberOrNull("row", r.at.row >= 0, r.at.row);
-    numberOrNull("element", r.at.element >= 0, r.at.element);
-    textOrNull("param_name", r.at.paramName);
-    textOrNull("key", r.at.key.empty() ? std::nullopt : std::optional<std::string>(r.at.key));
+    AddNumberOrNull(obj, "code", r.code.has_value(), r.code.value_or(0));
+    AddLocation(obj, r.at);
     cJSON_AddStringToObject(obj, "rule", r.rule.c_str());
-    textOrNull("value", r.value);
-    numberOrNull("line", r.syntax, static_cast<double>(r.line));
-    numberOrNull("column", r.syntax, static_cast<double>(r.column));
+    AddTextOrNull(obj, "value", r.value);
+    AddNumberOrNull(obj, "line", r.syntax, static_cast<double>(r.line));
+    AddNumberOrNull(obj, "column", r.syntax, static_cast<double>(r.column));
     cJSON_AddStringToObject(obj, "message", r.message.c_str());
     return obj;
 }
@@ -200,14 +211,7 @@ cJSON* WarningsJson(const std::vector<Warning>& warnings) {
     cJSON* array = cJSON_CreateArray();
     for (const Warning& w : warnings) {
         cJSON* obj = cJSON_CreateObject();
-        if (w.at.row >= 0) cJSON_AddNumberToObject(obj, "row", w.at.row);
-        else cJSON_AddNullToObject(obj, "row");
-        if (w.at.element >= 0) cJSON_AddNumberToObject(obj, "element", w.at.element);
-        else cJSON_AddNullToObject(obj, "element");
-        if (w.at.paramName) cJSON_AddStringToObject(obj, "param_name", w.at.paramName->c_str());
-        else cJSON_AddNullToObject(obj, "param_name");
-        if (w.at.key.empty()) cJSON_AddNullToObject(obj, "key");
-        else cJSON_AddStringToObject(obj, "key", w.at.key.c_str());
+        AddLocation(obj, w.at);
         cJSON_AddStringToObject(obj, "rule", w.rule.c_str());
         cJSON_AddStringToObject(obj, "message", w.message.c_str());
         cJSON_AddStringToObject(obj, "fix", w.fix.c_str());
