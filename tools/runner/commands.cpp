@@ -64,7 +64,7 @@ bool Start(Session& session, const Scenario& scenario, InitReport& init, const O
            const Diagnostics& diag) {
     std::string error;
     // Every log line is kept: a refusal is explained from the module's Err lines.
-    if (session.Open(options.module, LOG_LEVEL_INFO, error) && session.Init(scenario, init, error)) {
+    if (session.Open(options.module, error) && session.Init(scenario, init, error)) {
         return true;
     }
     diag.Say(Severity::kError, "formatv2_preview", error);
@@ -267,7 +267,7 @@ int TestCommand(const std::vector<std::string>& paths, const Options& options) {
             found.push_back({-1, "", {"status", StatusText(0), StatusText(init.status) + ": " + refusal->message}});
         }
         bool stopped = false;
-        for (size_t i = 0; i < scenario.runs.size() && !stopped; ++i) {
+        for (size_t i = 0; i < scenario.runs.size(); ++i) {
             RunReport run;
             if (!session.Run(scenario.runs[i], run, error)) {
                 error = "runs[" + std::to_string(i) + "]." + error;

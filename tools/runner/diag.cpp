@@ -40,6 +40,9 @@ bool ReadInput(const std::string& path, std::string& out, std::string& reason) {
     return !failed;
 }
 
+namespace {
+
+// Line and column of a byte offset.
 void LineColumn(const std::string& text, size_t offset, size_t& line, size_t& column) {
     line = 1;
     column = 1;
@@ -53,6 +56,8 @@ void LineColumn(const std::string& text, size_t offset, size_t& line, size_t& co
         }
     }
 }
+
+}  // namespace
 
 JsonSyntax DescribeJsonError(const std::string& text, const char* errorAt) {
     const char* begin = text.c_str();
@@ -140,17 +145,25 @@ size_t EditDistance(const std::string& a, const std::string& b) {
 
 }  // namespace
 
-std::string ClosestWord(const std::string& word, const char* const* candidates, size_t count) {
+std::string ClosestWord(const std::string& word, const std::vector<std::string>& candidates) {
     std::string best;
     size_t bestDistance = 3;  // more than two edits is no longer a typo
-    for (size_t i = 0; i < count; ++i) {
-        const size_t d = EditDistance(word, candidates[i]);
+    for (const std::string& candidate : candidates) {
+        const size_t d = EditDistance(word, candidate);
         if (d < bestDistance) {
             bestDistance = d;
-            best = candidates[i];
+            best = candidate;
         }
     }
     return best;
+}
+
+std::string ClosestWord(const std::string& word, const char* const* candidates, size_t count) {
+    return ClosestWord(word, std::vector<std::string>(candidates, candidates + count));
+}
+
+std::string DidYouMean(const std::string& close) {
+    return close.empty() ? "" : "; did you mean \"" + close + "\"?";
 }
 
 }  // namespace preview

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace preview {
 
@@ -37,9 +38,6 @@ struct JsonSyntax {
 // errorAt: what cJSON_GetErrorPtr() gave (may be null or past the text).
 JsonSyntax DescribeJsonError(const std::string& text, const char* errorAt);
 
-// Line and column of a byte offset.
-void LineColumn(const std::string& text, size_t offset, size_t& line, size_t& column);
-
 enum class Severity { kError, kWarning, kNote };
 
 // Writes "where: severity: message" on standard error.
@@ -47,13 +45,15 @@ class Diagnostics {
   public:
     explicit Diagnostics(bool colour) : m_colour(colour) {}
     void Say(Severity severity, const std::string& where, const std::string& message) const;
-    bool colour() const { return m_colour; }
 
   private:
     bool m_colour;
 };
 
 // The closest of the candidates to word (letter case ignored, at most two edits), or "".
+std::string ClosestWord(const std::string& word, const std::vector<std::string>& candidates);
 std::string ClosestWord(const std::string& word, const char* const* candidates, size_t count);
+// "; did you mean "close"?" to end a message with, or "" when nothing is close.
+std::string DidYouMean(const std::string& close);
 
 }  // namespace preview

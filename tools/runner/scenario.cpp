@@ -13,6 +13,9 @@
 namespace preview {
 namespace {
 
+// The value types of scenario values and parameters, in the order of Value::Kind.
+const char* const kTypeNames[] = {"int", "float", "string"};
+
 // Thrown inside this file only, caught by LoadScenario: the path of the offending key and
 // what is wrong with it.
 struct Bad {
@@ -43,9 +46,7 @@ void CheckKeys(const cJSON* object, const std::string& path, const char* const (
         bool found = false;
         for (const char* name : known) found = found || std::string(name) == k->string;
         if (found) continue;
-        const std::string close = ClosestWord(k->string, known, N);
-        throw Bad{Join(path, k->string),
-                  "unknown key" + (close.empty() ? std::string() : "; did you mean \"" + close + "\"?")};
+        throw Bad{Join(path, k->string), "unknown key" + DidYouMean(ClosestWord(k->string, known, N))};
     }
 }
 
@@ -97,20 +98,18 @@ void ReadElement(const cJSON* item, Value& value, const std::string& path) {
 
 // {"int": 5}, {"float": [1.5, 2]}, {"string": "abc"} ...
 Value ReadValue(const cJSON* given, const std::string& path) {
-    static const char* const kKinds[] = {"int", "float", "string"};
     if (!cJSON_IsObject(given) || given->child == nullptr || given->child->next != nullptr) {
         throw Bad{path, "a value is an object with one key: \"int\", \"float\" or \"string\""};
     }
     const cJSON* data = given->child;
     Value value;
-    size_t kind = std::size(kKinds);
-    for (size_t i = 0; i < std::size(kKinds); ++i) {
-        if (std::string(data->string) == kKinds[i]) kind = i;
+    size_t kind = std::size(kTypeNames);
+    for (size_t i = 0; i < std::size(kTypeNames); ++i) {
+        if (std::string(data->string) == kTypeNames[i]) kind = i;
     }
-    if (kind == std::size(kKinds)) {
-        const std::string close = ClosestWord(data->string, kKinds, std::size(kKinds));
+    if (kind == std::size(kTypeNames)) {
         throw Bad{Join(path, data->string),
-                  "unknown value type" + (close.empty() ? std::string() : "; did you mean \"" + close + "\"?")};
+                  "unknown value type" + DidYouMean(ClosestWord(data->string, kTypeNames, std::size(kTypeNames)))};
     }
     value.kind = static_cast<Value::Kind>(kind);
     value.list = cJSON_IsArray(data);
@@ -217,7 +216,6 @@ RunSpec ReadRun(const cJSON* run, const std::string& scenarioPath, const std::st
 }
 
 ParamDecl ReadParam(const cJSON* p, const std::string& path) {
-    static const char* const kTypes[] = {"int", "float", "string"};
     CheckKeys(p, path, kParamKeys);
     ParamDecl decl;
     decl.name = Text(cJSON_GetObjectItemCaseSensitive(p, "name"), Join(path, "name"));
@@ -225,7 +223,7 @@ ParamDecl ReadParam(const cJSON* p, const std::string& path) {
         const std::string text = Text(type, Join(path, "type"));
         decl.type = 0;
         for (int t = 0; t < 3; ++t) {
-            if (text == kTypes[t]) decl.type = t + 1;
+            if (text == kTypeNames[t]) decl.type = t + 1;
         }
         if (decl.type == 0) throw Bad{Join(path, "type"), "must be \"int\", \"float\" or \"string\""};
     }

@@ -121,7 +121,7 @@ Session::~Session() {
     }
 }
 
-bool Session::Open(const std::string& library, int logLevel, std::string& error) {
+bool Session::Open(const std::string& library, std::string& error) {
     auto lib = std::make_unique<Library>();
     lib->handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (lib->handle == nullptr) {
@@ -138,7 +138,7 @@ bool Session::Open(const std::string& library, int logLevel, std::string& error)
         return false;
     }
     prtInit(0, 0, nullptr);
-    setCallbacker(logLevel, logLevel < LOG_LEVEL_OFF ? CollectLine : nullptr);
+    setCallbacker(LOG_LEVEL_INFO, CollectLine);
     m_library = std::move(lib);
     return true;
 }
@@ -249,11 +249,8 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
             for (const auto& e : m_tables.subscriptions) {
                 names.push_back(std::string(e.pub.algo_name) + ":" + e.pub.param_name);
             }
-            std::vector<const char*> candidates;
-            for (const auto& n : names) candidates.push_back(n.c_str());
-            const std::string close = ClosestWord(key, candidates.data(), candidates.size());
             error = "values." + key + ": no subscription of the module reads this value" +
-                    (close.empty() ? "" : "; did you mean \"" + close + "\"?");
+                    DidYouMean(ClosestWord(key, names));
             return false;
         }
         FillPublisherFrame(*publishers[publisher], output, value);

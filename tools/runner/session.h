@@ -66,8 +66,9 @@ class Session {
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Loads the library; logLevel is the lowest level shown (4 Info .. 6 Err, 8 none).
-    bool Open(const std::string& library, int logLevel, std::string& error);
+    // Loads the library. Every log line from Info up is collected; the commands choose what
+    // they show.
+    bool Open(const std::string& library, std::string& error);
     // Creates the module in a fresh working directory holding configText, and initialises it.
     bool Init(const Scenario& scenario, InitReport& report, std::string& error);
     // One run; false (with error) when the scenario names a value that no subscription of an
