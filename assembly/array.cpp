@@ -72,7 +72,7 @@ class CellText {
 template <typename T>
 std::unique_ptr<CFormatter> CellOf(const Any& list, size_t row, const std::string& format,
                                    const std::string& separator) {
-    const std::vector<T>& values = *list.Find<std::vector<T>>();  // the kind was told first
+    const std::vector<T>& values = list.Held<std::vector<T>>();  // the kind was told first
     if (row < values.size()) return createFormatter<T>(values[row], format, separator);
     return createFormatter<std::string>(std::string(), format, separator);
 }

@@ -85,10 +85,17 @@ class Any {
         return typeIndex == std::type_index(typeid(T));
     }
 
+    // The held T, unchecked: for a caller that has already asked Is<T>(), where a type check
+    // per access would cost (an array reads every cell this way).
+    template <typename T>
+    const T& Held() const {
+        return static_cast<const Derived<T>*>(holder.get())->value;
+    }
+
     // The held T, or null when the Any holds anything else (never prints, never throws).
     template <typename T>
     const T* Find() const {
-        return Is<T>() ? &static_cast<const Derived<T>*>(holder.get())->value : nullptr;
+        return Is<T>() ? &Held<T>() : nullptr;
     }
 
     // The held T. A mismatch prints a line on standard output and throws "bad cast".

@@ -265,7 +265,7 @@ std::string LayOutHugeFloat(bool negative, float magnitude, size_t widthLength,
     const size_t wholeLength =
         static_cast<size_t>(std::clamp(n, 1, static_cast<int>(sizeof whole) - 1));
     const size_t padded = std::max(wholeLength, widthLength);
-    std::string text = Zeros(negative + padded + 1 + fractionLength);
+    std::string text(negative + padded + 1 + fractionLength, '0');
     if (negative) text[0] = '-';
     std::memcpy(&text[negative + padded - wholeLength], whole, wholeLength);
     text[negative + padded] = '.';
