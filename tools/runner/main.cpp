@@ -4,7 +4,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -70,6 +72,11 @@ int main(int argc, char** argv) {
     test->add_option("SCENARIO|DIR", paths,
                      "scenario files, or folders searched for scenario.json and *.scenario.json")
         ->required();
+    test->add_option("--junit", options.junit, "also write the results as JUnit XML to FILE")
+        ->type_name("FILE");
+    test->add_flag("--update", options.update,
+                   "write what the runs gave into the expectations of each scenario that does "
+                   "not hold");
     common(test);
 
     try {
@@ -89,10 +96,22 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "Run with --help for more information.\n");
         return preview::kExitUsage;
     }
+    int exit = preview::kExitUsage;
     if (run->parsed()) {
         options.logLevel = levels.at(level);
-        return preview::RunCommand(scenario, options);
+        exit = preview::RunCommand(scenario, options);
+    } else if (check->parsed()) {
+        exit = preview::CheckCommand(files, options);
+    } else {
+        exit = preview::TestCommand(paths, options);
     }
-    if (check->parsed()) return preview::CheckCommand(files, options);
-    return preview::TestCommand(paths, options);
+    // A report that could not be written in full is a failure, not a result (a full disk,
+    // a closed pipe).
+    errno = 0;
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fprintf(stderr, "formatv2_preview: error: cannot write the output: %s\n",
+                     std::strerror(errno != 0 ? errno : EIO));
+        return preview::kExitUsage;
+    }
+    return exit;
 }
