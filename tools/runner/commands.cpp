@@ -123,8 +123,9 @@ std::vector<std::string> ScenarioPaths(const std::vector<std::string>& paths,
         std::vector<std::string> found;
         std::string reason;
         if (!WalkFolder(path, found, reason) || found.empty()) {
-            diag.Say(Severity::kError, path,
-                     reason.empty() ? "no scenario files (scenario.json, *.scenario.json)" : reason);
+            diag.Say(
+                Severity::kError, path,
+                reason.empty() ? "no scenario files (scenario.json, *.scenario.json)" : reason);
             exit = kExitUsage;
         }
         std::sort(found.begin(), found.end());
@@ -175,8 +176,9 @@ bool TestScenario(Outcome& o, const Options& options, const Diagnostics& diag) {
     }
     if (o.checks == 0) {
         // So that a CI job never passes on a scenario that checks nothing.
-        o.found.push_back({-1, {"expectations", "at least one", "none: nothing is tested",
-                                JsonPtr(cJSON_CreateNull()), JsonPtr(cJSON_CreateNumber(0)), ""}});
+        o.found.push_back({-1,
+                           {"expectations", "at least one", "none: nothing is tested",
+                            JsonPtr(cJSON_CreateNull()), JsonPtr(cJSON_CreateNumber(0)), ""}});
     }
     return true;
 }

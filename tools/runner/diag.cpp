@@ -192,7 +192,8 @@ std::string ReadByteEscapes(const std::string& json) {
         const bool isByte = escape.size() == 6 && escape[1] == 'u' &&
                             std::tolower(static_cast<unsigned char>(escape[2])) == 'd' &&
                             std::tolower(static_cast<unsigned char>(escape[3])) == 'c' &&
-                            escape[4] != '\0' && std::strchr("89abcdefABCDEF", escape[4]) != nullptr &&
+                            escape[4] != '\0' &&
+                            std::strchr("89abcdefABCDEF", escape[4]) != nullptr &&
                             std::isxdigit(static_cast<unsigned char>(escape[5])) != 0;
         if (isByte) {
             out += static_cast<char>(std::stoi(escape.substr(4), nullptr, 16));

@@ -66,13 +66,13 @@ void OutputCheck(const std::string& name, const std::optional<Value>& expected,
                                  [&](const Output& o) { return o.name == name; });
     const std::optional<Value> actual =
         it == run.outputs.end() ? std::nullopt : std::optional<Value>(it->value);
-    const bool known = actual || std::find(run.outputNames.begin(), run.outputNames.end(),
-                                           name) != run.outputNames.end();
+    const bool known = actual || std::find(run.outputNames.begin(), run.outputNames.end(), name) !=
+                                     run.outputNames.end();
     if (known && actual.has_value() == expected.has_value() && (!actual || *actual == *expected)) {
         return;
     }
-    Mismatch m{"outputs." + name, Shown(expected), Shown(actual), ValueOrNull(expected),
-               ValueOrNull(actual), ""};
+    Mismatch m{"outputs." + name,     Shown(expected),     Shown(actual),
+               ValueOrNull(expected), ValueOrNull(actual), ""};
     if (!known) {
         m.note = "no such output" + DidYouMean(ClosestWord(name, run.outputNames));
         m.actual = m.note;
@@ -83,8 +83,12 @@ void OutputCheck(const std::string& name, const std::optional<Value>& expected,
 }  // namespace
 
 Mismatch StatusMismatch(int expected, int actual) {
-    return {"status", StatusText(expected), StatusText(actual),
-            JsonPtr(cJSON_CreateNumber(expected)), JsonPtr(cJSON_CreateNumber(actual)), ""};
+    return {"status",
+            StatusText(expected),
+            StatusText(actual),
+            JsonPtr(cJSON_CreateNumber(expected)),
+            JsonPtr(cJSON_CreateNumber(actual)),
+            ""};
 }
 
 std::vector<Mismatch> CheckRun(const Expectation& e, const RunReport& run, size_t& checks) {

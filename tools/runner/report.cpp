@@ -260,8 +260,8 @@ cJSON* WarningsJson(const std::vector<Warning>& warnings) {
 void PrintTables(const Tables& tables) {
     Print("subscriptions (%zu):\n", tables.subscriptions.size());
     for (const auto& e : tables.subscriptions) {
-        Print("  %-8s <- %s:%s (algo_id %d)\n", e.sub.param_name, e.pub.algo_name,
-              e.pub.param_name, e.pub.algo_id);
+        Print("  %-8s <- %s:%s (algo_id %d)\n", e.sub.param_name, e.pub.algo_name, e.pub.param_name,
+              e.pub.algo_id);
     }
     Print("publications (%zu):\n", tables.publications.size());
     for (const auto& e : tables.publications) {

@@ -43,8 +43,8 @@ cJSON* OutcomeJson(const Outcome& o) {
     cJSON* mismatches = cJSON_AddArrayToObject(entry, "mismatches");
     for (const Finding& f : o.found) {
         cJSON* m = cJSON_CreateObject();
-        if (f.run >= 0) cJSON_AddNumberToObject(m, "run", f.run);
-        else cJSON_AddNullToObject(m, "run");
+        cJSON_AddItemToObject(m, "run",
+                              f.run >= 0 ? cJSON_CreateNumber(f.run) : cJSON_CreateNull());
         cJSON_AddStringToObject(m, "name", f.run >= 0 ? o.runs[f.run].name.c_str() : "");
         cJSON_AddStringToObject(m, "what", f.mismatch.what.c_str());
         cJSON_AddItemToObject(m, "expected", Copy(f.mismatch.expectedJson));
@@ -75,13 +75,23 @@ namespace {
 std::string Xml(const std::string& text) {
     std::string out;
     for (char c : EscapeInvalidUtf8(text, Escape::kText)) {
-        const auto u = static_cast<unsigned char>(c);
-        if (c == '&') out += "&amp;";
-        else if (c == '<') out += "&lt;";
-        else if (c == '>') out += "&gt;";
-        else if (c == '"') out += "&quot;";
-        else if (u < 0x20 && c != '\n' && c != '\t') out += Visible(std::string(1, c));
-        else out += c;
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                const bool control = static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t';
+                out += control ? Visible(std::string(1, c)) : std::string(1, c);
+        }
     }
     return out;
 }
@@ -100,6 +110,11 @@ std::string TestCase(const std::string& suite, const std::string& name,
            Xml(body) + "</failure>\n    </testcase>\n";
 }
 
+std::string Counts(size_t tests, size_t failures, size_t errors) {
+    return " tests=\"" + std::to_string(tests) + "\" failures=\"" + std::to_string(failures) +
+           "\" errors=\"" + std::to_string(errors) + "\"";
+}
+
 std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t& errors) {
     std::string cases;
     size_t count = 0;
@@ -107,12 +122,10 @@ std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t&
     if (o.Broken()) {
         cases = "    <testcase classname=\"" + Xml(o.file) + "\" name=\"scenario\">\n" +
                 "      <error message=\"" + Xml(o.error) + "\"/>\n    </testcase>\n";
+        count = 1;
         ++errors;
-        ++tests;
-        return "  <testsuite name=\"" + Xml(o.file) + "\" tests=\"1\" failures=\"0\" errors=\"1\">\n" +
-               cases + "  </testsuite>\n";
     }
-    for (int run = -1; run < static_cast<int>(o.runs.size()); ++run) {
+    for (int run = -1; !o.Broken() && run < static_cast<int>(o.runs.size()); ++run) {
         std::vector<const Mismatch*> mine;
         for (const Finding& f : o.found) {
             if (f.run == run) mine.push_back(&f.mismatch);
@@ -124,9 +137,8 @@ std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t&
     }
     tests += count;
     failures += failed;
-    return "  <testsuite name=\"" + Xml(o.file) + "\" tests=\"" + std::to_string(count) +
-           "\" failures=\"" + std::to_string(failed) + "\" errors=\"0\">\n" + cases +
-           "  </testsuite>\n";
+    return "  <testsuite name=\"" + Xml(o.file) + "\"" + Counts(count, failed, o.Broken() ? 1 : 0) +
+           ">\n" + cases + "  </testsuite>\n";
 }
 
 }  // namespace
@@ -137,9 +149,9 @@ std::string JUnitXml(const std::vector<Outcome>& outcomes) {
     size_t failures = 0;
     size_t errors = 0;
     for (const Outcome& o : outcomes) suites += TestSuite(o, tests, failures, errors);
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"formatv2_preview test\" "
-           "tests=\"" + std::to_string(tests) + "\" failures=\"" + std::to_string(failures) +
-           "\" errors=\"" + std::to_string(errors) + "\">\n" + suites + "</testsuites>\n";
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"formatv2_preview "
+           "test\"" +
+           Counts(tests, failures, errors) + ">\n" + suites + "</testsuites>\n";
 }
 
 }  // namespace preview

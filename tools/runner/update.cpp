@@ -22,7 +22,9 @@ std::string Key(const char* key) {
     return Scalar(text.get());
 }
 
-bool Container(const cJSON* item) { return cJSON_IsObject(item) || cJSON_IsArray(item); }
+bool Container(const cJSON* item) {
+    return cJSON_IsObject(item) || cJSON_IsArray(item);
+}
 
 bool OneLine(const cJSON* item) {
     for (const cJSON* c = item->child; c != nullptr; c = c->next) {
@@ -54,8 +56,10 @@ void Layout(const cJSON* item, size_t depth, std::string& out) {
 }
 
 void AddStatus(cJSON* e, int status) {
-    if (status == 0) cJSON_AddNumberToObject(e, "status", 0);
-    else cJSON_AddStringToObject(e, "status", Hex(status).c_str());
+    if (status == 0)
+        cJSON_AddNumberToObject(e, "status", 0);
+    else
+        cJSON_AddStringToObject(e, "status", Hex(status).c_str());
 }
 
 // The expected log texts that still hold; the others are dropped.
@@ -65,8 +69,10 @@ void AddLog(cJSON* e, const std::optional<Expectation>& old, const std::vector<L
     for (const std::string& wanted : old->log) {
         if (LogHolds(wanted, log)) cJSON_AddItemToArray(lines, cJSON_CreateString(wanted.c_str()));
     }
-    if (lines->child != nullptr) cJSON_AddItemToObject(e, "log", lines);
-    else cJSON_Delete(lines);
+    if (lines->child != nullptr)
+        cJSON_AddItemToObject(e, "log", lines);
+    else
+        cJSON_Delete(lines);
 }
 
 cJSON* RunExpectation(const RunReport& run, const std::optional<Expectation>& old) {
@@ -76,7 +82,8 @@ cJSON* RunExpectation(const RunReport& run, const std::optional<Expectation>& ol
     cJSON_AddStringToObject(e, "show_text_en", run.showTextEn.c_str());
     cJSON_AddStringToObject(e, "show_text_cn", run.showTextCn.c_str());
     cJSON* outputs = cJSON_AddObjectToObject(e, "outputs");
-    for (const Output& o : run.outputs) cJSON_AddItemToObject(outputs, o.name.c_str(), ValueJson(o.value));
+    for (const Output& o : run.outputs)
+        cJSON_AddItemToObject(outputs, o.name.c_str(), ValueJson(o.value));
     // An output expected absent stays so while it is absent and still a name the
     // configuration publishes.
     const Expectation before = old.value_or(Expectation{});
