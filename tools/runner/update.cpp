@@ -116,7 +116,9 @@ bool UpdatedScenario(const Outcome& o, std::string& text, std::string& reason) {
         reason = "is no longer valid JSON";
         return false;
     }
-    if (o.scenario.expectInit || o.init.status != 0) {
+    // The first read gets an expectation where it fails, where it had one, and where there is
+    // no run to hold one.
+    if (o.scenario.expectInit || o.init.status != 0 || o.runs.empty()) {
         cJSON* e = cJSON_CreateObject();
         AddStatus(e, o.init.status);
         AddLog(e, o.scenario.expectInit, o.init.log);
