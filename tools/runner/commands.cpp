@@ -144,8 +144,10 @@ void CheckFirstRead(Outcome& o) {
         Mismatch m = StatusMismatch(0, o.init.status);
         const auto refusal =
             ExplainRefusal(o.init.status, o.init.log, o.init.rowsRead, o.scenario.config.text);
-        if (refusal) m.note = refusal->message;
-        if (refusal) m.actual += ": " + refusal->message;
+        if (refusal) {
+            m.note = refusal->message;
+            m.actual += ": " + refusal->message;
+        }
         o.found.push_back({-1, std::move(m)});
     }
 }

@@ -2,8 +2,6 @@
 
 #include <cjson/cJSON.h>
 
-#include <algorithm>
-#include <cstring>
 
 #include "diag.h"
 #include "report.h"
@@ -32,7 +30,7 @@ cJSON* Copy(const JsonPtr& json) {
 cJSON* OutcomeJson(const Outcome& o) {
     cJSON* entry = cJSON_CreateObject();
     cJSON_AddStringToObject(entry, "file", o.file.c_str());
-    cJSON_AddBoolToObject(entry, "ok", o.Holds() || (o.updated && !o.Broken()));
+    cJSON_AddBoolToObject(entry, "ok", o.Holds() || o.updated);
     if (o.Broken()) {
         cJSON_AddStringToObject(entry, "error", o.error.c_str());
         return entry;
