@@ -192,6 +192,16 @@ void Update(Outcome& o, const Diagnostics& diag) {
     if (o.path == "-") reason = "standard input cannot be updated";
     if (reason.empty() && UpdatedScenario(o, text, reason) && WriteFile(o.path, text, reason)) {
         o.updated = true;
+        // A log text that no line contains cannot be turned into one that does: it goes.
+        for (const Finding& f : o.found) {
+            if (f.mismatch.what != "log") continue;
+            const std::string place =
+                f.run < 0 ? "expect_init" : "runs[" + std::to_string(f.run) + "].expect";
+            diag.Say(Severity::kNote, o.file,
+                     place + ".log: no log line contains \"" +
+                         std::string(cJSON_GetStringValue(f.mismatch.expectedJson.get())) +
+                         "\"; the text was dropped");
+        }
         return;
     }
     diag.Say(Severity::kError, o.file, reason);
