@@ -2,7 +2,6 @@
 
 #include <cjson/cJSON.h>
 
-
 #include "diag.h"
 #include "report.h"
 
