@@ -1,12 +1,14 @@
 #include "commands.h"
 
 #include <cjson/cJSON.h>
+#include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
-#include <filesystem>
-#include <system_error>
+#include <cstring>
 
 #include "check.h"
 #include "diag.h"
@@ -16,6 +18,7 @@
 #include "report.h"
 #include "scenario.h"
 #include "session.h"
+#include "test_report.h"
 
 namespace preview {
 namespace {
@@ -71,22 +74,158 @@ bool Start(Session& session, const Scenario& scenario, InitReport& init, const O
     return false;
 }
 
-// Scenario files below a folder: scenario.json and *.scenario.json, in name order.
-std::vector<std::string> ScenarioFiles(const std::string& dir, std::error_code& ec) {
-    std::vector<std::string> out;
-    namespace fs = std::filesystem;
-    for (fs::recursive_directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
-        const std::string name = it->path().filename().string();
-        const std::string suffix = ".scenario.json";
-        if (it->is_regular_file() &&
-            (name == "scenario.json" ||
-             (name.size() > suffix.size() &&
-              name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0))) {
-            out.push_back(it->path().string());
+bool IsScenarioName(const std::string& name) {
+    const std::string suffix = ".scenario.json";
+    return name == "scenario.json" ||
+           (name.size() > suffix.size() &&
+            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0);
+}
+
+// Adds the scenario files below dir (scenario.json, *.scenario.json) to out, walking into
+// sub-folders but not through links to folders; false with the system's reason.
+bool WalkFolder(const std::string& dir, std::vector<std::string>& out, std::string& reason) {
+    DIR* folder = opendir(dir.c_str());
+    if (folder == nullptr) {
+        reason = std::strerror(errno);
+        return false;
+    }
+    std::vector<std::string> names;
+    while (const dirent* entry = readdir(folder)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") names.push_back(name);
+    }
+    closedir(folder);
+    for (const std::string& name : names) {
+        const std::string path = dir + (dir.back() == '/' ? "" : "/") + name;
+        struct stat info {};
+        if (lstat(path.c_str(), &info) != 0) continue;
+        if (S_ISDIR(info.st_mode)) {
+            if (!WalkFolder(path, out, reason)) return false;
+        } else if (IsScenarioName(name) && stat(path.c_str(), &info) == 0 &&
+                   S_ISREG(info.st_mode)) {
+            out.push_back(path);
         }
     }
-    std::sort(out.begin(), out.end());
-    return out;
+    return true;
+}
+
+// The files to test: each path given, or the scenario files below it in name order when it
+// is a folder. A folder that cannot be read or holds none is said and makes the exit 2.
+std::vector<std::string> ScenarioPaths(const std::vector<std::string>& paths,
+                                       const Diagnostics& diag, int& exit) {
+    std::vector<std::string> files;
+    for (const std::string& path : paths) {
+        struct stat info {};
+        if (stat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+            files.push_back(path);
+            continue;
+        }
+        std::vector<std::string> found;
+        std::string reason;
+        if (!WalkFolder(path, found, reason) || found.empty()) {
+            diag.Say(
+                Severity::kError, path,
+                reason.empty() ? "no scenario files (scenario.json, *.scenario.json)" : reason);
+            exit = kExitUsage;
+        }
+        std::sort(found.begin(), found.end());
+        files.insert(files.end(), found.begin(), found.end());
+    }
+    return files;
+}
+
+// The first read against expect_init; without it a refused read is a failure.
+void CheckFirstRead(Outcome& o) {
+    if (o.scenario.expectInit) {
+        for (auto& m : CheckInit(*o.scenario.expectInit, o.init, o.checks)) {
+            o.found.push_back({-1, std::move(m)});
+        }
+    } else if (o.init.status != 0) {
+        Mismatch m = StatusMismatch(0, o.init.status);
+        const auto refusal =
+            ExplainRefusal(o.init.status, o.init.log, o.init.rowsRead, o.scenario.config.text);
+        if (refusal) {
+            m.note = refusal->message;
+            m.actual += ": " + refusal->message;
+        }
+        o.found.push_back({-1, std::move(m)});
+    }
+}
+
+// Runs one scenario and compares; false only when the module cannot be loaded (said).
+bool TestScenario(Outcome& o, const Options& options, const Diagnostics& diag) {
+    FileError fileError;
+    if (!LoadScenario(o.path, o.scenario, fileError)) {
+        diag.Say(Severity::kError, fileError.where, fileError.message);
+        o.error = fileError.where + ": " + fileError.message;
+        return true;
+    }
+    Session session;
+    if (!Start(session, o.scenario, o.init, options, diag)) return false;
+    CheckFirstRead(o);
+    for (size_t i = 0; i < o.scenario.runs.size(); ++i) {
+        RunReport& run = o.runs.emplace_back();
+        std::string error;
+        if (!session.Run(o.scenario.runs[i], run, error)) {
+            o.error = "runs[" + std::to_string(i) + "]." + error;
+            diag.Say(Severity::kError, o.file, o.error);
+            return true;
+        }
+        if (!o.scenario.runs[i].expect) continue;
+        for (auto& m : CheckRun(*o.scenario.runs[i].expect, run, o.checks)) {
+            o.found.push_back({static_cast<int>(i), std::move(m)});
+        }
+    }
+    if (o.checks == 0) {
+        // So that a CI job never passes on a scenario that checks nothing.
+        o.found.push_back({-1,
+                           {"expectations", "at least one", "none: nothing is tested",
+                            JsonPtr(cJSON_CreateNull()), JsonPtr(cJSON_CreateNumber(0)), ""}});
+    }
+    return true;
+}
+
+// --update: a scenario that does not hold gets what its runs gave as its expectations.
+void Update(Outcome& o, const Diagnostics& diag) {
+    std::string text;
+    std::string reason;
+    if (o.path == "-") reason = "standard input cannot be updated";
+    if (reason.empty() && UpdatedScenario(o, text, reason) && WriteFile(o.path, text, reason)) {
+        o.updated = true;
+        // A log text that no line contains cannot be turned into one that does: it goes.
+        for (const Finding& f : o.found) {
+            if (f.mismatch.what != "log") continue;
+            const std::string place =
+                f.run < 0 ? "expect_init" : "runs[" + std::to_string(f.run) + "].expect";
+            diag.Say(Severity::kNote, o.file,
+                     place + ".log: no log line contains \"" +
+                         std::string(cJSON_GetStringValue(f.mismatch.expectedJson.get())) +
+                         "\"; the text was dropped");
+        }
+        return;
+    }
+    diag.Say(Severity::kError, o.file, reason);
+    o.error = o.file + ": " + reason;
+}
+
+// The summary of a test: JSON, or a line per scenario and the counts.
+void ReportOutcomes(const std::vector<Outcome>& outcomes, const Options& options, int exit) {
+    if (options.json) {
+        cJSON* root = cJSON_CreateObject();
+        cJSON* list = cJSON_AddArrayToObject(root, "scenarios");
+        for (const Outcome& o : outcomes) cJSON_AddItemToArray(list, OutcomeJson(o));
+        cJSON_AddBoolToObject(root, "ok", exit == kExitOk);
+        PrintJson(root);
+        return;
+    }
+    size_t counts[4] = {};  // hold, do not, updated, could not be run
+    for (const Outcome& o : outcomes) {
+        PrintOutcome(o, ColourFor(STDOUT_FILENO));
+        ++counts[o.Broken() ? 3 : o.Holds() ? 0 : o.updated ? 2 : 1];
+    }
+    Print("scenarios: %zu hold, %zu do not, ", counts[0], counts[1]);
+    if (options.update) Print("%zu updated, ", counts[2]);
+    Print("%zu could not be run\n", counts[3]);
 }
 
 }  // namespace
@@ -112,8 +251,8 @@ int RunCommand(const std::string& path, const Options& options) {
     init.log = Shown(init.log, options.logLevel);
     report.Init(init, verdict.refusal, verdict.warnings);
 
-    int index = 0;
-    for (const RunSpec& plan : scenario.runs) {
+    for (size_t index = 0; index < scenario.runs.size(); ++index) {
+        const RunSpec& plan = scenario.runs[index];
         RunReport run;
         if (plan.newConfig) current = *plan.newConfig;
         const std::string where = "runs[" + std::to_string(index) + "]";
@@ -134,7 +273,7 @@ int RunCommand(const std::string& path, const Options& options) {
             Tell(diag, current.name, reread);
         }
         run.log = Shown(run.log, options.logLevel);
-        report.Run(++index, run, reread.refusal, reread.warnings);
+        report.Run(index, run, reread.refusal, reread.warnings);
     }
     report.Finish();
     return exit;
@@ -184,14 +323,14 @@ int CheckCommand(const std::vector<std::string>& files, const Options& options) 
             continue;
         }
         if (v.refusal) {
-            std::printf("%s: refused, %s\n", name.c_str(), StatusText(init.status).c_str());
+            Print("%s: refused, %s\n", name.c_str(), StatusText(init.status).c_str());
             continue;
         }
-        std::printf("%s: valid", name.c_str());
+        Print("%s: valid", name.c_str());
         if (!v.warnings.empty()) {
-            std::printf(", %zu warning%s", v.warnings.size(), v.warnings.size() == 1 ? "" : "s");
+            Print(", %zu warning%s", v.warnings.size(), v.warnings.size() == 1 ? "" : "s");
         }
-        std::printf("\n");
+        Print("\n");
         PrintTables(init.tables);
     }
     if (root != nullptr) {
@@ -203,131 +342,25 @@ int CheckCommand(const std::vector<std::string>& files, const Options& options) 
 
 int TestCommand(const std::vector<std::string>& paths, const Options& options) {
     const Diagnostics diag(ColourFor(STDERR_FILENO));
-    const bool colour = !options.json && ColourFor(STDOUT_FILENO);
-    std::vector<std::string> files;
     int exit = kExitOk;
-    for (const std::string& path : paths) {
-        std::error_code ec;
-        if (!std::filesystem::is_directory(path, ec)) {
-            files.push_back(path);
-            continue;
-        }
-        const auto found = ScenarioFiles(path, ec);
-        if (ec || found.empty()) {
-            diag.Say(Severity::kError, path,
-                     ec ? ec.message() : "no scenario files (scenario.json, *.scenario.json)");
+    std::vector<Outcome> outcomes;
+    for (const std::string& path : ScenarioPaths(paths, diag, exit)) {
+        Outcome& o = outcomes.emplace_back();
+        o.path = path;
+        o.file = DisplayName(path);
+        if (!TestScenario(o, options, diag)) return kExitUsage;
+        if (options.update && !o.Broken() && !o.Holds()) Update(o, diag);
+        const int mine = o.Broken() ? kExitUsage : o.Holds() || o.updated ? kExitOk : kExitFailed;
+        exit = std::max(exit, mine);
+    }
+    if (!options.junit.empty()) {
+        std::string reason;
+        if (!WriteFile(options.junit, JUnitXml(outcomes), reason)) {
+            diag.Say(Severity::kError, options.junit, reason);
             exit = kExitUsage;
         }
-        files.insert(files.end(), found.begin(), found.end());
     }
-
-    cJSON* root = options.json ? cJSON_CreateObject() : nullptr;
-    cJSON* list = options.json ? cJSON_AddArrayToObject(root, "scenarios") : nullptr;
-    size_t passed = 0;
-    size_t failed = 0;
-    size_t broken = 0;  // could not be run: not a valid scenario, a value nothing reads
-    auto brokenEntry = [&](const std::string& name, const std::string& message) {
-        ++broken;
-        exit = kExitUsage;
-        if (list == nullptr) return;
-        cJSON* entry = cJSON_CreateObject();
-        cJSON_AddStringToObject(entry, "file", name.c_str());
-        cJSON_AddBoolToObject(entry, "ok", false);
-        cJSON_AddStringToObject(entry, "error", message.c_str());
-        cJSON_AddItemToArray(list, entry);
-    };
-    for (const std::string& file : files) {
-        const std::string name = DisplayName(file);
-        Scenario scenario;
-        FileError fileError;
-        if (!LoadScenario(file, scenario, fileError)) {
-            diag.Say(Severity::kError, fileError.where, fileError.message);
-            brokenEntry(name, fileError.where + ": " + fileError.message);
-            continue;
-        }
-        Session session;
-        InitReport init;
-        std::string error;
-        if (!Start(session, scenario, init, options, diag)) {
-            cJSON_Delete(root);
-            return kExitUsage;
-        }
-        struct Found {
-            int run;  // -1: the first read
-            std::string runName;
-            Mismatch mismatch;
-        };
-        std::vector<Found> found;
-        size_t checks = 0;
-        if (scenario.expectInit) {
-            for (auto& m : CheckInit(*scenario.expectInit, init, checks)) found.push_back({-1, "", m});
-        } else if (init.status != 0) {
-            // A refused first read is a failure unless the scenario says it expects it.
-            const auto refusal = ExplainRefusal(init.status, init.log, init.rowsRead, scenario.config.text);
-            found.push_back({-1, "", {"status", StatusText(0), StatusText(init.status) + ": " + refusal->message}});
-        }
-        bool stopped = false;
-        for (size_t i = 0; i < scenario.runs.size(); ++i) {
-            RunReport run;
-            if (!session.Run(scenario.runs[i], run, error)) {
-                error = "runs[" + std::to_string(i) + "]." + error;
-                diag.Say(Severity::kError, name, error);
-                brokenEntry(name, error);
-                stopped = true;
-                break;
-            }
-            if (!scenario.runs[i].expect) continue;
-            for (auto& m : CheckRun(*scenario.runs[i].expect, run, checks)) {
-                found.push_back({static_cast<int>(i), run.name, m});
-            }
-        }
-        if (stopped) continue;
-        if (checks == 0) {
-            found.push_back({-1, "", {"expectations", "at least one", "none: nothing is tested"}});
-        }
-        const bool ok = found.empty();
-        (ok ? passed : failed) += 1;
-        if (!ok) exit = std::max(exit, kExitFailed);
-        if (options.json) {
-            cJSON* entry = cJSON_CreateObject();
-            cJSON_AddStringToObject(entry, "file", name.c_str());
-            cJSON_AddBoolToObject(entry, "ok", ok);
-            cJSON_AddNumberToObject(entry, "runs", static_cast<double>(scenario.runs.size()));
-            cJSON_AddNumberToObject(entry, "checks", static_cast<double>(checks));
-            cJSON* mismatches = cJSON_AddArrayToObject(entry, "mismatches");
-            for (const Found& f : found) {
-                cJSON* m = cJSON_CreateObject();
-                if (f.run >= 0) cJSON_AddNumberToObject(m, "run", f.run);
-                else cJSON_AddNullToObject(m, "run");
-                cJSON_AddStringToObject(m, "name", f.runName.c_str());
-                cJSON_AddStringToObject(m, "what", f.mismatch.what.c_str());
-                cJSON_AddStringToObject(m, "expected", f.mismatch.expected.c_str());
-                cJSON_AddStringToObject(m, "actual", f.mismatch.actual.c_str());
-                cJSON_AddItemToArray(mismatches, m);
-            }
-            cJSON_AddItemToArray(list, entry);
-            continue;
-        }
-        const char* on = colour ? (ok ? "\033[32m" : "\033[1;31m") : "";
-        const char* off = colour ? "\033[0m" : "";
-        std::printf("%s: %s%s%s (%zu run%s, %zu check%s)\n", name.c_str(), on,
-                    ok ? "ok" : "FAILED", off, scenario.runs.size(),
-                    scenario.runs.size() == 1 ? "" : "s", checks, checks == 1 ? "" : "s");
-        for (const Found& f : found) {
-            const std::string where = f.run < 0 ? "first read"
-                                                : "runs[" + std::to_string(f.run) + "]" +
-                                                      (f.runName.empty() ? "" : " (\"" + f.runName + "\")");
-            std::printf("  %s: %s: expected %s, got %s\n", where.c_str(), f.mismatch.what.c_str(),
-                        f.mismatch.expected.c_str(), f.mismatch.actual.c_str());
-        }
-    }
-    if (root != nullptr) {
-        cJSON_AddBoolToObject(root, "ok", exit == kExitOk);
-        PrintJson(root);
-    } else {
-        std::printf("scenarios: %zu hold, %zu do not, %zu could not be run\n", passed, failed,
-                    broken);
-    }
+    ReportOutcomes(outcomes, options, exit);
     return exit;
 }
 

@@ -19,6 +19,8 @@ struct Options {
     bool json = false;
     int logLevel = 4;  // lowest level shown by run: 4 Info, 5 Warn, 6 Err, 8 none
     bool strict = false;
+    std::string junit;    // test: the JUnit XML file to write
+    bool update = false;  // test: rewrite the expectations of scenarios that do not hold
 };
 
 int RunCommand(const std::string& scenario, const Options& options);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -116,12 +117,124 @@ void Diagnostics::Say(Severity severity, const std::string& where,
     static const char* const kNames[] = {"error", "warning", "note"};
     static const char* const kColours[] = {"\033[1;31m", "\033[1;33m", "\033[1;36m"};
     const auto s = static_cast<size_t>(severity);
+    const std::string place = EscapeInvalidUtf8(where, Escape::kText);
+    const std::string text = EscapeInvalidUtf8(message, Escape::kText);
     if (m_colour) {
-        std::fprintf(stderr, "\033[1m%s:\033[0m %s%s:\033[0m %s\n", where.c_str(), kColours[s],
-                     kNames[s], message.c_str());
+        std::fprintf(stderr, "\033[1m%s:\033[0m %s%s:\033[0m %s\n", place.c_str(), kColours[s],
+                     kNames[s], text.c_str());
     } else {
-        std::fprintf(stderr, "%s: %s: %s\n", where.c_str(), kNames[s], message.c_str());
+        std::fprintf(stderr, "%s: %s: %s\n", place.c_str(), kNames[s], text.c_str());
     }
+}
+
+size_t Utf8Length(const std::string& text, size_t at) {
+    const auto byte = [&](size_t i) -> unsigned {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
+    };
+    const unsigned lead = byte(at);
+    if (lead < 0x80) return 1;
+    // The ranges of the second byte exclude overlong forms, surrogates and code points past
+    // U+10FFFF (Unicode's table of well-formed byte sequences).
+    size_t length = 0;
+    unsigned low = 0x80;
+    unsigned high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        low = lead == 0xE0 ? 0xA0 : low;
+        high = lead == 0xED ? 0x9F : high;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        low = lead == 0xF0 ? 0x90 : low;
+        high = lead == 0xF4 ? 0x8F : high;
+    } else {
+        return 0;
+    }
+    for (size_t k = 1; k < length; ++k) {
+        const unsigned b = byte(at + k);
+        if (b < (k == 1 ? low : 0x80u) || b > (k == 1 ? high : 0xBFu)) return 0;
+    }
+    return length;
+}
+
+std::string EscapeInvalidUtf8(const std::string& text, Escape style) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size();) {
+        const size_t length = Utf8Length(text, i);
+        if (length > 0) {
+            out.append(text, i, length);
+            i += length;
+            continue;
+        }
+        char escape[8];
+        std::snprintf(escape, sizeof escape, style == Escape::kText ? "\\x%02x" : "\\udc%02x",
+                      static_cast<unsigned char>(text[i]));
+        out += escape;
+        ++i;
+    }
+    return out;
+}
+
+std::string ReadByteEscapes(const std::string& json) {
+    std::string out;
+    out.reserve(json.size());
+    bool inString = false;
+    for (size_t i = 0; i < json.size(); ++i) {
+        const char c = json[i];
+        if (!inString || c != '\\') {
+            if (c == '"') inString = !inString;
+            out += c;
+            continue;
+        }
+        const std::string escape = json.substr(i, 6);
+        const bool isByte = escape.size() == 6 && escape[1] == 'u' &&
+                            std::tolower(static_cast<unsigned char>(escape[2])) == 'd' &&
+                            std::tolower(static_cast<unsigned char>(escape[3])) == 'c' &&
+                            escape[4] != '\0' &&
+                            std::strchr("89abcdefABCDEF", escape[4]) != nullptr &&
+                            std::isxdigit(static_cast<unsigned char>(escape[5])) != 0;
+        if (isByte) {
+            out += static_cast<char>(std::stoi(escape.substr(4), nullptr, 16));
+            i += 5;
+        } else if (i + 1 < json.size()) {
+            out.append(json, i, 2);  // any other escape, kept as it is
+            ++i;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+void Print(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(nullptr, 0, format, args);
+    va_end(args);
+    std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+    if (length > 0) std::vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    const std::string safe = EscapeInvalidUtf8(text, Escape::kText);
+    std::fwrite(safe.data(), 1, safe.size(), stdout);
+}
+
+bool WriteFile(const std::string& path, const std::string& text, std::string& reason) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) {
+        reason = std::strerror(errno);
+        return false;
+    }
+    const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+    const int error = errno;
+    if (std::fclose(file) != 0 || !written) {
+        reason = std::strerror(written ? errno : error);
+        return false;
+    }
+    return true;
 }
 
 namespace {

@@ -50,6 +50,23 @@ class Diagnostics {
     bool m_colour;
 };
 
+// Reports are valid UTF-8 whatever the bytes they show: a byte that belongs to no well-formed
+// UTF-8 sequence is written as \xHH in text and as the escape \udcHH in JSON strings (the byte
+// as a lone low surrogate, Python's "surrogateescape"), so the byte can be recovered. Scenario
+// files take the same JSON escape back (ReadByteEscapes).
+enum class Escape { kText, kJson };
+// The length of the well-formed UTF-8 sequence at text[at], or 0 when none starts there.
+size_t Utf8Length(const std::string& text, size_t at);
+std::string EscapeInvalidUtf8(const std::string& text, Escape style);
+// A JSON text with each \udcHH (HH 80 to FF) inside its strings turned back into the byte.
+std::string ReadByteEscapes(const std::string& json);
+
+// printf to standard output through EscapeInvalidUtf8. A failed write shows in ferror(stdout),
+// which main turns into exit code 2.
+void Print(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// Writes a whole text to a file; false with the system's reason on failure.
+bool WriteFile(const std::string& path, const std::string& text, std::string& reason);
+
 // The closest of the candidates to word (letter case ignored, at most two edits), or "".
 std::string ClosestWord(const std::string& word, const std::vector<std::string>& candidates);
 std::string ClosestWord(const std::string& word, const char* const* candidates, size_t count);

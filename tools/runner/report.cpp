@@ -2,8 +2,12 @@
 
 #include <cjson/cJSON.h>
 
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <sstream>
+
+#include "diag.h"
 
 namespace preview {
 namespace {
@@ -63,11 +67,20 @@ const char* KindName(Value::Kind kind) {
 
 namespace {
 
-// Floats shown as "%.9g" so that every published float reads back exactly.
+// The shortest text that reads back as the same float ("0.1", not "0.100000001").
 std::string FloatText(float f) {
     char text[32];
-    std::snprintf(text, sizeof text, "%.9g", static_cast<double>(f));
+    for (int precision = 1; precision <= 9; ++precision) {
+        std::snprintf(text, sizeof text, "%.*g", precision, static_cast<double>(f));
+        if (std::strtof(text, nullptr) == f) break;
+    }
     return text;
+}
+
+// A float as a JSON number written as FloatText writes it; null for NaN and the infinities,
+// which JSON cannot hold.
+cJSON* FloatJson(float f) {
+    return std::isfinite(f) ? cJSON_CreateRaw(FloatText(f).c_str()) : cJSON_CreateNull();
 }
 
 }  // namespace
@@ -93,13 +106,29 @@ namespace {
 cJSON* ValuesJson(const Value& v) {
     cJSON* array = cJSON_CreateArray();
     for (int i : v.ints) cJSON_AddItemToArray(array, cJSON_CreateNumber(i));
-    for (float f : v.floats)
-        cJSON_AddItemToArray(array, cJSON_CreateNumber(static_cast<double>(f)));
+    for (float f : v.floats) cJSON_AddItemToArray(array, FloatJson(f));
     for (const auto& t : v.texts) cJSON_AddItemToArray(array, cJSON_CreateString(t.c_str()));
     return array;
 }
 
 }  // namespace
+
+cJSON* ValueJson(const Value& v) {
+    cJSON* obj = cJSON_CreateObject();
+    cJSON* values = ValuesJson(v);
+    if (v.list) {
+        cJSON_AddItemToObject(obj, KindName(v.kind), values);
+        return obj;
+    }
+    cJSON* single = cJSON_DetachItemFromArray(values, 0);
+    cJSON_AddItemToObject(obj, KindName(v.kind), single != nullptr ? single : cJSON_CreateNull());
+    cJSON_Delete(values);
+    return obj;
+}
+
+std::string RunLabel(size_t index, const std::string& name) {
+    return "runs[" + std::to_string(index) + "]" + (name.empty() ? "" : " (\"" + name + "\")");
+}
 
 cJSON* TablesJson(const Tables& tables) {
     cJSON* obj = cJSON_CreateObject();
@@ -151,7 +180,15 @@ void AddStatus(cJSON* obj, const char* key, int status) {
 
 std::string Visible(const std::string& text) {
     std::string out;
-    for (unsigned char c : text) {
+    for (size_t i = 0; i < text.size();) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const size_t length = Utf8Length(text, i);
+        if (length > 1) {
+            out.append(text, i, length);
+            i += length;
+            continue;
+        }
+        ++i;
         if (c == '\n') {
             out += "\\n";
         } else if (c == '\r') {
@@ -160,7 +197,7 @@ std::string Visible(const std::string& text) {
             out += "\\t";
         } else if (c == '\\') {
             out += "\\\\";
-        } else if (c < 0x20 || c == 0x7f) {
+        } else if (c < 0x20 || c == 0x7f || length == 0) {
             char hex[8];
             std::snprintf(hex, sizeof hex, "\\x%02x", c);
             out += hex;
@@ -221,23 +258,153 @@ cJSON* WarningsJson(const std::vector<Warning>& warnings) {
 }
 
 void PrintTables(const Tables& tables) {
-    std::printf("subscriptions (%zu):\n", tables.subscriptions.size());
+    Print("subscriptions (%zu):\n", tables.subscriptions.size());
     for (const auto& e : tables.subscriptions) {
-        std::printf("  %-8s <- %s:%s (algo_id %d)\n", e.sub.param_name, e.pub.algo_name,
-                    e.pub.param_name, e.pub.algo_id);
+        Print("  %-8s <- %s:%s (algo_id %d)\n", e.sub.param_name, e.pub.algo_name, e.pub.param_name,
+              e.pub.algo_id);
     }
-    std::printf("publications (%zu):\n", tables.publications.size());
+    Print("publications (%zu):\n", tables.publications.size());
     for (const auto& e : tables.publications) {
-        std::printf("  %-24s %-7s valid %d enable %d\n", e.param_name, e.type, e.valid, e.enable);
+        Print("  %-24s %-7s valid %d enable %d\n", e.param_name, e.type, e.valid, e.enable);
     }
 }
 
 void PrintJson(cJSON* root) {
     char* text = cJSON_Print(root);
-    if (text != nullptr) std::printf("%s\n", text);
+    if (text != nullptr) {
+        // cJSON copies a string's bytes as they are; only its strings can hold bytes >= 0x80,
+        // so escaping the printed text escapes exactly those.
+        const std::string safe = EscapeInvalidUtf8(text, Escape::kJson) + "\n";
+        std::fwrite(safe.data(), 1, safe.size(), stdout);
+    }
     cJSON_free(text);
     cJSON_Delete(root);
 }
+
+namespace {
+
+cJSON* OutputsJson(const std::vector<Output>& outputs) {
+    cJSON* array = cJSON_CreateArray();
+    for (const auto& o : outputs) {
+        cJSON* out = cJSON_CreateObject();
+        cJSON_AddStringToObject(out, "name", o.name.c_str());
+        cJSON_AddStringToObject(out, "type", KindName(o.value.kind));
+        cJSON_AddBoolToObject(out, "list", o.value.list);
+        cJSON_AddItemToObject(out, "values", ValuesJson(o.value));
+        cJSON_AddItemToArray(array, out);
+    }
+    return array;
+}
+
+cJSON* DynamicPubJson(const std::vector<DynamicPub>& records) {
+    cJSON* array = cJSON_CreateArray();
+    for (const auto& p : records) {
+        cJSON* rec = cJSON_CreateObject();
+        cJSON_AddStringToObject(rec, "param_name", p.param_name);
+        cJSON_AddStringToObject(rec, "type", p.type);
+        cJSON_AddItemToArray(array, rec);
+    }
+    return array;
+}
+
+cJSON* ResultCallsJson(const std::vector<standin::ResultCall>& calls) {
+    cJSON* array = cJSON_CreateArray();
+    for (const auto& c : calls) {
+        cJSON* call = cJSON_CreateObject();
+        cJSON_AddStringToObject(call, "op", c.op.c_str());
+        cJSON_AddNumberToObject(call, "a", c.a);
+        cJSON_AddNumberToObject(call, "b", c.b);
+        if (c.op == "SendResultInfoExist") {
+            cJSON_AddStringToObject(call, "text_cn", c.textCn.c_str());
+            cJSON_AddStringToObject(call, "text_en", c.textEn.c_str());
+        }
+        cJSON_AddItemToArray(array, call);
+    }
+    return array;
+}
+
+// What the parameter step of a run did: its status, and after a re-read the refusal,
+// warnings and tables.
+void AddReread(cJSON* obj, const RunReport& run, const std::optional<Refusal>& refusal,
+               const std::vector<Warning>& warnings) {
+    if (run.paramStatus) AddStatus(obj, "param_status", *run.paramStatus);
+    if (refusal) cJSON_AddItemToObject(obj, "refusal", RefusalJson(*refusal));
+    if (run.tables) {
+        cJSON_AddItemToObject(obj, "warnings", WarningsJson(warnings));
+        cJSON_AddItemToObject(obj, "tables", TablesJson(*run.tables));
+    }
+    if (!run.skippedValues.empty()) {
+        cJSON* skipped = cJSON_AddArrayToObject(obj, "skipped_values");
+        for (const auto& key : run.skippedValues) {
+            cJSON_AddItemToArray(skipped, cJSON_CreateString(key.c_str()));
+        }
+    }
+}
+
+cJSON* RunJson(size_t index, const RunReport& run, const std::optional<Refusal>& refusal,
+               const std::vector<Warning>& warnings) {
+    cJSON* obj = cJSON_CreateObject();
+    cJSON_AddNumberToObject(obj, "index", static_cast<double>(index));
+    cJSON_AddStringToObject(obj, "name", run.name.c_str());
+    AddReread(obj, run, refusal, warnings);
+    AddStatus(obj, "status", run.status);
+    cJSON_AddStringToObject(obj, "verdict", run.verdict.c_str());
+    cJSON_AddStringToObject(obj, "show_text_cn", run.showTextCn.c_str());
+    cJSON_AddStringToObject(obj, "show_text_en", run.showTextEn.c_str());
+    cJSON_AddItemToObject(obj, "outputs", OutputsJson(run.outputs));
+    cJSON_AddItemToObject(obj, "dynamic_pub", DynamicPubJson(run.dynamicPub));
+    cJSON_AddItemToObject(obj, "result_calls", ResultCallsJson(run.resultCalls));
+    cJSON_AddItemToObject(obj, "log", LogJson(run.log));
+    return obj;
+}
+
+void PrintLog(const std::vector<LogLine>& log, const char* indent, bool colour) {
+    for (const auto& line : log) {
+        Print("%s%s", indent, colour ? line.text.c_str() : StripColour(line.text).c_str());
+    }
+}
+
+// The heading of a run and what its parameter step did.
+void PrintRunStart(size_t index, const RunReport& run) {
+    Print("\n%s\n", RunLabel(index, run.name).c_str());
+    if (run.paramStatus) Print("  set parameter: %s\n", StatusText(*run.paramStatus).c_str());
+    if (run.tables) {
+        Print("  tables re-read: %zu subscriptions, %zu publications\n",
+              run.tables->subscriptions.size(), run.tables->publications.size());
+    }
+    if (!run.skippedValues.empty()) {
+        Print("  values not delivered (the configuration in force was refused):");
+        for (const auto& key : run.skippedValues) Print(" %s", key.c_str());
+        Print("\n");
+    }
+}
+
+void PrintRunResult(const RunReport& run, bool colour) {
+    const char* on = colour ? (run.status == 0 ? "\033[32m" : "\033[31m") : "";
+    const char* off = colour ? "\033[0m" : "";
+    Print("  status   %s\n", StatusText(run.status).c_str());
+    Print("  verdict  %s%s%s\n", on, run.verdict.empty() ? "-" : run.verdict.c_str(), off);
+    Print("  show en  \"%s\"\n", Visible(run.showTextEn).c_str());
+    Print("  show cn  \"%s\"\n", Visible(run.showTextCn).c_str());
+    Print("  outputs:\n");
+    for (const auto& o : run.outputs) {
+        Print("    %-24s %-6s %s\n", o.name.c_str(), KindName(o.value.kind),
+              ValuesText(o.value).c_str());
+    }
+    Print("  DynamicPub:");
+    for (const auto& p : run.dynamicPub) Print(" %s(%s)", p.param_name, p.type);
+    Print("\n  result manager:\n");
+    for (const auto& c : run.resultCalls) {
+        if (c.op == "SendResultInfoExist") {
+            Print("    %s(%d, %d, \"%s\", \"%s\")\n", c.op.c_str(), c.a, c.b, c.textCn.c_str(),
+                  c.textEn.c_str());
+        } else {
+            Print("    %s(%d, %d)\n", c.op.c_str(), c.a, c.b);
+        }
+    }
+}
+
+}  // namespace
 
 struct Report::Json {
     cJSON* root = cJSON_CreateObject();
@@ -261,113 +428,21 @@ void Report::Init(const InitReport& init, const std::optional<Refusal>& refusal,
         m_json->runs = cJSON_AddArrayToObject(m_json->root, "runs");
         return;
     }
-    std::printf("init: %s\n", StatusText(init.status).c_str());
+    Print("init: %s\n", StatusText(init.status).c_str());
     PrintTables(init.tables);
-    for (const auto& line : init.log) {
-        std::printf("  log %s",
-                    m_printer.colour ? line.text.c_str() : StripColour(line.text).c_str());
-    }
+    PrintLog(init.log, "  log ", m_printer.colour);
 }
 
-void Report::Run(int index, const RunReport& run, const std::optional<Refusal>& refusal,
+void Report::Run(size_t index, const RunReport& run, const std::optional<Refusal>& refusal,
                  const std::vector<Warning>& warnings) {
     if (m_printer.json) {
-        cJSON* obj = cJSON_CreateObject();
-        cJSON_AddNumberToObject(obj, "index", index);
-        cJSON_AddStringToObject(obj, "name", run.name.c_str());
-        if (run.paramStatus) AddStatus(obj, "param_status", *run.paramStatus);
-        if (refusal) cJSON_AddItemToObject(obj, "refusal", RefusalJson(*refusal));
-        if (run.tables) {
-            cJSON_AddItemToObject(obj, "warnings", WarningsJson(warnings));
-            cJSON_AddItemToObject(obj, "tables", TablesJson(*run.tables));
-        }
-        if (!run.skippedValues.empty()) {
-            cJSON* skipped = cJSON_AddArrayToObject(obj, "skipped_values");
-            for (const auto& key : run.skippedValues) {
-                cJSON_AddItemToArray(skipped, cJSON_CreateString(key.c_str()));
-            }
-        }
-        AddStatus(obj, "status", run.status);
-        cJSON_AddStringToObject(obj, "verdict", run.verdict.c_str());
-        cJSON_AddStringToObject(obj, "show_text_cn", run.showTextCn.c_str());
-        cJSON_AddStringToObject(obj, "show_text_en", run.showTextEn.c_str());
-        cJSON* outputs = cJSON_AddArrayToObject(obj, "outputs");
-        for (const auto& o : run.outputs) {
-            cJSON* out = cJSON_CreateObject();
-            cJSON_AddStringToObject(out, "name", o.name.c_str());
-            cJSON_AddStringToObject(out, "type", KindName(o.value.kind));
-            cJSON_AddBoolToObject(out, "list", o.value.list);
-            cJSON_AddItemToObject(out, "values", ValuesJson(o.value));
-            cJSON_AddItemToArray(outputs, out);
-        }
-        cJSON* pubs = cJSON_AddArrayToObject(obj, "dynamic_pub");
-        for (const auto& p : run.dynamicPub) {
-            cJSON* rec = cJSON_CreateObject();
-            cJSON_AddStringToObject(rec, "param_name", p.param_name);
-            cJSON_AddStringToObject(rec, "type", p.type);
-            cJSON_AddItemToArray(pubs, rec);
-        }
-        cJSON* calls = cJSON_AddArrayToObject(obj, "result_calls");
-        for (const auto& c : run.resultCalls) {
-            cJSON* call = cJSON_CreateObject();
-            cJSON_AddStringToObject(call, "op", c.op.c_str());
-            cJSON_AddNumberToObject(call, "a", c.a);
-            cJSON_AddNumberToObject(call, "b", c.b);
-            if (c.op == "SendResultInfoExist") {
-                cJSON_AddStringToObject(call, "text_cn", c.textCn.c_str());
-                cJSON_AddStringToObject(call, "text_en", c.textEn.c_str());
-            }
-            cJSON_AddItemToArray(calls, call);
-        }
-        cJSON_AddItemToObject(obj, "log", LogJson(run.log));
-        cJSON_AddItemToArray(m_json->runs, obj);
+        cJSON_AddItemToArray(m_json->runs, RunJson(index, run, refusal, warnings));
         return;
     }
-
-    std::printf("\nrun %d%s%s\n", index, run.name.empty() ? "" : ": ", run.name.c_str());
-    if (run.paramStatus) {
-        std::printf("  set parameter: %s\n", StatusText(*run.paramStatus).c_str());
-    }
-    if (run.tables) {
-        std::printf("  tables re-read: %zu subscriptions, %zu publications\n",
-                    run.tables->subscriptions.size(), run.tables->publications.size());
-    }
-    if (!run.skippedValues.empty()) {
-        std::printf("  values not delivered (the configuration in force was refused):");
-        for (const auto& key : run.skippedValues) std::printf(" %s", key.c_str());
-        std::printf("\n");
-    }
-    const char* on = "";
-    const char* off = "";
-    if (m_printer.colour) {
-        on = run.status == 0 ? "\033[32m" : "\033[31m";
-        off = "\033[0m";
-    }
-    std::printf("  status   %s\n", StatusText(run.status).c_str());
-    std::printf("  verdict  %s%s%s\n", on, run.verdict.empty() ? "-" : run.verdict.c_str(), off);
-    std::printf("  show en  \"%s\"\n", Visible(run.showTextEn).c_str());
-    std::printf("  show cn  \"%s\"\n", Visible(run.showTextCn).c_str());
-    std::printf("  outputs:\n");
-    for (const auto& o : run.outputs) {
-        std::printf("    %-24s %-6s %s\n", o.name.c_str(), KindName(o.value.kind),
-                    ValuesText(o.value).c_str());
-    }
-    std::printf("  DynamicPub:");
-    for (const auto& p : run.dynamicPub) std::printf(" %s(%s)", p.param_name, p.type);
-    std::printf("\n  result manager:\n");
-    for (const auto& c : run.resultCalls) {
-        if (c.op == "SendResultInfoExist") {
-            std::printf("    %s(%d, %d, \"%s\", \"%s\")\n", c.op.c_str(), c.a, c.b,
-                        c.textCn.c_str(), c.textEn.c_str());
-        } else {
-            std::printf("    %s(%d, %d)\n", c.op.c_str(), c.a, c.b);
-        }
-    }
-    if (!run.log.empty()) std::printf("  log:\n");
-    for (const auto& line : run.log) {
-        std::printf("    %s",
-                    m_printer.colour ? line.text.c_str() : StripColour(line.text).c_str());
-    }
+    PrintRunStart(index, run);
+    PrintRunResult(run, m_printer.colour);
+    if (!run.log.empty()) Print("  log:\n");
+    PrintLog(run.log, "    ", m_printer.colour);
 }
 
 void Report::Finish() {

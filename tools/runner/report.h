@@ -2,6 +2,7 @@
 // with a stable schema for machines.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,7 +31,8 @@ class Report {
     // them to the diagnostics on standard error).
     void Init(const InitReport& init, const std::optional<Refusal>& refusal,
               const std::vector<Warning>& warnings);
-    void Run(int index, const RunReport& run, const std::optional<Refusal>& refusal,
+    // index: the run's place in the scenario's "runs", from 0.
+    void Run(size_t index, const RunReport& run, const std::optional<Refusal>& refusal,
              const std::vector<Warning>& warnings);
     void Finish();
 
@@ -40,7 +42,8 @@ class Report {
     std::unique_ptr<Json> m_json;
 };
 
-// Escapes control characters so that line breaks stay visible: \n, \r, \t, \xHH.
+// Escapes control characters so that line breaks stay visible (\n, \r, \t, \xHH), a
+// backslash as \\, and a byte of no well-formed UTF-8 sequence as \xHH.
 std::string Visible(const std::string& text);
 
 // Pieces shared with the check and test reports.
@@ -48,12 +51,16 @@ std::string Hex(int status);
 std::string StatusText(int status);  // "0xC0000004 (meaning)"
 const char* KindName(Value::Kind kind);
 std::string ValuesText(const Value& value);  // "[1, 2]", "\"a\"", ...
+// A value as a scenario writes it: {"int": [1, 2]}, {"string": "a"}, ...
+cJSON* ValueJson(const Value& value);
+// How every report names a run: runs[0], or runs[0] ("its name").
+std::string RunLabel(size_t index, const std::string& name);
 std::string StripColour(const std::string& text);
 cJSON* TablesJson(const Tables& tables);
 cJSON* RefusalJson(const Refusal& refusal);
 cJSON* WarningsJson(const std::vector<Warning>& warnings);
 void PrintTables(const Tables& tables);
-// Prints a JSON document on standard output and deletes it.
+// Prints a JSON document on standard output, UTF-8 safe (EscapeInvalidUtf8), and deletes it.
 void PrintJson(cJSON* root);
 
 }  // namespace preview

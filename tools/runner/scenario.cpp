@@ -285,6 +285,8 @@ bool LoadScenario(const std::string& path, Scenario& out, FileError& error) {
         error.message = reason;
         return false;
     }
+    // Bytes of no UTF-8 character come as \udcHH, as the reports write them.
+    text = ReadByteEscapes(text);
     JsonPtr root(cJSON_ParseWithOpts(text.c_str(), nullptr, 1));
     if (!root) {
         const JsonSyntax syntax = DescribeJsonError(text, cJSON_GetErrorPtr());

@@ -163,6 +163,10 @@ Tables Session::ReadTables() {
         DYNAMIC_PUBLISH_PARAM record{};
         if (m_module->GetDynamicSinglePublishParam(i, &record) == 0) {
             tables.publications.push_back(record);
+            if (std::find(m_outputNames.begin(), m_outputNames.end(), record.param_name) ==
+                m_outputNames.end()) {
+                m_outputNames.emplace_back(record.param_name);
+            }
         }
     }
     return tables;
@@ -202,68 +206,53 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
     return true;
 }
 
-bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
-    report.name = plan.name;
-    LogCapture capture(report.log);
-    const size_t callsBefore = standin::ResultCalls().size();
-
-    if (plan.newConfig && !WriteConfig(plan.newConfig->text)) {
-        error = "cannot write the replaced configuration";
-        return false;
+// Sets the run's parameter; with "CommandFormatV2Ensure" the module reads its
+// configuration again and the tables are read anew.
+void Session::SetParam(const RunSpec& plan, RunReport& report) {
+    report.paramStatus = m_module->SetParam(plan.paramName->c_str(), plan.paramValue.c_str(),
+                                            static_cast<int>(plan.paramValue.size()));
+    if (*plan.paramName == "CommandFormatV2Ensure") {
+        m_accepted = *report.paramStatus == 0;
+        report.rowsRead = static_cast<CFormatV2Module*>(m_module)->SubParamList.size();
+        m_tables = ReadTables();
+        report.tables = m_tables;
     }
-    if (plan.paramName) {
-        report.paramStatus = m_module->SetParam(plan.paramName->c_str(), plan.paramValue.c_str(),
-                                                static_cast<int>(plan.paramValue.size()));
-        if (*plan.paramName == "CommandFormatV2Ensure") {
-            m_accepted = *report.paramStatus == 0;
-            report.rowsRead = static_cast<CFormatV2Module*>(m_module)->SubParamList.size();
-            m_tables = ReadTables();
-            report.tables = m_tables;
-        }
-    }
+}
 
-    // Every publisher named by a subscription has a frame; each of its outputs is stored
-    // under the output's name, and input N is wired to entry N's publisher and output.
+// Every publisher named by a subscription has a frame; each of its outputs is stored under
+// the output's name, and input N is wired to entry N's publisher and output. False (with
+// error) for a value that no subscription of an accepted configuration reads.
+bool Session::Wire(const RunSpec& plan, standin::InputHandle& input, RunReport& report,
+                   std::string& error) {
     std::map<std::string, std::shared_ptr<CScFrame>> publishers;
-    standin::InputHandle input;
-    for (size_t i = 0; i < m_tables.subscriptions.size(); ++i) {
-        const DYNAMIC_SUBSCRIBE_PARAM& entry = m_tables.subscriptions[i];
+    std::vector<std::string> names;  // "publisher:output" of every subscription
+    for (const DYNAMIC_SUBSCRIBE_PARAM& entry : m_tables.subscriptions) {
         auto& frame = publishers[entry.pub.algo_name];
         if (!frame) frame = std::make_shared<CScFrame>();
         input.Bind(entry.sub.param_name, frame, entry.pub.param_name);
+        names.push_back(std::string(entry.pub.algo_name) + ":" + entry.pub.param_name);
     }
     for (const auto& [key, value] : plan.values) {
         const size_t colon = key.find(':');
-        const std::string publisher = key.substr(0, colon);
-        const std::string output = colon == std::string::npos ? "" : key.substr(colon + 1);
-        const bool subscribed = std::any_of(
-            m_tables.subscriptions.begin(), m_tables.subscriptions.end(), [&](const auto& e) {
-                return publisher == e.pub.algo_name && output == e.pub.param_name;
-            });
-        if (!subscribed && !m_accepted) {
+        if (std::find(names.begin(), names.end(), key) != names.end()) {
+            FillPublisherFrame(*publishers[key.substr(0, colon)], key.substr(colon + 1), value);
+        } else if (!m_accepted) {
             report.skippedValues.push_back(key);
-            continue;
-        }
-        if (!subscribed) {
-            std::vector<std::string> names;
-            for (const auto& e : m_tables.subscriptions) {
-                names.push_back(std::string(e.pub.algo_name) + ":" + e.pub.param_name);
-            }
+        } else {
             error = "values." + key + ": no subscription of the module reads this value" +
                     DidYouMean(ClosestWord(key, names));
             return false;
         }
-        FillPublisherFrame(*publishers[publisher], output, value);
     }
     if (plan.inputFrame) {
         input.frame = std::make_shared<CScFrame>();
         if (plan.imgMode) input.frame->IntTable["SINGLE_img_mode"] = *plan.imgMode;
     }
+    return true;
+}
 
-    standin::OutputHandle output;
-    report.status = m_module->Process(input.handle(), output.handle());
-
-    const CScFrame& out = *output.frame;
+// What the run left in its output frame and in the host's result manager.
+void Session::Collect(CScFrame& out, size_t callsBefore, RunReport& report) const {
     auto text = out.StringTable.find("SINGLE_param_status_string");
     report.verdict = text != out.StringTable.end() ? text->second : "";
     if (auto cn = out.StringTable.find("SINGLE_show_text_cn"); cn != out.StringTable.end()) {
@@ -279,13 +268,30 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
     AddOutputs(out.FloatListTable, Value::Kind::kFloat, true, report.outputs);
     AddOutputs(out.StringListTable, Value::Kind::kString, true, report.outputs);
     SortOutputs(report.outputs, m_tables);
-    if (auto* pubs = output.frame->getData<DynamicPubRecords>("DynamicPub", false)) {
+    report.outputNames = m_outputNames;
+    if (auto* pubs = out.getData<DynamicPubRecords>("DynamicPub", false)) {
         report.dynamicPub.assign(pubs->begin(), pubs->end());
     }
     const auto& calls = standin::ResultCalls();
     report.resultCalls.assign(calls.begin() + static_cast<std::ptrdiff_t>(callsBefore),
                               calls.end());
     for (auto& call : report.resultCalls) call.frame.reset();
+}
+
+bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
+    report.name = plan.name;
+    LogCapture capture(report.log);
+    const size_t callsBefore = standin::ResultCalls().size();
+    if (plan.newConfig && !WriteConfig(plan.newConfig->text)) {
+        error = "cannot write the replaced configuration";
+        return false;
+    }
+    if (plan.paramName) SetParam(plan, report);
+    standin::InputHandle input;
+    if (!Wire(plan, input, report, error)) return false;
+    standin::OutputHandle output;
+    report.status = m_module->Process(input.handle(), output.handle());
+    Collect(*output.frame, callsBefore, report);
     return true;
 }
 

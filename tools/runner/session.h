@@ -45,6 +45,9 @@ struct RunReport {
     std::string showTextCn;
     std::string showTextEn;
     std::vector<Output> outputs;
+    // Every output name of the publish tables read so far in the session (the first read and
+    // the re-reads), in the order first seen.
+    std::vector<std::string> outputNames;
     std::vector<DynamicPub> dynamicPub;
     std::vector<standin::ResultCall> resultCalls;
     std::vector<LogLine> log;
@@ -81,10 +84,15 @@ class Session {
     std::string m_workDir;
     CAbstractUserModule* m_module = nullptr;
     Tables m_tables;
+    std::vector<std::string> m_outputNames;  // RunReport::outputNames
     bool m_accepted = false;  // whether the configuration in force was accepted
 
     Tables ReadTables();
     bool WriteConfig(const std::string& text);
+    void SetParam(const RunSpec& plan, RunReport& report);
+    bool Wire(const RunSpec& plan, standin::InputHandle& input, RunReport& report,
+              std::string& error);
+    void Collect(CScFrame& out, size_t callsBefore, RunReport& report) const;
 };
 
 // A status in words.

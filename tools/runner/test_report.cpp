@@ -1,0 +1,154 @@
+#include "test_report.h"
+
+#include <cjson/cJSON.h>
+
+#include "diag.h"
+#include "report.h"
+
+namespace preview {
+namespace {
+
+std::string Plural(size_t n, const char* word) {
+    return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
+}
+
+std::string Place(const Outcome& o, int run) {
+    return run < 0 ? "first read" : RunLabel(static_cast<size_t>(run), o.runs[run].name);
+}
+
+std::string MismatchText(const Mismatch& m) {
+    return m.what + ": expected " + m.expected + ", got " + m.actual;
+}
+
+cJSON* Copy(const JsonPtr& json) {
+    return json ? cJSON_Duplicate(json.get(), 1) : cJSON_CreateNull();
+}
+
+}  // namespace
+
+cJSON* OutcomeJson(const Outcome& o) {
+    cJSON* entry = cJSON_CreateObject();
+    cJSON_AddStringToObject(entry, "file", o.file.c_str());
+    cJSON_AddBoolToObject(entry, "ok", o.Holds() || o.updated);
+    if (o.Broken()) {
+        cJSON_AddStringToObject(entry, "error", o.error.c_str());
+        return entry;
+    }
+    if (o.updated) cJSON_AddBoolToObject(entry, "updated", true);
+    cJSON_AddNumberToObject(entry, "runs", static_cast<double>(o.runs.size()));
+    cJSON_AddNumberToObject(entry, "checks", static_cast<double>(o.checks));
+    cJSON* mismatches = cJSON_AddArrayToObject(entry, "mismatches");
+    for (const Finding& f : o.found) {
+        cJSON* m = cJSON_CreateObject();
+        cJSON_AddItemToObject(m, "run",
+                              f.run >= 0 ? cJSON_CreateNumber(f.run) : cJSON_CreateNull());
+        cJSON_AddStringToObject(m, "name", f.run >= 0 ? o.runs[f.run].name.c_str() : "");
+        cJSON_AddStringToObject(m, "what", f.mismatch.what.c_str());
+        cJSON_AddItemToObject(m, "expected", Copy(f.mismatch.expectedJson));
+        cJSON_AddItemToObject(m, "actual", Copy(f.mismatch.actualJson));
+        if (!f.mismatch.note.empty()) cJSON_AddStringToObject(m, "note", f.mismatch.note.c_str());
+        cJSON_AddItemToArray(mismatches, m);
+    }
+    return entry;
+}
+
+void PrintOutcome(const Outcome& o, bool colour) {
+    if (o.Broken()) return;  // said on standard error, counted in the summary
+    const bool ok = o.Holds();
+    const char* word = ok ? "ok" : o.updated ? "updated" : "FAILED";
+    const char* on = colour ? (ok || o.updated ? "\033[32m" : "\033[1;31m") : "";
+    const char* off = colour ? "\033[0m" : "";
+    Print("%s: %s%s%s (%s, %s)\n", o.file.c_str(), on, word, off,
+          Plural(o.runs.size(), "run").c_str(), Plural(o.checks, "check").c_str());
+    for (const Finding& f : o.found) {
+        Print("  %s: %s\n", Place(o, f.run).c_str(), MismatchText(f.mismatch).c_str());
+    }
+}
+
+namespace {
+
+// Text for XML: markup characters as entities; control characters, which XML 1.0 cannot
+// hold, and bytes of no UTF-8 sequence as \xHH, as the text reports show them.
+std::string Xml(const std::string& text) {
+    std::string out;
+    for (char c : EscapeInvalidUtf8(text, Escape::kText)) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                const bool control = static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t';
+                out += control ? Visible(std::string(1, c)) : std::string(1, c);
+        }
+    }
+    return out;
+}
+
+// One testcase: its mismatches as one failure, the first in the message, all in the body.
+std::string TestCase(const std::string& suite, const std::string& name,
+                     const std::vector<const Mismatch*>& mismatches) {
+    std::string xml = "    <testcase classname=\"" + Xml(suite) + "\" name=\"" + Xml(name) + "\"";
+    if (mismatches.empty()) return xml + "/>\n";
+    std::string body;
+    for (const Mismatch* m : mismatches) body += MismatchText(*m) + "\n";
+    const std::string message = mismatches.size() == 1
+                                    ? MismatchText(*mismatches[0])
+                                    : Plural(mismatches.size(), "expectation") + " do not hold";
+    return xml + ">\n      <failure type=\"mismatch\" message=\"" + Xml(message) + "\">" +
+           Xml(body) + "</failure>\n    </testcase>\n";
+}
+
+std::string Counts(size_t tests, size_t failures, size_t errors) {
+    return " tests=\"" + std::to_string(tests) + "\" failures=\"" + std::to_string(failures) +
+           "\" errors=\"" + std::to_string(errors) + "\"";
+}
+
+std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t& errors) {
+    std::string cases;
+    size_t count = 0;
+    size_t failed = 0;
+    if (o.Broken()) {
+        cases = "    <testcase classname=\"" + Xml(o.file) + "\" name=\"scenario\">\n" +
+                "      <error message=\"" + Xml(o.error) + "\"/>\n    </testcase>\n";
+        count = 1;
+        ++errors;
+    }
+    for (int run = -1; !o.Broken() && run < static_cast<int>(o.runs.size()); ++run) {
+        std::vector<const Mismatch*> mine;
+        for (const Finding& f : o.found) {
+            if (f.run == run) mine.push_back(&f.mismatch);
+        }
+        if (run < 0 && mine.empty() && !o.scenario.expectInit) continue;
+        cases += TestCase(o.file, Place(o, run), mine);
+        ++count;
+        failed += mine.empty() ? 0 : 1;
+    }
+    tests += count;
+    failures += failed;
+    return "  <testsuite name=\"" + Xml(o.file) + "\"" + Counts(count, failed, o.Broken() ? 1 : 0) +
+           ">\n" + cases + "  </testsuite>\n";
+}
+
+}  // namespace
+
+std::string JUnitXml(const std::vector<Outcome>& outcomes) {
+    std::string suites;
+    size_t tests = 0;
+    size_t failures = 0;
+    size_t errors = 0;
+    for (const Outcome& o : outcomes) suites += TestSuite(o, tests, failures, errors);
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"formatv2_preview "
+           "test\"" +
+           Counts(tests, failures, errors) + ">\n" + suites + "</testsuites>\n";
+}
+
+}  // namespace preview
