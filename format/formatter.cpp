@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 
 #include "formatv2/guard.h"
 
@@ -280,6 +279,26 @@ bool RoundFractionLong(float f, size_t precision, char* digits) {
     return false;
 }
 
+// Whether RoundFractionLong(f, precision) reaches 1, without writing the digits: it does when
+// it rounds up and every digit is a 9.
+bool FractionCarries(float f, size_t precision) {
+    if (f == 0.0f) return false;
+    uint64_t mantissa;
+    int shift;
+    Decompose(f, mantissa, shift);
+    // Tiny fractions cannot carry, and digits beyond the exact ones are 0s.
+    if (shift > 60 || precision > static_cast<size_t>(shift)) return false;
+    const uint64_t mask = (uint64_t{1} << shift) - 1;
+    uint64_t rest = mantissa;
+    for (size_t i = 0; i < precision; ++i) {
+        rest *= 10;
+        if ((rest >> shift) != 9) return false;
+        rest &= mask;
+    }
+    const uint64_t half = uint64_t{1} << (shift - 1);
+    return rest > half || (rest == half && precision > 0);  // a last 9 is odd
+}
+
 // An int's text, laid out before a byte is written: the sign, zeros up to the width, the
 // digits (the width counts the sign).
 class IntText {
@@ -351,8 +370,10 @@ class FloatText {
                 ++integer_;
             }
         } else {
-            longDigits_.resize(fractionLength_);
-            if (RoundFractionLong(fraction, fractionLength_, &longDigits_[0])) ++integer_;
+            // The digits themselves are written with the text.
+            longFraction_ = true;
+            fraction_ = fraction;
+            if (FractionCarries(fraction, fractionLength_)) ++integer_;
         }
         integerLength_ = DecimalLength(integer_);
     }
@@ -372,7 +393,8 @@ class FloatText {
     size_t padded_ = 0;  // the integer digits with the width's zeros
     size_t fractionLength_ = 0;
     uint64_t shortDigits_ = 0;  // the fraction's digits up to kShortPrecision of them
-    std::string longDigits_;    // or all of them, beyond
+    bool longFraction_ = false;  // or more of them, from fraction_
+    float fraction_ = 0.0f;
     char whole_[48];            // a huge float's digits
     size_t length_ = 0;
 };
@@ -391,8 +413,8 @@ void FloatText::Write(char* out) const {
     if (negative_) out[0] = '-';
     *point = '.';
     char* end = point + 1 + fractionLength_;
-    if (!longDigits_.empty()) {
-        std::memcpy(point + 1, longDigits_.data(), fractionLength_);
+    if (longFraction_) {
+        RoundFractionLong(fraction_, fractionLength_, point + 1);
     } else if (shortDigits_ != 0) {
         WriteDecimal64(end, shortDigits_);  // leading zeros stay
     }
@@ -407,7 +429,7 @@ std::string TextOf(const Text& text) {
 }
 
 // Every formatter class fits one block (the largest, StringFormatter, is 104 bytes on a 64-bit
-// ABI). The spare blocks are plain thread-local pointers on purpose: thread-local storage with
+// ABI). The spare blocks are plain thread-local data on purpose: thread-local storage with
 // a destructor registers that destructor with the runtime, which then keeps the whole library
 // loaded until the thread ends, so a host's dlclose would unload nothing. A run holds one
 // formatter at a time (an array drops each cell's before it makes the next), so a few spare
@@ -419,44 +441,52 @@ struct FreeBlock {
     FreeBlock* next;
 };
 
-thread_local FreeBlock* tSpare = nullptr;
-thread_local unsigned tSpareCount = 0;
-thread_local unsigned tScopes = 0;  // FormatterBlockScope objects alive on the thread
+// One thread-local object rather than three variables: in a shared library each reaches its
+// thread's copy through a runtime call, and a cell frees and takes a block every time.
+struct SpareBlocks {
+    FreeBlock* head = nullptr;
+    unsigned count = 0;
+    unsigned scopes = 0;  // FormatterBlockScope objects alive on the thread
+};
+thread_local SpareBlocks tBlocks;
 
 }  // namespace
 
 void* CFormatter::operator new(std::size_t size) {
     if (size > kBlockSize) return ::operator new(size);
-    if (tSpare == nullptr) return ::operator new(kBlockSize);
-    FreeBlock* block = tSpare;
-    tSpare = block->next;
-    --tSpareCount;
+    SpareBlocks& spares = tBlocks;
+    FreeBlock* block = spares.head;
+    if (block == nullptr) return ::operator new(kBlockSize);
+    spares.head = block->next;
+    --spares.count;
     return block;
 }
 
 void CFormatter::operator delete(void* block, std::size_t size) noexcept {
-    if (size > kBlockSize || tScopes == 0 || tSpareCount >= kMaxSpareBlocks) {
+    SpareBlocks& spares = tBlocks;
+    if (size > kBlockSize || spares.scopes == 0 || spares.count >= kMaxSpareBlocks) {
         ::operator delete(block);
         return;
     }
     FreeBlock* spare = static_cast<FreeBlock*>(block);
-    spare->next = tSpare;
-    tSpare = spare;
-    ++tSpareCount;
+    spare->next = spares.head;
+    spares.head = spare;
+    ++spares.count;
 }
 
 FormatterBlockScope::FormatterBlockScope() noexcept {
-    ++tScopes;
+    ++tBlocks.scopes;
 }
 
 FormatterBlockScope::~FormatterBlockScope() {
-    if (--tScopes != 0) return;
-    while (tSpare != nullptr) {
-        FreeBlock* block = tSpare;
-        tSpare = block->next;
+    SpareBlocks& spares = tBlocks;
+    if (--spares.scopes != 0) return;
+    while (spares.head != nullptr) {
+        FreeBlock* block = spares.head;
+        spares.head = block->next;
         ::operator delete(block);
     }
-    tSpareCount = 0;
+    spares.count = 0;
 }
 
 // format() never fails: memory exhausted while building a text gives "".
@@ -474,9 +504,9 @@ std::string StringFormatter::format() {
     return GuardedOr([&] { return m_value; }, [] { return std::string(); });
 }
 
-// The same texts written straight into a larger one. Laying a text out cannot fail but for a
-// float's long fraction, which then gives an empty text, as format() does; the room the text
-// takes comes from out, whose growth failing ends the caller's work.
+// The same texts written straight into a larger one. Only memory can run out here (out's
+// growth, or the buffer printf writes a tiny fraction's digits into), and that ends the
+// caller's work rather than giving an empty text.
 void IntFormatter::AppendTo(TextBuilder& out) const {
     const IntText text(m_value, m_strFormat);
     text.Write(out.Zeros(text.length()));
@@ -484,10 +514,9 @@ void IntFormatter::AppendTo(TextBuilder& out) const {
 }
 
 void FloatFormatter::AppendTo(TextBuilder& out) const {
-    std::optional<FloatText> text;
-    if (!Guarded([&] { text.emplace(m_value, m_strFormat); })) return;
-    text->Write(out.Zeros(text->length()));
-    out.Commit(text->length());
+    const FloatText text(m_value, m_strFormat);
+    text.Write(out.Zeros(text.length()));
+    out.Commit(text.length());
 }
 
 void StringFormatter::AppendTo(TextBuilder& out) const {
