@@ -10,8 +10,8 @@
 #include <new>
 #include <stdexcept>
 #include <string>
-#include <typeindex>
 #include <type_traits>
+#include <typeindex>
 #include <typeinfo>
 #include <utility>
 #include <vector>

@@ -392,10 +392,10 @@ class FloatText {
     size_t integerLength_ = 0;
     size_t padded_ = 0;  // the integer digits with the width's zeros
     size_t fractionLength_ = 0;
-    uint64_t shortDigits_ = 0;  // the fraction's digits up to kShortPrecision of them
+    uint64_t shortDigits_ = 0;   // the fraction's digits up to kShortPrecision of them
     bool longFraction_ = false;  // or more of them, from fraction_
     float fraction_ = 0.0f;
-    char whole_[48];            // a huge float's digits
+    char whole_[48];  // a huge float's digits
     size_t length_ = 0;
 };
 

@@ -175,7 +175,7 @@ TEST(Formatter, BlocksAreReusedWithinAScopeUpToTheCap) {
     {
         const FormatterBlockScope run;
         EXPECT_EQ(secondRound(3), 0);
-        EXPECT_EQ(secondRound(12), 4);  // eight were kept
+        EXPECT_EQ(secondRound(12), 4);         // eight were kept
         { const FormatterBlockScope nested; }  // its end hands nothing back
         EXPECT_EQ(secondRound(8), 0);
     }
