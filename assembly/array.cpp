@@ -3,8 +3,8 @@
 // formatter. Each cell is followed by its field's separator, except the very last one.
 #include <algorithm>
 #include <cstring>
-#include <optional>
 
+#include "assembly/array_text.h"
 #include "assembly/element_kind.h"
 #include "formatv2/formatv2.h"
 #include "formatv2/module_log.h"
@@ -35,56 +35,24 @@ bool ReadField(const std::string& key, const std::unordered_map<std::string, T>&
     return false;
 }
 
-// The item text, written into a string sized ahead rather than appended to: a cell and its
-// separator are a few bytes each, and the library's general append costs more than copying
-// them. The string grows by doubling when the room falls short, and is cut to what was
-// written at the end.
-class CellText {
-  public:
-    explicit CellText(size_t room) { text_.resize(room); }
-    void Append(const std::string& piece) {
-        const size_t n = piece.size();
-        // Room for a whole block beyond the piece lets short pieces go as one fixed 16-byte
-        // copy instead of a call. Reading 16 bytes of a piece stays inside its storage: a
-        // short string keeps a 16-byte buffer, a longer one at least 17 bytes of heap.
-        if (text_.size() - used_ < n + kBlock) {
-            text_.resize(std::max(2 * text_.size(), used_ + n + kBlock));
-        }
-        char* out = &text_[0] + used_;
-        if (n <= kBlock) {
-            std::memcpy(out, piece.data(), kBlock);
-        } else {
-            std::memcpy(out, piece.data(), n);
-        }
-        used_ += n;
-    }
-    std::string Take() {
-        text_.resize(used_);
-        return std::move(text_);
-    }
-
-  private:
-    static constexpr size_t kBlock = 16;
-    std::string text_;
-    size_t used_ = 0;
-};
-
-template <typename T>
-std::unique_ptr<CFormatter> CellOf(const Any& list, size_t row, const std::string& format,
-                                   const std::string& separator) {
+// One cell: its formatter made, its text and separator written, the formatter dropped (so its
+// block serves the next cell). The formatter's own kind is known here, so its text goes
+// straight into the item's text instead of through a string of its own.
+template <typename T, typename Formatter>
+void AppendCell(TextBuilder& text, const Any& list, size_t row, const std::string& format,
+                const std::string& separator) {
     const std::vector<T>& values = list.Held<std::vector<T>>();  // the kind was told first
-    if (row < values.size()) return createFormatter<T>(values[row], format, separator);
-    return createFormatter<std::string>(std::string(), format, separator);
+    if (row < values.size()) {
+        const std::unique_ptr<CFormatter> cell = createFormatter<T>(values[row], format, separator);
+        static_cast<const Formatter&>(*cell).AppendTo(text);
+        text.Append(cell->m_strSeparator);
+    } else {
+        const std::unique_ptr<CFormatter> cell =
+            createFormatter<std::string>(std::string(), format, separator);
+        static_cast<const StringFormatter&>(*cell).AppendTo(text);
+        text.Append(cell->m_strSeparator);
+    }
 }
-
-// A cell's formatter with the text it gave, made in place (never moved: moving a short text
-// copies its bytes).
-struct FormattedCell {
-    explicit FormattedCell(std::unique_ptr<CFormatter> formatter)
-        : cell(std::move(formatter)), text(cell->format()) {}
-    std::unique_ptr<CFormatter> cell;
-    std::string text;
-};
 
 }  // namespace
 
@@ -157,60 +125,7 @@ int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& i
         }
         inputIndex += static_cast<int>(fieldCount);
 
-        // The element type of every field list, told once rather than per cell. Every list
-        // holds one of the three element types: a field of no type reads as an empty text list.
-        std::vector<ElementKind> kinds(fieldCount);
-        // The text's room follows the cells that really hold an element (a short number
-        // each) and the separators that every row carries, so a sparse layout, one long
-        // field beside many empty ones, asks for no more than it will fill.
-        size_t room = 0;
-        for (size_t j = 0; j < fieldCount; ++j) {
-            kinds[j] = lists[j].Is<IntList>()     ? ElementKind::kInt
-                       : lists[j].Is<FloatList>() ? ElementKind::kFloat
-                                                  : ElementKind::kString;
-            room += ListLength(lists[j]) * kCellGuess +
-                    static_cast<size_t>(rows) * fields[j].Separator.size();
-        }
-        CellText cells(room);
-
-        // Each cell's formatter is made, asked for its text and released in turn: the text is
-        // the same as from a list of all cells joined afterwards, without holding them all.
-        // A cell's text is appended one cell late. A text just written a few bytes at a time
-        // and read back at once as one block stalls the processor until the writes land;
-        // formatting the next cell first gives them that time.
-        static const std::string kNoSeparator;
-        std::optional<FormattedCell> made[2];
-        size_t k = 0;
-        for (size_t r = 0; r < static_cast<size_t>(rows); ++r) {
-            for (size_t j = 0; j < fieldCount; ++j, ++k) {
-                const std::string& format = fields[j].SubParam.type;
-                const bool last = (r + 1 == static_cast<size_t>(rows) && j + 1 == fieldCount);
-                const std::string& separator = last ? kNoSeparator : fields[j].Separator;
-                std::optional<FormattedCell>& cell = made[k & 1];
-                cell.reset();  // its block serves the new cell
-                switch (kinds[j]) {
-                    case ElementKind::kInt:
-                        cell.emplace(CellOf<int>(lists[j], r, format, separator));
-                        break;
-                    case ElementKind::kFloat:
-                        cell.emplace(CellOf<float>(lists[j], r, format, separator));
-                        break;
-                    default:
-                        cell.emplace(CellOf<std::string>(lists[j], r, format, separator));
-                        break;
-                }
-                if (const std::optional<FormattedCell>& before = made[(k + 1) & 1]) {
-                    cells.Append(before->text);
-                    cells.Append(before->cell->m_strSeparator);
-                }
-            }
-        }
-        if (k > 0) {
-            const FormattedCell& final = *made[(k - 1) & 1];
-            cells.Append(final.text);
-            cells.Append(final.cell->m_strSeparator);
-        }
-        text = cells.Take();
+        text = ArrayText(fields, lists, static_cast<size_t>(rows));
     }
 
     section.SubParam.type = "%s";
@@ -219,4 +134,47 @@ int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& i
     value.push_back(std::move(text));
     section.Value = std::move(value);
     return 0;
+}
+
+std::string ArrayText(const std::vector<DataField>& fields, const std::vector<Any>& lists,
+                      size_t rows) {
+    const size_t fieldCount = fields.size();
+    // The element type of every field list, told once rather than per cell; arrays of more
+    // fields than kFewFields are rare enough to pay for a list of their own.
+    constexpr size_t kFewFields = 16;
+    ElementKind few[kFewFields];
+    std::vector<ElementKind> many(fieldCount > kFewFields ? fieldCount : 0);
+    ElementKind* kinds = fieldCount > kFewFields ? many.data() : few;
+    // The text's room follows the cells that really hold an element (a short number
+    // each) and the separators that every row carries, so a sparse layout, one long
+    // field beside many empty ones, asks for no more than it will fill.
+    size_t room = 0;
+    for (size_t j = 0; j < fieldCount; ++j) {
+        kinds[j] = lists[j].Is<IntList>()     ? ElementKind::kInt
+                   : lists[j].Is<FloatList>() ? ElementKind::kFloat
+                                              : ElementKind::kString;
+        room += ListLength(lists[j]) * kCellGuess + rows * fields[j].Separator.size();
+    }
+    TextBuilder text(room);
+
+    static const std::string kNoSeparator;
+    for (size_t r = 0; r < rows; ++r) {
+        for (size_t j = 0; j < fieldCount; ++j) {
+            const std::string& format = fields[j].SubParam.type;
+            const bool last = (r + 1 == rows && j + 1 == fieldCount);
+            const std::string& separator = last ? kNoSeparator : fields[j].Separator;
+            switch (kinds[j]) {
+                case ElementKind::kInt:
+                    AppendCell<int, IntFormatter>(text, lists[j], r, format, separator);
+                    break;
+                case ElementKind::kFloat:
+                    AppendCell<float, FloatFormatter>(text, lists[j], r, format, separator);
+                    break;
+                default:
+                    AppendCell<std::string, StringFormatter>(text, lists[j], r, format, separator);
+                    break;
+            }
+        }
+    }
+    return text.Take();
 }

@@ -18,11 +18,17 @@ template <typename T, typename Getter>
 static int FetchSubscribed(CFormatV2Module& module, void* frame, DataSection& section,
                            const std::string& inputName, Getter getter, const char* typeName) {
     const int ModuleId = module.ModuleId;  // read by the log macros
+    // The list the item held is emptied and handed to the host to fill: its storage serves
+    // again, where a new list would take a new heap block per item and run.
+    std::vector<T> elements;
+    if (section.Value.Is<std::vector<T>>()) {
+        elements = std::move(section.Value.AnyCast<std::vector<T>>());
+        elements.clear();
+    }
     section.Value.reset();
 
     int count = 0;
     T single{};
-    std::vector<T> elements;
     if (getter(frame, inputName, count, single, elements) != 0) {
         FV2_ERR("get subsribe[%s] %s data err.\n", inputName.c_str(), typeName);
         return kErrNotDelivered;

@@ -3,11 +3,14 @@
 // item carries its values from assembly to publishing.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <typeindex>
 #include <typeinfo>
 #include <utility>
@@ -32,11 +35,18 @@ enum FORMAT_V2_VARIATE_TYPE : int32_t {
 std::string GetVariateTypeStr(FORMAT_V2_VARIATE_TYPE type);
 
 // Owning holder of one value of any copyable type; copies are deep.
+//
+// A value that fits (the three lists do) is held in the Any's own storage rather than on the
+// heap: every item replaces its value in every run, and an array reads a list per field, so a
+// heap block per value was a fifth of a run's allocations. holder then points into that
+// storage, and its deleter only destroys the value there; a moved Any moves the value itself.
 class Any {
   public:
     struct Base {
         virtual ~Base() = default;
         virtual std::unique_ptr<Base> Clone() const = 0;
+        // Moves the value into a new holder made at place (another Any's storage).
+        virtual Base* MoveTo(void* place) noexcept = 0;
     };
 
     template <typename T>
@@ -44,23 +54,39 @@ class Any {
         template <typename U>
         explicit Derived(U&& v) : value(std::forward<U>(v)) {}
         std::unique_ptr<Base> Clone() const override { return std::make_unique<Derived<T>>(value); }
+        Base* MoveTo(void* place) noexcept override {
+            return ::new (place) Derived<T>(std::move(value));
+        }
         T value;
     };
+
+    // Deletes a holder from the heap; one in its Any's storage is only destroyed.
+    struct Release {
+        bool inPlace;  // false in a value-initialised (empty or heap) holder
+        void operator()(Base* base) const noexcept {
+            if (inPlace) {
+                base->~Base();
+            } else {
+                delete base;
+            }
+        }
+    };
+    using Holder = std::unique_ptr<Base, Release>;
 
     Any() : typeIndex(typeid(void)) {}
 
     template <typename U, typename T = std::decay_t<U>,
               typename = std::enable_if_t<!std::is_same<T, Any>::value>>
     Any(U&& value)  // NOLINT(google-explicit-constructor): holds any value, like std::any
-        : holder(std::make_unique<Derived<T>>(std::forward<U>(value))), typeIndex(typeid(T)) {}
+        : holder(Make<T>(std::forward<U>(value))), typeIndex(typeid(T)) {}
 
     Any(const Any& other)
-        : holder(other.holder ? other.holder->Clone() : nullptr), typeIndex(other.typeIndex) {}
+        : holder(other.holder ? Holder(other.holder->Clone().release()) : Holder()),
+          typeIndex(other.typeIndex) {}
     // A moved-from Any is empty: its type goes with the holder, so a later cast fails
     // cleanly instead of reaching a missing holder.
-    Any(Any&& other) noexcept : holder(std::move(other.holder)), typeIndex(other.typeIndex) {
-        other.typeIndex = typeid(void);
-    }
+    Any(Any&& other) noexcept : typeIndex(typeid(void)) { Take(other); }
+    ~Any() { holder.reset(); }  // before the storage it may live in
 
     Any& operator=(const Any& other) {
         if (this != &other) *this = Any(other);
@@ -68,9 +94,8 @@ class Any {
     }
     Any& operator=(Any&& other) noexcept {
         if (this != &other) {  // moved into itself, it keeps its value
-            holder = std::move(other.holder);
-            typeIndex = other.typeIndex;
-            other.typeIndex = typeid(void);
+            holder.reset();
+            Take(other);
         }
         return *this;
     }
@@ -109,8 +134,40 @@ class Any {
         return static_cast<Derived<T>*>(holder.get())->value;
     }
 
-    std::unique_ptr<Base> holder;
+    Holder holder;
     std::type_index typeIndex;
+
+  private:
+    // Room for a holder of a vector (its table pointer and the vector's three pointers).
+    static constexpr size_t kStorage = 4 * sizeof(void*);
+
+    template <typename T>
+    static constexpr bool kFitsInPlace = sizeof(Derived<T>) <= kStorage &&
+                                         alignof(Derived<T>) <= alignof(std::max_align_t) &&
+                                         std::is_nothrow_move_constructible<T>::value;
+
+    template <typename T, typename U>
+    Holder Make(U&& value) {
+        if constexpr (kFitsInPlace<T>) {
+            return Holder(::new (storage_) Derived<T>(std::forward<U>(value)), Release{true});
+        } else {
+            return Holder(new Derived<T>(std::forward<U>(value)));
+        }
+    }
+
+    // other's value and type, other left empty; this holds nothing before.
+    void Take(Any& other) noexcept {
+        if (other.holder && other.holder.get_deleter().inPlace) {
+            holder = Holder(other.holder->MoveTo(storage_), Release{true});
+            other.holder.reset();
+        } else {
+            holder = std::move(other.holder);
+        }
+        typeIndex = other.typeIndex;
+        other.typeIndex = typeid(void);
+    }
+
+    alignas(std::max_align_t) unsigned char storage_[kStorage];
 };
 
 using IntList = std::vector<int32_t>;

@@ -70,19 +70,40 @@ void ScanWidth(const char* s, int& width, int* precision) {
 // their numbers here instead of scanning again. Plain data, so the thread-local storage needs
 // no destructor (see the spare blocks below).
 struct ScanMemo {
-    char text[16];
-    size_t length = sizeof text;  // no text memoised yet
+    size_t length = SIZE_MAX;  // no text memoised yet
+    uint64_t key[2] = {0, 0};
     int width = 0;
     int precision = 0;
 };
 thread_local ScanMemo tIntScan, tFloatScan;
 
-// A few bytes compared in line: a call to memcmp costs more than the comparison.
-bool SameShort(const char* a, const char* b, size_t length) {
-    for (size_t i = 0; i < length; ++i) {
-        if (a[i] != b[i]) return false;
+// The memo holds texts of up to kMemoLength bytes.
+constexpr size_t kMemoLength = 16;
+
+// A text of up to kMemoLength bytes as two numbers that are equal, for texts of one length,
+// exactly when the texts are: two overlapping reads cover every byte, and nothing beyond the
+// text is read. Cheaper than comparing byte by byte, and than a call to memcmp.
+template <typename Word>
+void ReadOverlapping(const char* text, size_t length, uint64_t (&key)[2]) {
+    Word first;
+    Word last;
+    std::memcpy(&first, text, sizeof first);
+    std::memcpy(&last, text + length - sizeof last, sizeof last);
+    key[0] = first;
+    key[1] = last;
+}
+
+void KeyOf(const char* text, size_t length, uint64_t (&key)[2]) {
+    if (length >= 8) {
+        ReadOverlapping<uint64_t>(text, length, key);
+    } else if (length >= 4) {
+        ReadOverlapping<uint32_t>(text, length, key);
+    } else if (length >= 2) {
+        ReadOverlapping<uint16_t>(text, length, key);
+    } else {
+        key[0] = length == 1 ? static_cast<unsigned char>(text[0]) : 0;
+        key[1] = 0;
     }
-    return true;
 }
 
 // ScanWidth, remembered in memo; format texts longer than the memo holds are always scanned.
@@ -90,8 +111,8 @@ __attribute__((noinline)) void ScanAndRemember(ScanMemo& memo, const std::string
                                                int& width, int* precision) {
     ScanWidth(format.c_str(), width, precision);
     const size_t length = format.size();
-    if (length < sizeof memo.text) {
-        std::memcpy(memo.text, format.data(), length);
+    if (length <= kMemoLength) {
+        KeyOf(format.data(), length, memo.key);
         memo.length = length;
         memo.width = width;
         memo.precision = precision != nullptr ? *precision : 0;
@@ -103,10 +124,14 @@ __attribute__((noinline)) void ScanAndRemember(ScanMemo& memo, const std::string
 inline void ScanFormat(const std::string& format, int& width, int* precision) {
     ScanMemo& memo = precision == nullptr ? tIntScan : tFloatScan;
     const size_t length = format.size();
-    if (length == memo.length && SameShort(format.data(), memo.text, length)) {
-        width = memo.width;
-        if (precision != nullptr) *precision = memo.precision;
-        return;
+    if (length == memo.length) {  // never true for a text longer than kMemoLength
+        uint64_t key[2];
+        KeyOf(format.data(), length, key);
+        if (key[0] == memo.key[0] && key[1] == memo.key[1]) {
+            width = memo.width;
+            if (precision != nullptr) *precision = memo.precision;
+            return;
+        }
     }
     ScanAndRemember(memo, format, width, precision);
 }
@@ -115,16 +140,37 @@ size_t BoundedWidth(int width) {
     return static_cast<size_t>(std::clamp(width, 0, kFormatterMaxWidth));
 }
 
-constexpr uint64_t kPowersOfTen[] = {1,         10,         100,         1000,
-                                     10000,     100000,     1000000,     10000000,
-                                     100000000, 1000000000, 10000000000, 100000000000};
+constexpr uint64_t kPowersOfTen[] = {1ULL,
+                                     10ULL,
+                                     100ULL,
+                                     1000ULL,
+                                     10000ULL,
+                                     100000ULL,
+                                     1000000ULL,
+                                     10000000ULL,
+                                     100000000ULL,
+                                     1000000000ULL,
+                                     10000000000ULL,
+                                     100000000000ULL,
+                                     1000000000000ULL,
+                                     10000000000000ULL,
+                                     100000000000000ULL,
+                                     1000000000000000ULL,
+                                     10000000000000000ULL,
+                                     100000000000000000ULL,
+                                     1000000000000000000ULL,
+                                     10000000000000000000ULL};
 // Fractions rounded to at most this many digits take the one-multiplication path.
 constexpr size_t kShortPrecision = 11;
 
+// The number of decimal digits, without a loop whose length the branch predictor would have
+// to guess: the bit length gives the digit count or one more, and one comparison settles it.
+// (0 counts as one digit, as 1 does.)
 size_t DecimalLength(uint64_t value) {
-    size_t length = 1;
-    for (uint64_t bound = 10; length < 20 && value >= bound; bound *= 10) ++length;
-    return length;
+    value |= 1;
+    const int bits = 64 - __builtin_clzll(value);
+    const size_t guess = static_cast<size_t>((bits * 1233) >> 12);  // bits * log10(2), <= 19
+    return guess + (value >= kPowersOfTen[guess] ? 1 : 0);
 }
 
 // Writes value's digits so that they end just before end, two at a time. Values that fit 32
@@ -233,100 +279,161 @@ bool RoundFractionLong(float f, size_t precision, char* digits) {
     return false;
 }
 
-// length zeros: a short text is copied from a constant, which the compiler does in line,
-// rather than filled by the library's out-of-line constructor.
-std::string Zeros(size_t length) {
-    static constexpr char kZeros[] = "000000000000000";  // as long as the in-place buffer
-    return length < sizeof kZeros ? std::string(kZeros, length) : std::string(length, '0');
+// Whether RoundFractionLong(f, precision) reaches 1, without writing the digits: it does when
+// it rounds up and every digit is a 9.
+bool FractionCarries(float f, size_t precision) {
+    if (f == 0.0f) return false;
+    uint64_t mantissa;
+    int shift;
+    Decompose(f, mantissa, shift);
+    // Tiny fractions cannot carry, and digits beyond the exact ones are 0s.
+    if (shift > 60 || precision > static_cast<size_t>(shift)) return false;
+    const uint64_t mask = (uint64_t{1} << shift) - 1;
+    uint64_t rest = mantissa;
+    for (size_t i = 0; i < precision; ++i) {
+        rest *= 10;
+        if ((rest >> shift) != 9) return false;
+        rest &= mask;
+    }
+    const uint64_t half = uint64_t{1} << (shift - 1);
+    return rest > half || (rest == half && precision > 0);  // a last 9 is odd
 }
 
-// Each text is made at its final length and returned as made (no assignment into an existing
-// string, which goes through the library's general replace).
-std::string FormatInt(int value, const std::string& format) {
-    int width = 0;
-    ScanFormat(format, width, nullptr);
+// An int's text, laid out before a byte is written: the sign, zeros up to the width, the
+// digits (the width counts the sign).
+class IntText {
+  public:
+    IntText(int value, const std::string& format) {
+        int width = 0;
+        ScanFormat(format, width, nullptr);
+        negative_ = value < 0;
+        magnitude_ = negative_ ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+        digits_ = DecimalLength(magnitude_);
+        length_ = std::max(digits_ + negative_, BoundedWidth(width));
+    }
+    size_t length() const { return length_; }
+    // out holds length() '0' characters, which the padding keeps.
+    void Write(char* out) const {
+        WriteDecimal(out + length_, magnitude_);
+        if (negative_) out[0] = '-';
+    }
 
-    const bool negative = value < 0;
-    const uint32_t magnitude =
-        negative ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
-    const size_t length = std::max(DecimalLength(magnitude) + negative, BoundedWidth(width));
-    std::string text = Zeros(length);
-    WriteDecimal(&text[0] + length, magnitude);
-    if (negative) text[0] = '-';
-    return text;
-}
+  private:
+    bool negative_;
+    uint32_t magnitude_;
+    size_t digits_;
+    size_t length_;
+};
 
-// A float of 2^64 or more: every such float is whole, and printf gives its exact digits (at
-// most 39).
-std::string LayOutHugeFloat(bool negative, float magnitude, size_t widthLength,
-                            size_t fractionLength) {
-    char whole[48];
-    const int n = std::snprintf(whole, sizeof whole, "%.0f", static_cast<double>(magnitude));
-    const size_t wholeLength =
-        static_cast<size_t>(std::clamp(n, 1, static_cast<int>(sizeof whole) - 1));
-    const size_t padded = std::max(wholeLength, widthLength);
-    std::string text(negative + padded + 1 + fractionLength, '0');
-    if (negative) text[0] = '-';
-    std::memcpy(&text[negative + padded - wholeLength], whole, wholeLength);
-    text[negative + padded] = '.';
-    return text;
-}
-
-// A float below 2^64: integer digits padded to the width, the point, the rounded fraction.
-std::string LayOutFloat(bool negative, float magnitude, size_t widthLength, size_t fractionLength) {
-    uint64_t integer = static_cast<uint64_t>(magnitude);
-    const float fraction = magnitude - static_cast<float>(integer);
-    // The rounding is settled before the text is laid out, since a carry can lengthen
-    // the integer digits.
-    uint64_t shortDigits = 0;
-    std::string longDigits;
-    if (fractionLength <= kShortPrecision) {
-        shortDigits = RoundFractionShort(fraction, fractionLength);
-        if (shortDigits == kPowersOfTen[fractionLength]) {
-            shortDigits = 0;
-            ++integer;
+// A float's text, laid out before a byte is written: the sign, the integer digits padded to
+// the width, the point, the rounded fraction. The rounding is settled first, since a carry
+// can lengthen the integer digits.
+class FloatText {
+  public:
+    FloatText(float value, const std::string& format) {
+        if (std::isnan(value)) {
+            literal_ = "nan";
+        } else if (std::isinf(value)) {
+            literal_ = value < 0 ? "-inf" : "inf";
         }
-    } else {
-        longDigits.resize(fractionLength);
-        if (RoundFractionLong(fraction, fractionLength, &longDigits[0])) ++integer;
+        if (literal_ != nullptr) {
+            length_ = std::strlen(literal_);
+            return;
+        }
+        int width = 0;
+        int precision = 0;
+        ScanFormat(format, width, &precision);
+        negative_ = value < 0;  // -0.0 is not, and gets no sign
+        fractionLength_ = BoundedWidth(precision);
+        const float magnitude = std::fabs(value);
+        if (magnitude >= 18446744073709551616.0f) {  // 2^64
+            LayOutHuge(magnitude);
+        } else {
+            LayOut(magnitude);
+        }
+        padded_ = std::max(integerLength_, BoundedWidth(width));
+        length_ = negative_ + padded_ + 1 + fractionLength_;
+    }
+    size_t length() const { return length_; }
+    // out holds length() '0' characters, which the padding and a zero fraction keep.
+    void Write(char* out) const;
+
+  private:
+    // Below 2^64: the integer part and the fraction rounded on their own.
+    void LayOut(float magnitude) {
+        integer_ = static_cast<uint64_t>(magnitude);
+        const float fraction = magnitude - static_cast<float>(integer_);
+        if (fractionLength_ <= kShortPrecision) {
+            shortDigits_ = RoundFractionShort(fraction, fractionLength_);
+            if (shortDigits_ == kPowersOfTen[fractionLength_]) {
+                shortDigits_ = 0;
+                ++integer_;
+            }
+        } else {
+            // The digits themselves are written with the text.
+            longFraction_ = true;
+            fraction_ = fraction;
+            if (FractionCarries(fraction, fractionLength_)) ++integer_;
+        }
+        integerLength_ = DecimalLength(integer_);
+    }
+    // 2^64 or more: every such float is whole, and printf gives its exact digits (at most
+    // 39); the fraction is all zeros.
+    void LayOutHuge(float magnitude) {
+        const int n = std::snprintf(whole_, sizeof whole_, "%.0f", static_cast<double>(magnitude));
+        integerLength_ = static_cast<size_t>(std::clamp(n, 1, static_cast<int>(sizeof whole_) - 1));
+        huge_ = true;
     }
 
-    const size_t padded = std::max(DecimalLength(integer), widthLength);
-    std::string text = Zeros(negative + padded + 1 + fractionLength);
-    if (negative) text[0] = '-';
-    char* point = &text[negative + padded];
-    WriteDecimal64(point, integer);
-    *point = '.';
-    if (!longDigits.empty()) {
-        std::memcpy(point + 1, longDigits.data(), fractionLength);
-    } else if (shortDigits != 0) {
-        WriteDecimal64(point + 1 + fractionLength, shortDigits);  // leading zeros stay
+    const char* literal_ = nullptr;  // "nan", "inf" or "-inf", unpadded
+    bool negative_ = false;
+    bool huge_ = false;
+    uint64_t integer_ = 0;
+    size_t integerLength_ = 0;
+    size_t padded_ = 0;  // the integer digits with the width's zeros
+    size_t fractionLength_ = 0;
+    uint64_t shortDigits_ = 0;   // the fraction's digits up to kShortPrecision of them
+    bool longFraction_ = false;  // or more of them, from fraction_
+    float fraction_ = 0.0f;
+    char whole_[48];  // a huge float's digits
+    size_t length_ = 0;
+};
+
+void FloatText::Write(char* out) const {
+    if (literal_ != nullptr) {
+        std::memcpy(out, literal_, length_);
+        return;
     }
-    return text;
+    char* point = out + negative_ + padded_;
+    if (huge_) {
+        std::memcpy(point - integerLength_, whole_, integerLength_);
+    } else {
+        WriteDecimal64(point, integer_);
+    }
+    if (negative_) out[0] = '-';
+    *point = '.';
+    char* end = point + 1 + fractionLength_;
+    if (longFraction_) {
+        RoundFractionLong(fraction_, fractionLength_, point + 1);
+    } else if (shortDigits_ != 0) {
+        WriteDecimal64(end, shortDigits_);  // leading zeros stay
+    }
 }
 
-// The layouts are functions of their own so that each returns one named text, which the
-// compiler then builds in the caller's place instead of moving it out.
-std::string FormatFloat(float value, const std::string& format) {
-    if (std::isnan(value)) return "nan";
-    if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
-
-    int width = 0;
-    int precision = 0;
-    ScanFormat(format, width, &precision);
-    const bool negative = value < 0;  // -0.0 is not, and gets no sign
-    const float magnitude = std::fabs(value);
-    if (magnitude >= 18446744073709551616.0f) {  // 2^64
-        return LayOutHugeFloat(negative, magnitude, BoundedWidth(width), BoundedWidth(precision));
-    }
-    return LayOutFloat(negative, magnitude, BoundedWidth(width), BoundedWidth(precision));
+// A laid-out text as a string of its own, made at its final length and returned as made.
+template <typename Text>
+std::string TextOf(const Text& text) {
+    std::string made(text.length(), '0');
+    text.Write(&made[0]);
+    return made;
 }
 
 // Every formatter class fits one block (the largest, StringFormatter, is 104 bytes on a 64-bit
-// ABI). The spare blocks are plain thread-local pointers on purpose: thread-local storage with
+// ABI). The spare blocks are plain thread-local data on purpose: thread-local storage with
 // a destructor registers that destructor with the runtime, which then keeps the whole library
-// loaded until the thread ends, so a host's dlclose would unload nothing. A run holds at most
-// two formatters at a time, so a few spare blocks are all the reuse there is.
+// loaded until the thread ends, so a host's dlclose would unload nothing. A run holds one
+// formatter at a time (an array drops each cell's before it makes the next), so a few spare
+// blocks are all the reuse there is.
 constexpr std::size_t kBlockSize = 128;
 constexpr unsigned kMaxSpareBlocks = 8;
 
@@ -334,56 +441,88 @@ struct FreeBlock {
     FreeBlock* next;
 };
 
-thread_local FreeBlock* tSpare = nullptr;
-thread_local unsigned tSpareCount = 0;
-thread_local unsigned tScopes = 0;  // FormatterBlockScope objects alive on the thread
+// One thread-local object rather than three variables: in a shared library each reaches its
+// thread's copy through a runtime call, and a cell frees and takes a block every time.
+struct SpareBlocks {
+    FreeBlock* head = nullptr;
+    unsigned count = 0;
+    unsigned scopes = 0;  // FormatterBlockScope objects alive on the thread
+};
+thread_local SpareBlocks tBlocks;
 
 }  // namespace
 
 void* CFormatter::operator new(std::size_t size) {
     if (size > kBlockSize) return ::operator new(size);
-    if (tSpare == nullptr) return ::operator new(kBlockSize);
-    FreeBlock* block = tSpare;
-    tSpare = block->next;
-    --tSpareCount;
+    SpareBlocks& spares = tBlocks;
+    FreeBlock* block = spares.head;
+    if (block == nullptr) return ::operator new(kBlockSize);
+    spares.head = block->next;
+    --spares.count;
     return block;
 }
 
 void CFormatter::operator delete(void* block, std::size_t size) noexcept {
-    if (size > kBlockSize || tScopes == 0 || tSpareCount >= kMaxSpareBlocks) {
+    SpareBlocks& spares = tBlocks;
+    if (size > kBlockSize || spares.scopes == 0 || spares.count >= kMaxSpareBlocks) {
         ::operator delete(block);
         return;
     }
     FreeBlock* spare = static_cast<FreeBlock*>(block);
-    spare->next = tSpare;
-    tSpare = spare;
-    ++tSpareCount;
+    spare->next = spares.head;
+    spares.head = spare;
+    ++spares.count;
 }
 
 FormatterBlockScope::FormatterBlockScope() noexcept {
-    ++tScopes;
+    ++tBlocks.scopes;
 }
 
 FormatterBlockScope::~FormatterBlockScope() {
-    if (--tScopes != 0) return;
-    while (tSpare != nullptr) {
-        FreeBlock* block = tSpare;
-        tSpare = block->next;
+    SpareBlocks& spares = tBlocks;
+    if (--spares.scopes != 0) return;
+    while (spares.head != nullptr) {
+        FreeBlock* block = spares.head;
+        spares.head = block->next;
         ::operator delete(block);
     }
-    tSpareCount = 0;
+    spares.count = 0;
 }
 
 // format() never fails: memory exhausted while building a text gives "".
 std::string IntFormatter::format() {
-    return GuardedOr([&] { return FormatInt(m_value, m_strFormat); }, [] { return std::string(); });
+    return GuardedOr([&] { return TextOf(IntText(m_value, m_strFormat)); },
+                     [] { return std::string(); });
 }
 
 std::string FloatFormatter::format() {
-    return GuardedOr([&] { return FormatFloat(m_value, m_strFormat); },
+    return GuardedOr([&] { return TextOf(FloatText(m_value, m_strFormat)); },
                      [] { return std::string(); });
 }
 
 std::string StringFormatter::format() {
     return GuardedOr([&] { return m_value; }, [] { return std::string(); });
+}
+
+// The same texts written straight into a larger one. Only memory can run out here (out's
+// growth, or the buffer printf writes a tiny fraction's digits into), and that ends the
+// caller's work rather than giving an empty text.
+void IntFormatter::AppendTo(TextBuilder& out) const {
+    const IntText text(m_value, m_strFormat);
+    text.Write(out.Zeros(text.length()));
+    out.Commit(text.length());
+}
+
+void FloatFormatter::AppendTo(TextBuilder& out) const {
+    const FloatText text(m_value, m_strFormat);
+    text.Write(out.Zeros(text.length()));
+    out.Commit(text.length());
+}
+
+void StringFormatter::AppendTo(TextBuilder& out) const {
+    out.Append(m_value);
+}
+
+void TextBuilder::Grow(size_t n) {
+    text_.resize(std::max(2 * text_.size(), used_ + n + kBlock));
 }

@@ -18,6 +18,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -34,6 +35,68 @@ class FormatterBlockScope {
     ~FormatterBlockScope();
     FormatterBlockScope(const FormatterBlockScope&) = delete;
     FormatterBlockScope& operator=(const FormatterBlockScope&) = delete;
+};
+
+// A text built by appending, written in place: the string is kept longer than what was
+// written, grows by doubling when the room falls short, and is cut to what was written at the
+// end. A piece of a few bytes is cheaper to write or copy here than through the library's
+// general append, and a formatter writes its text here without making a string of its own.
+class TextBuilder {
+  public:
+    explicit TextBuilder(size_t room) { text_.resize(room); }
+    // Where the next n bytes go; Commit(n) once they are written. At least a block more
+    // stays writable behind them.
+    char* Room(size_t n) {
+        if (text_.size() - used_ < n + kBlock) Grow(n);
+        return &text_[0] + used_;
+    }
+    // Room(n) with the n bytes set to '0', a block at a time (the room behind covers the last).
+    char* Zeros(size_t n) {
+        char* out = Room(n);
+        for (size_t i = 0; i < n; i += kBlock) std::memcpy(out + i, kZeroBlock, kBlock);
+        return out;
+    }
+    void Commit(size_t n) { used_ += n; }
+    void Append(const std::string& piece) {
+        const size_t n = piece.size();
+        char* out = Room(n);
+        if (n <= kBlock) {
+            CopyShort(out, piece.data(), n);
+        } else {
+            std::memcpy(out, piece.data(), n);
+        }
+        used_ += n;
+    }
+    std::string Take() {
+        text_.resize(used_);
+        return std::move(text_);
+    }
+
+  private:
+    // n <= kBlock bytes as at most two fixed-size copies, which the compiler makes in line,
+    // where a call would cost more than the bytes. The copies overlap rather than read past
+    // the n bytes, so any string's storage serves, and they read the piece the way a short
+    // copy wrote it: a wider read over narrower fresh writes would stall until they land.
+    static void CopyShort(char* out, const char* in, size_t n) {
+        if (n >= 8) {
+            std::memcpy(out, in, 8);
+            std::memcpy(out + n - 8, in + n - 8, 8);
+        } else if (n >= 4) {
+            std::memcpy(out, in, 4);
+            std::memcpy(out + n - 4, in + n - 4, 4);
+        } else if (n >= 2) {
+            std::memcpy(out, in, 2);
+            std::memcpy(out + n - 2, in + n - 2, 2);
+        } else if (n == 1) {
+            *out = *in;
+        }
+    }
+
+    void Grow(size_t n);
+    static constexpr size_t kBlock = 16;
+    static constexpr char kZeroBlock[kBlock + 1] = "0000000000000000";
+    std::string text_;
+    size_t used_ = 0;
 };
 
 class CFormatter {
@@ -62,6 +125,8 @@ class IntFormatter : public CFormatter {
         : CFormatter(format, separator), m_value(value) {}
     ~IntFormatter() override = default;
     std::string format() override;
+    // format()'s text, appended to out.
+    void AppendTo(TextBuilder& out) const;
 
     int m_value;
 };
@@ -72,6 +137,7 @@ class FloatFormatter : public CFormatter {
         : CFormatter(format, separator), m_value(value) {}
     ~FloatFormatter() override = default;
     std::string format() override;
+    void AppendTo(TextBuilder& out) const;
 
     float m_value;
 };
@@ -83,6 +149,7 @@ class StringFormatter : public CFormatter {
         : CFormatter(format, separator), m_value(std::move(value)) {}
     ~StringFormatter() override = default;
     std::string format() override;
+    void AppendTo(TextBuilder& out) const;
 
     std::string m_value;
 };

@@ -1,8 +1,10 @@
-// The array workload: 1000 rows of two "%5d" int fields and two "%8.3f" float fields, one
-// formatter per cell through createFormatter, then the text joined from format() and the
-// separators, as the array assembly builds it. Peers producing the same text: the plain
-// sscanf-and-stream formatters (one std::ostringstream per cell) and {fmt}'s runtime API
-// writing every cell into one buffer. FloatToString is timed against snprintf("%.6g").
+// The array workload: 1000 rows of two "%5d" int fields and two "%8.3f" float fields, laid
+// out by the module's own array assembly (ArrayText, which a run calls once its field lists
+// are read): one formatter per cell, made, written and dropped in turn inside a run's
+// FormatterBlockScope. Peers producing the same text: the plain sscanf-and-stream formatters
+// (one std::ostringstream per cell, the text joined from format() and the separators) and
+// {fmt}'s runtime API writing every cell into one buffer. FloatToString is timed against
+// snprintf("%.6g").
 // Every text is checked against the module's before anything is timed.
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
@@ -14,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "assembly/array_text.h"
 #include "format/formatter.h"
 #include "format/reference_formatter.h"
 
@@ -57,9 +60,8 @@ const Values& TheValues() {
     return values;
 }
 
-// Builds one formatter per cell, row by row, then joins format() and the separators.
-template <typename MakeInt, typename MakeFloat>
-std::string BuildCells(MakeInt makeInt, MakeFloat makeFloat) {
+// The plain stream formatters, one per cell, row by row; then format() and the separators.
+std::string BuildWithStreams() {
     const auto& fields = Fields();
     const Values& values = TheValues();
     static const std::string kNoSeparator;
@@ -71,9 +73,11 @@ std::string BuildCells(MakeInt makeInt, MakeFloat makeFloat) {
             const bool last = r == kRows - 1 && j == kFields - 1;
             const std::string& separator = last ? kNoSeparator : field.separator;
             if (field.isInt) {
-                cells.push_back(makeInt(values.ints[r * 2 + j], field.format, separator));
+                cells.push_back(std::make_unique<RefIntFormatter>(values.ints[r * 2 + j],
+                                                                  field.format, separator));
             } else {
-                cells.push_back(makeFloat(values.floats[r * 2 + j - 2], field.format, separator));
+                cells.push_back(std::make_unique<RefFloatFormatter>(values.floats[r * 2 + j - 2],
+                                                                    field.format, separator));
             }
         }
     }
@@ -85,23 +89,45 @@ std::string BuildCells(MakeInt makeInt, MakeFloat makeFloat) {
     return text;
 }
 
-// The module exactly as the array assembly calls it: through the factory.
-std::string BuildWithModule() {
-    return BuildCells([](int v, const std::string& f,
-                         const std::string& s) { return createFormatter<int>(v, f, s); },
-                      [](float v, const std::string& f, const std::string& s) {
-                          return createFormatter<float>(v, f, s);
-                      });
+// The module's input: the item's fields and their lists, as a run holds them once read.
+struct ModuleInput {
+    std::vector<DataField> fields;
+    std::vector<Any> lists;
+};
+
+const ModuleInput& TheModuleInput() {
+    static const ModuleInput input = [] {
+        ModuleInput in;
+        const Values& values = TheValues();
+        for (int j = 0; j < kFields; ++j) {
+            const Field& field = Fields()[j];
+            in.fields.emplace_back();
+            in.fields.back().SubParam.type = field.format;
+            in.fields.back().Separator = field.separator;
+            IntList ints;
+            FloatList floats;
+            for (int r = 0; r < kRows; ++r) {
+                if (field.isInt) {
+                    ints.push_back(values.ints[r * 2 + j]);
+                } else {
+                    floats.push_back(values.floats[r * 2 + j - 2]);
+                }
+            }
+            if (field.isInt) {
+                in.lists.emplace_back(std::move(ints));
+            } else {
+                in.lists.emplace_back(std::move(floats));
+            }
+        }
+        return in;
+    }();
+    return input;
 }
 
-std::string BuildWithStreams() {
-    return BuildCells(
-        [](int v, const std::string& f, const std::string& s) {
-            return std::make_unique<RefIntFormatter>(v, f, s);
-        },
-        [](float v, const std::string& f, const std::string& s) {
-            return std::make_unique<RefFloatFormatter>(v, f, s);
-        });
+// The module's array assembly, as a run calls it.
+std::string BuildWithModule() {
+    const ModuleInput& in = TheModuleInput();
+    return ArrayText(in.fields, in.lists, kRows);
 }
 
 // {fmt} with the equivalent runtime format texts: "%5d" is "{:05d}"; "%8.3f" counts integer
@@ -135,8 +161,10 @@ void SetPerCell(benchmark::State& state, int perIteration) {
 }
 
 void BM_ArrayModule(benchmark::State& state) {
-    const FormatterBlockScope blocks;  // as inside a run
-    for (auto _ : state) benchmark::DoNotOptimize(BuildWithModule());
+    for (auto _ : state) {
+        const FormatterBlockScope blocks;  // one per run, as the run driver holds it
+        benchmark::DoNotOptimize(BuildWithModule());
+    }
     SetPerCell(state, kCells);
 }
 BENCHMARK(BM_ArrayModule);
@@ -203,7 +231,10 @@ void RequireSame(const std::string& what, const std::string& expected, const std
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string module = BuildWithModule();
+    const std::string module = [] {
+        const FormatterBlockScope blocks;
+        return BuildWithModule();
+    }();
     RequireSame("plain stream peer", module, BuildWithStreams());
     RequireSame("{fmt} peer", module, BuildWithFmt());
     for (float v : GeneralValues())

@@ -31,6 +31,13 @@ TEST_F(Assembly, SubscribedValuesAndArrays) {
         return [this, ints, n] { ints(), in.countOverride["input0"] = n; };
     };
     auto with78 = [this](Ints a) { return [this, a] { FeedAll(a, Ints{7, 8}); }; };
+    // Texts of every short length, each copied whole and no further (on both string layouts).
+    Strings texts;
+    std::string joined;
+    for (char n = 0; n <= 17; ++n) {
+        texts.emplace_back(std::string(static_cast<size_t>(n), static_cast<char>('a' + n)));
+        joined += texts.back() + (n < 17 ? "<>" : "");
+    }
     const struct {
         std::string row;
         std::function<void()> feed;
@@ -69,6 +76,7 @@ TEST_F(Assembly, SubscribedValuesAndArrays) {
         {Arr({{"1:a:p:*:%X", ","}, two[1]}), with78({1, 2}), 0, "s:,7;,8 %s 2", 0, ""},
         {Arr({{"1:a:p:*:%3.1f", ","}, {"1:a:q:*:%s", ";"}}), [&] { FeedAll(Floats{1.5f}, Strings{"ab", "cd"}); }, 0,
          "s:001.5,ab;,cd %s 2", 0, ""},
+        {Arr({{"1:a:p:*:%s", "<>"}}), [&] { Feed(0, texts); }, 0, "s:" + joined + " %s 1", 0, ""},
         {Arr({{"1:a:p:0:%d", ","}}), with78({1, 2, 3}), 0, "s:1,2,3 %s 1", 0, ""},
         {Arr({}), [] {}, 0, "s: %s 0", 0, ""},
         {Arr({two[0], two[1], two[0]}), [&] { Feed(0, Ints{1}), Feed(2, Ints{2}); }, kFieldRead, "s:old %d 0", 0,

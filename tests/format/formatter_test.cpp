@@ -1,9 +1,16 @@
+// operator new is replaced here to count heap blocks; both it and delete use malloc and free,
+// which GCC, seeing free() inlined where a new-expression's pointer is released, would call a
+// mismatch.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
 #include <gtest/gtest.h>
 
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <random>
 #include <sstream>
 #include <string>
@@ -12,6 +19,22 @@
 
 #include "format/formatter.h"
 #include "format/reference_formatter.h"
+
+namespace {
+long g_heapBlocks = 0;  // operator new calls so far
+}  // namespace
+
+void* operator new(std::size_t size) {
+    ++g_heapBlocks;
+    if (void* p = std::malloc(size ? size : 1)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
 
 namespace {
 
@@ -135,8 +158,32 @@ TEST(Formatter, MatchesThePlainScanAndStreamTexts) {
     }
 }
 
-// Formatter blocks are cached per thread: one thread's formatters may die in another, and
-// every cache is handed back when its thread ends (the sanitizer build checks for leaks).
+// Freed formatter blocks are kept for reuse only while a FormatterBlockScope lives on the
+// thread, at most 8 of them, and go back to the heap when the outermost scope ends.
+TEST(Formatter, BlocksAreReusedWithinAScopeUpToTheCap) {
+    // Makes n formatters at once and drops them, twice; the heap blocks the second round took.
+    const auto secondRound = [](int n) {
+        std::vector<std::unique_ptr<CFormatter>> made;
+        made.reserve(static_cast<size_t>(n));
+        for (int i = 0; i < n; ++i) made.push_back(createFormatter<int>(i, "%d", ""));
+        made.clear();
+        const long before = g_heapBlocks;
+        for (int i = 0; i < n; ++i) made.push_back(createFormatter<int>(i, "%d", ""));
+        return g_heapBlocks - before;
+    };
+    EXPECT_EQ(secondRound(3), 3);  // no scope: every formatter from the heap
+    {
+        const FormatterBlockScope run;
+        EXPECT_EQ(secondRound(3), 0);
+        EXPECT_EQ(secondRound(12), 4);         // eight were kept
+        { const FormatterBlockScope nested; }  // its end hands nothing back
+        EXPECT_EQ(secondRound(8), 0);
+    }
+    EXPECT_EQ(secondRound(3), 3);  // the outermost scope's end emptied the spares
+}
+
+// Formatters made outside a scope, as here, live on the heap: one thread's may die in another
+// (the sanitizer build checks for leaks).
 TEST(Formatter, LivesAndDiesOnAnyThread) {
     std::vector<std::unique_ptr<CFormatter>> made;
     std::thread([&made] {
