@@ -3,9 +3,11 @@
 # Idempotent: packages already present are left alone and nothing is downloaded again.
 set -euo pipefail
 
+# debootstrap makes the Debian 11 device root (scripts/sysroot.sh); googletest's sources are
+# built for the old string ABI (the armhf-oldabi preset).
 native_pkgs=(cmake g++ make libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev
              libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr libcli11-dev
-             python3 python3-jsonschema dpkg-dev file)
+             python3 python3-jsonschema dpkg-dev file debootstrap googletest)
 # libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
 # package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.
 armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf

@@ -3,15 +3,21 @@
   check_package.py needs READELF MODULE README
       the README's "Deploying to the device" names exactly the libraries the module needs and
       the highest symbol version it asks of each (GLIBC_, GLIBCXX_, CXXABI_, GCC_)
+  check_package.py floor READELF PACKAGE_DIR VERSION README
+      no ELF file in the .deb packages asks for a symbol version newer than the floor that the
+      README's "Deploying to the device" states (its paragraph starting "**Floor.**"); prints
+      the newest version each file asks for
   check_package.py content READELF PACKAGE_DIR VERSION DEFAULT_CONFIG
       the module tarball holds a stripped 32-bit ARM module exporting the entry points and the
       default configuration, and no libalgo.so; the runner's tarball keeps its stand-in in a
       private folder on its RPATH; the module's .deb declares dependencies
 """
 import re
+import pathlib
 import subprocess
 import sys
 import tarfile
+import tempfile
 
 DEVICE_DIR = "mnt/app/zrs_so/so/formatv2/"
 PREVIEW_LIB_DIR = "usr/lib/formatv2-preview"
@@ -39,20 +45,51 @@ def highest_versions(dump):
     return {f"{family}_{'.'.join(map(str, key))}" for family, key in best.items()}
 
 
+def deploy_section(readme):
+    """The README's deployment section split into its table of needs and its floor paragraph."""
+    text = open(readme, encoding="utf-8").read()
+    section = re.search(r"^## Deploying to the device\n(.*?)(?=^## |\Z)", text, re.S | re.M)
+    check(section, "README has no section '## Deploying to the device'")
+    body = section.group(1) if section else ""
+    floor = re.search(r"^\*\*Floor\.\*\*(.*?)(?:\n\n|\Z)", body, re.S | re.M)
+    check(floor, "README states no '**Floor.**' paragraph")
+    return re.sub(r"^\*\*Floor\.\*\*.*?(?:\n\n|\Z)", "", body, flags=re.S | re.M), \
+        floor.group(1) if floor else ""
+
+
 def needs(tool, module, readme):
     dynamic = readelf(tool, ["-d", "-V"], module)
     needed = set(re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic))
     own = set(re.findall(r"\(SONAME\).*\[(.*)\]", dynamic))
-    text = open(readme, encoding="utf-8").read()
-    section = re.search(r"^## Deploying to the device\n(.*?)(?=^## |\Z)", text, re.S | re.M)
-    check(section, "README has no section '## Deploying to the device'")
-    if not section:
-        return
-    named = set(SONAME.findall(section.group(1))) - own
+    section, _ = deploy_section(readme)
+    named = set(SONAME.findall(section)) - own
     check(named == needed, f"libraries: module needs {sorted(needed)}, README names {sorted(named)}")
     wanted = highest_versions(dynamic.split(".gnu.version_r", 1)[-1])
-    stated = {m.group(0) for m in VERSION.finditer(section.group(1))}
+    stated = {m.group(0) for m in VERSION.finditer(section)}
     check(stated == wanted, f"versions: module asks {sorted(wanted)}, README states {sorted(stated)}")
+
+
+def version_key(name):
+    family, number = VERSION.fullmatch(name).groups()
+    return family, tuple(int(n) for n in number.split("."))
+
+
+def floor(tool, folder, version, readme):
+    limits = dict(version_key(m.group(0)) for m in VERSION.finditer(deploy_section(readme)[1]))
+    debs = sorted(pathlib.Path(folder).glob(f"*_{version}_armhf.deb"))
+    check(len(debs) == 2, f"expected the two .deb packages in {folder}, found {debs}")
+    for deb in debs:
+        with tempfile.TemporaryDirectory() as root:
+            subprocess.run(["dpkg-deb", "-x", deb, root], check=True)
+            for path in sorted(pathlib.Path(root).rglob("*")):
+                if path.is_symlink() or not path.is_file() or path.open("rb").read(4) != b"\x7fELF":
+                    continue
+                asked = highest_versions(readelf(tool, ["-V"], str(path)).split(".gnu.version_r", 1)[-1])
+                name = f"{deb.name}:/{path.relative_to(root)}"
+                print(f"{name}: {' '.join(sorted(asked))}")
+                for family, number in map(version_key, asked):
+                    check(family in limits and number <= limits[family],
+                          f"{name} asks {family}_{'.'.join(map(str, number))}, above the floor")
 
 
 def extract(archive, name, path):
@@ -99,7 +136,7 @@ def content(tool, folder, version, default_config):
 
 
 if __name__ == "__main__":
-    {"needs": needs, "content": content}[sys.argv[1]](*sys.argv[2:])
+    {"needs": needs, "floor": floor, "content": content}[sys.argv[1]](*sys.argv[2:])
     for failure in failures:
         print(f"FAIL: {failure}")
     sys.exit(1 if failures else 0)

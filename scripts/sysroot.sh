@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Makes the Debian 11 ("bullseye") armhf root that the device builds compile and link against
+# and that the packaged runner is tried in under qemu: build/sysroot/bullseye-armhf (or DIR).
+# Only debootstrap's first stage runs (no chroot, no binfmt); every downloaded package is then
+# unpacked with dpkg-deb. Idempotent: a finished root is left alone and nothing is downloaded.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+root="${1:-build/sysroot/bullseye-armhf}"
+# The Debian archive this machine's apt already uses (it serves every release).
+# shellcheck disable=SC2016 # $(REPO_URI) is apt's field name, not a shell expansion
+mirror="${FORMATV2_DEBIAN_MIRROR:-$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' |
+                                    grep -m1 '/debian/$' || true)}"
+mirror="${mirror%/}"
+[ -n "${mirror}" ] || { echo "sysroot: no Debian archive in apt's sources; set FORMATV2_DEBIAN_MIRROR" >&2; exit 1; }
+# Build: C and C++ headers and libraries, cJSON, googletest's sources (the tests build it with
+# the same headers and string ABI). Run: libcjson1, libstdc++6.
+packages=libc6-dev,libstdc++-10-dev,libgcc-10-dev,libcjson-dev,libcjson1,libstdc++6,googletest
+# The runner's command-line parser is header-only and not in Debian 11: this machine's copy
+# (the architecture-independent libcli11-dev) is unpacked into the root too.
+extra_debs=(libcli11-dev)
+done_mark="${root}/.formatv2-root-done"
+
+if [ -f "${done_mark}" ] && [ "$(cat "${done_mark}")" = "${packages} ${extra_debs[*]}" ]; then
+  echo "sysroot: ${root} is ready"
+  exit 0
+fi
+command -v debootstrap >/dev/null || { echo "sysroot: debootstrap missing (scripts/setup.sh)" >&2; exit 1; }
+
+rm -rf "${root}"
+mkdir -p "${root}"
+debootstrap --foreign --merged-usr --arch=armhf --variant=minbase --include="${packages}" \
+  bullseye "${root}" "${mirror}"
+# The first stage unpacks only the essential packages; the rest wait in apt's cache. The root
+# has a merged /usr (/lib is a link to usr/lib), which the unpacking keeps: qemu-arm -L then
+# finds every library of the root under either name, never the build machine's copy instead.
+unpack_cache() {
+  local deb
+  for deb in "${root}"/var/cache/apt/archives/*.deb; do
+    dpkg-deb --fsys-tarfile "${deb}" | tar -x --keep-directory-symlink -C "${root}"
+  done
+  rm -f "${root}"/var/cache/apt/archives/*.deb
+}
+unpack_cache
+(cd "${root}/var/cache/apt/archives" && apt-get download "${extra_debs[@]}")
+unpack_cache
+# Links that point at absolute paths would leave the root: make them relative (libc.so's
+# linker scripts name /lib/... and /usr/lib/..., which the linker already maps into a sysroot).
+find "${root}" -type l -lname '/*' | while read -r link; do
+  target=$(readlink "${link}")
+  ln -sfn "$(realpath -ms --relative-to="$(dirname "${link}")" "${root}${target}")" "${link}"
+done
+# Device nodes made by debootstrap would stand in for this machine's under qemu: a ptmx outside
+# a devpts mount opens no terminal. Without them qemu uses this machine's /dev.
+rm -rf "${root:?}"/dev/*
+# The root's own (empty) loader cache: without one, qemu would hand the loader this machine's.
+ldconfig -r "${root}"
+echo "${packages} ${extra_debs[*]}" >"${done_mark}"
+echo "sysroot: ${root} made"
