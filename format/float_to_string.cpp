@@ -150,39 +150,38 @@ bool RoundFast(uint32_t m, int e, int precision, Rounded& out) {
 // The %g layout of the rounded digits: positional when -4 <= exponent < precision, else
 // d.ddde+XX; trailing zeros and a trailing point go. Returns the end of the text.
 char* LayOut(const Rounded& r, int precision, char* out) {
-    char digits[kMaxFastPrecision];
-    uint32_t rest = r.digits;
-    for (int i = precision - 1; i >= 0; --i) {
-        digits[i] = static_cast<char>('0' + rest % 10);
-        rest /= 10;
-    }
-    int used = precision;  // digits that survive the trailing-zero cut
-    while (used > 1 && digits[used - 1] == '0') --used;
     const int x = r.exponent;
-    if (x < -4 || x >= precision) {
-        *out++ = digits[0];
-        if (used > 1) {
-            *out++ = '.';
-            out = std::copy(digits + 1, digits + used, out);
-        }
-        *out++ = 'e';
-        *out++ = x < 0 ? '-' : '+';
-        const int magnitude = x < 0 ? -x : x;  // at most 45: two digits
-        *out++ = static_cast<char>('0' + magnitude / 10);
-        *out++ = static_cast<char>('0' + magnitude % 10);
-    } else if (x >= 0) {
-        out = std::copy(digits, digits + x + 1, out);
-        if (used > x + 1) {
-            *out++ = '.';
-            out = std::copy(digits + x + 1, digits + used, out);
-        }
-    } else {
+    const bool scientific = x < -4 || x >= precision;
+    if (!scientific && x < 0) {  // 0.000ddd
         *out++ = '0';
         *out++ = '.';
-        out = std::fill_n(out, -x - 1, '0');
-        out = std::copy(digits, digits + used, out);
+        for (int i = x + 1; i < 0; ++i) *out++ = '0';
     }
-    return out;
+    // The digits right to left, the point after the first `whole` of them when that is fewer
+    // than all; written in place, as this is the hot path of every display text.
+    const int whole = scientific ? 1 : x < 0 ? precision : x + 1;
+    const bool point = whole < precision || x < 0;
+    char* end = out + precision + (whole < precision ? 1 : 0);
+    char* at = end;
+    uint32_t rest = r.digits;
+    for (int i = precision - 1; i >= 0; --i) {
+        *--at = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+        if (i == whole) *--at = '.';
+    }
+    if (point) {
+        while (end[-1] == '0') --end;
+        if (end[-1] == '.') --end;
+    }
+    if (scientific) {
+        const int magnitude = x < 0 ? -x : x;  // at most 45: two digits
+        end[0] = 'e';
+        end[1] = x < 0 ? '-' : '+';
+        end[2] = static_cast<char>('0' + magnitude / 10);
+        end[3] = static_cast<char>('0' + magnitude % 10);
+        end += 4;
+    }
+    return end;
 }
 
 // Sign, at most 9 digits, a point and "e-45": well inside the short-string buffer.
@@ -195,11 +194,13 @@ size_t FastText(uint32_t bits, int precision, char* text) {
     if (bits >> 31) *out++ = '-';  // glibc signs NaN too
     uint32_t m = bits & 0x7FFFFFu;
     int e = static_cast<int>(bits >> 23 & 0xFF);
-    const char* special = e == 0xFF ? (m != 0 ? "nan" : "inf") : e == 0 && m == 0 ? "0" : nullptr;
-    if (special != nullptr) {
-        const size_t n = std::strlen(special);
-        std::memcpy(out, special, n);
-        return static_cast<size_t>(out - text) + n;
+    if (e == 0xFF) {
+        std::memcpy(out, m != 0 ? "nan" : "inf", 3);
+        return static_cast<size_t>(out - text) + 3;
+    }
+    if (e == 0 && m == 0) {
+        *out = '0';
+        return static_cast<size_t>(out - text) + 1;
     }
     if (precision > kMaxFastPrecision) return 0;
     if (e == 0) {  // subnormal: normalise the mantissa

@@ -78,16 +78,16 @@ TEST(FloatToString, EqualsPrintfOnTies) {
     ExpectPrintf(values, {1, 2, 3, 4, 5, 6, 7, 8, 9});
 }
 
-// Every 997th bit pattern at the callers' precision (every sign, exponent and mantissa bit
+// Every 9973rd bit pattern at the callers' precision (every sign, exponent and mantissa bit
 // varies), fewer at the others.
 TEST(FloatToString, EqualsPrintfOnBitPatterns) {
     std::vector<float> values;
-    for (uint64_t bits = 0; bits <= UINT32_MAX; bits += 997) {
+    for (uint64_t bits = 0; bits <= UINT32_MAX; bits += 9973) {
         values.push_back(FromBits(static_cast<uint32_t>(bits)));
     }
     ExpectPrintf(values, {6});
     std::vector<float> fewer;
-    for (size_t i = 0; i < values.size(); i += 61) fewer.push_back(values[i]);
+    for (size_t i = 0; i < values.size(); i += 31) fewer.push_back(values[i]);
     ExpectPrintf(fewer, {-1, 0, 1, 2, 3, 4, 5, 7, 8, 9, 10, 17});
 }
 
