@@ -152,10 +152,9 @@ bool RoundFast(uint32_t m, int e, int precision, Rounded& out) {
 char* LayOut(const Rounded& r, int precision, char* out) {
     const int x = r.exponent;
     const bool scientific = x < -4 || x >= precision;
-    if (!scientific && x < 0) {  // 0.000ddd
-        *out++ = '0';
-        *out++ = '.';
-        for (int i = x + 1; i < 0; ++i) *out++ = '0';
+    if (!scientific && x < 0) {  // "0." and -x - 1 zeros: at most three
+        std::memcpy(out, "0.000", 5);
+        out += 1 - x;
     }
     // The digits right to left, the point after the first `whole` of them when that is fewer
     // than all; written in place, as this is the hot path of every display text.
