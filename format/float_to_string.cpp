@@ -93,8 +93,8 @@ struct Rounded {
 };
 
 // Whether m * 2^e * 10^s lies exactly halfway between two integers, for s < 0: with t = -s,
-// that is m * 2^(e+1) = odd * 5^t * 2^t, so 5^t divides m (t <= 10) and leaves 2^(t-e-1)
-// times an odd number.
+// that is m * 2^(e+1) = odd * 5^t * 2^t, so 5^t divides m (t <= 10, as m < 2^24) and leaves
+// 2^(t-e-1) times an odd number.
 bool IsTie(uint32_t m, int e, int s) {
     const int t = -s;
     if (t <= 0 || t > 10) return false;
@@ -130,7 +130,9 @@ bool RoundFast(uint32_t m, int e, int precision, Rounded& out) {
         if (p.exact) {
             up = fraction > half || (fraction == half && (low != 0 || (q & 1) != 0));
         } else {
-            // The true fraction exceeds this one by under 2^24 units of `low`.
+            // 5^s rounded down: the true product is larger by 0 < d < m < 2^24 units of `low`.
+            // From one half it rounds up (a carry past q rounds to the same q + 1); below,
+            // down unless d can reach one half.
             up = fraction >= half;
             if (fraction == half - 1 && low > 0xFF000000u) {
                 if (!IsTie(m, e, s)) return false;
@@ -147,28 +149,45 @@ bool RoundFast(uint32_t m, int e, int precision, Rounded& out) {
     }
 }
 
+// "00" to "99": the digits are written two at a time.
+constexpr std::array<char, 200> MakeDigitPairs() {
+    std::array<char, 200> pairs{};
+    for (int i = 0; i < 100; ++i) {
+        pairs[2 * i] = static_cast<char>('0' + i / 10);
+        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+    return pairs;
+}
+constexpr auto kDigitPairs = MakeDigitPairs();
+
 // The %g layout of the rounded digits: positional when -4 <= exponent < precision, else
-// d.ddde+XX; trailing zeros and a trailing point go. Returns the end of the text.
+// d.ddde+XX; trailing zeros and a trailing point go. Returns the end of the text, which
+// needs 18 characters of room: the copies are of fixed size (a few moves, no call), and what
+// they copy past the digits is cut or overwritten.
 char* LayOut(const Rounded& r, int precision, char* out) {
+    char digits[2 * kMaxFastPrecision] = {};
+    uint32_t rest = r.digits;
+    int left = precision;
+    for (; left >= 2; left -= 2) {
+        std::memcpy(digits + left - 2, &kDigitPairs[rest % 100 * 2], 2);
+        rest /= 100;
+    }
+    if (left == 1) digits[0] = static_cast<char>('0' + rest);
     const int x = r.exponent;
     const bool scientific = x < -4 || x >= precision;
-    if (!scientific && x < 0) {  // "0." and -x - 1 zeros: at most three
+    const int whole = scientific ? 1 : x < 0 ? 0 : x + 1;  // digits before the point
+    if (whole == 0) {                                      // "0." and -x - 1 zeros: at most three
         std::memcpy(out, "0.000", 5);
         out += 1 - x;
     }
-    // The digits right to left, the point after the first `whole` of them when that is fewer
-    // than all; written in place, as this is the hot path of every display text.
-    const int whole = scientific ? 1 : x < 0 ? precision : x + 1;
-    const bool point = whole < precision || x < 0;
-    char* end = out + precision + (whole < precision ? 1 : 0);
-    char* at = end;
-    uint32_t rest = r.digits;
-    for (int i = precision - 1; i >= 0; --i) {
-        *--at = static_cast<char>('0' + rest % 10);
-        rest /= 10;
-        if (i == whole) *--at = '.';
+    std::memcpy(out, digits, kMaxFastPrecision);
+    char* end = out + precision;
+    if (whole > 0 && whole < precision) {
+        std::memcpy(out + whole + 1, digits + whole, kMaxFastPrecision - 1);
+        out[whole] = '.';
+        ++end;
     }
-    if (point) {
+    if (whole < precision) {  // the text has a point
         while (end[-1] == '0') --end;
         if (end[-1] == '.') --end;
     }
@@ -176,14 +195,14 @@ char* LayOut(const Rounded& r, int precision, char* out) {
         const int magnitude = x < 0 ? -x : x;  // at most 45: two digits
         end[0] = 'e';
         end[1] = x < 0 ? '-' : '+';
-        end[2] = static_cast<char>('0' + magnitude / 10);
-        end[3] = static_cast<char>('0' + magnitude % 10);
+        std::memcpy(end + 2, &kDigitPairs[magnitude * 2], 2);
         end += 4;
     }
     return end;
 }
 
-// Sign, at most 9 digits, a point and "e-45": well inside the short-string buffer.
+// Sign, at most 9 digits, a point and "e-45" make 15 characters, within the short-string
+// buffer; the layout's fixed-size copies need room for 18 after the sign.
 constexpr size_t kFastTextSize = 24;
 
 // The text of any value at a precision of at most 9 (zero, infinities and NaN at any
