@@ -7,9 +7,10 @@
 // entry is exact and so is everything after it, ties included. Otherwise the entry is 5^s
 // rounded down and the product falls short of the true one by less than m < 2^24 units: the
 // rounding is decided unless the fraction lies within that margin below one half, where an
-// exact tie is recognised from m's factors and anything else (no float has been seen to need
-// it) goes to snprintf, as larger precisions do. Only 32-bit multiplies, shifts and divisions
-// by constants on the common path: a 64-bit division is a library call on 32-bit ARM.
+// exact tie is recognised from m's factors. Anything else would go to snprintf, as larger
+// precisions do; a run over every float found no such value at precisions 1 to 9. Only
+// 32-bit multiplies, shifts and divisions by constants on the common path: a 64-bit division
+// is a library call on 32-bit ARM.
 #include <algorithm>
 #include <array>
 #include <cstdint>
