@@ -4,11 +4,13 @@
 // FormatterBlockScope. Peers producing the same text: the plain sscanf-and-stream formatters
 // (one std::ostringstream per cell, the text joined from format() and the separators) and
 // {fmt}'s runtime API writing every cell into one buffer. FloatToString is timed against
-// snprintf("%.6g").
+// snprintf("%.6g") and std::to_chars(general, 6) (libstdc++'s Ryu-based conversion), each
+// making a std::string.
 // Every text is checked against the module's before anything is timed.
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -203,6 +205,13 @@ std::string Printf6(float value) {
     return std::string(text, static_cast<size_t>(n));
 }
 
+std::string ToChars6(float value) {
+    char text[64];
+    const auto result = std::to_chars(text, text + sizeof text, static_cast<double>(value),
+                                      std::chars_format::general, 6);
+    return std::string(text, result.ptr);
+}
+
 void BM_FloatToString(benchmark::State& state) {
     for (auto _ : state) {
         for (float v : GeneralValues()) benchmark::DoNotOptimize(FloatToStringGeneral(v, 6));
@@ -218,6 +227,14 @@ void BM_SnprintfG6(benchmark::State& state) {
     SetPerCell(state, static_cast<int>(GeneralValues().size()));
 }
 BENCHMARK(BM_SnprintfG6);
+
+void BM_ToCharsG6(benchmark::State& state) {
+    for (auto _ : state) {
+        for (float v : GeneralValues()) benchmark::DoNotOptimize(ToChars6(v));
+    }
+    SetPerCell(state, static_cast<int>(GeneralValues().size()));
+}
+BENCHMARK(BM_ToCharsG6);
 
 void RequireSame(const std::string& what, const std::string& expected, const std::string& got) {
     if (expected == got) return;
@@ -237,8 +254,10 @@ int main(int argc, char** argv) {
     }();
     RequireSame("plain stream peer", module, BuildWithStreams());
     RequireSame("{fmt} peer", module, BuildWithFmt());
-    for (float v : GeneralValues())
+    for (float v : GeneralValues()) {
         RequireSame("FloatToString", Printf6(v), FloatToStringGeneral(v, 6));
+        RequireSame("to_chars", Printf6(v), ToChars6(v));
+    }
     std::printf("workload text: %zu characters, begins \"%s\"\n", module.size(),
                 module.substr(0, 60).c_str());
 

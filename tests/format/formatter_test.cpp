@@ -198,31 +198,4 @@ TEST(Formatter, LivesAndDiesOnAnyThread) {
     }).join();
 }
 
-TEST(FloatToString, EqualsPrintfG) {
-    std::mt19937 rng(99);
-    std::vector<float> values = {FLT_MAX, FLT_MIN, FLT_TRUE_MIN, 0.0f, HUGE_VALF, NAN};
-    for (int i = 0; i < 300000; ++i) {
-        values.push_back(FromBits(static_cast<uint32_t>(rng())));
-        // Odd mantissas scaled down end in a 5: exact ties at every digit position.
-        values.push_back(std::ldexp(static_cast<float>((rng() % (1u << 23)) | 1), -(i % 30)));
-    }
-    for (uint32_t bits = 0; bits < 0x800000u; bits += 997) values.push_back(FromBits(bits));
-    for (int e = -46; e <= 39; ++e) {
-        const float p = static_cast<float>(std::pow(10.0, e));
-        values.insert(values.end(), {p, std::nextafter(p, 0.0f), std::nextafter(p, HUGE_VALF)});
-    }
-    for (float v : values) {
-        for (float x : {v, -v}) ASSERT_EQ(FloatToStringGeneral(x, 6), RefGeneralText(x, 6)) << x;
-    }
-    // Other precisions: negative counts as 6, beyond any float's digits the same text.
-    for (size_t i = 0; i < 20000; ++i) {
-        for (int precision : {-1, 0, 1, 9, 17, 112, 400}) {
-            ASSERT_EQ(FloatToStringGeneral(values[i], precision),
-                      RefGeneralText(values[i], precision))
-                << std::hexfloat << values[i] << " " << precision;
-        }
-    }
-    EXPECT_EQ(FloatToStringGeneral(FLT_TRUE_MIN, INT_MAX), RefGeneralText(FLT_TRUE_MIN, 400));
-}
-
 }  // namespace
