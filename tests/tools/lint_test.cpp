@@ -117,13 +117,12 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         EXPECT_EQ(w.at.element, c[3].empty() ? -1 : std::stoi(c[3])) << c[0];
         EXPECT_FALSE(w.message.empty() || w.fix.empty()) << c[0];
     }
-    // Top level: a joined output without a name, and text after the object.
-    const std::string concat = R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []} x)";
+    // Top level: a joined output without a name.
+    const std::string concat = R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []})";
     const auto top = preview::Lint(concat);
-    ASSERT_EQ(top.size(), 2u);
-    EXPECT_EQ(top[0].rule, "trailing-text");
-    EXPECT_EQ(top[1].rule, "empty-name");
-    EXPECT_EQ(top[1].at.row, -1);
+    ASSERT_EQ(top.size(), 1u);
+    EXPECT_EQ(top[0].rule, "empty-name");
+    EXPECT_EQ(top[0].at.row, -1);
     EXPECT_TRUE(preview::Lint("{not json").empty());
 }
 

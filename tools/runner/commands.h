@@ -19,6 +19,8 @@ struct Options {
     bool json = false;
     int logLevel = 4;  // lowest level shown by run: 4 Info, 5 Warn, 6 Err, 8 none
     bool strict = false;
+    bool sarif = false;                  // check: SARIF 2.1.0 instead of text or JSON
+    std::vector<std::string> disabled;  // check: lint rules not reported
 };
 
 int RunCommand(const std::string& scenario, const Options& options);

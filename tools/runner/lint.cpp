@@ -13,22 +13,12 @@
 #include "diag.h"
 #include "format/formatter.h"
 #include "host/algo.h"
-#include "publish/dynamic_pub.h"
+#include "formatv2/contract.h"
+#include "report.h"
 
 namespace preview {
 namespace {
 
-// Lengths the module's records keep of a name (the rest is cut): the publish table's
-// param_name holds 63 characters and a run's DynamicPub record 47, each plus a zero.
-constexpr size_t kPublishNameMax = sizeof(DYNAMIC_PUBLISH_PARAM::param_name) - 1;
-constexpr size_t kDynamicPubNameMax = sizeof(DynamicPub::param_name) - 1;
-
-const char* const kTopKeys[] = {"ModuleName", "StrConcateEnable", "ParamName", "SubParamList"};
-const char* const kRowKeys[] = {"Array",        "SubParamStr",    "IsCustomEdit",  "ShowValue_CN",
-                                "ShowValue_EN", "ParamName",      "ConvertType",   "StrTruncEnable",
-                                "StrTruncStart", "StrTruncLen",   "StrPrefix",     "StrSuffix",
-                                "StrDelete"};
-const char* const kElementKeys[] = {"SubParamStr", "Separator", "ShowValue_CN", "ShowValue_EN"};
 // Keys an array row does not read.
 const char* const kSingleOnlyKeys[] = {"SubParamStr", "IsCustomEdit", "ShowValue_CN",
                                        "ShowValue_EN"};
@@ -68,13 +58,15 @@ class Linter {
     std::vector<Warning> out;
 
     void Add(const Location& at, const char* rule, std::string message, std::string fix) {
-        out.push_back({at, rule, std::move(message), std::move(fix)});
+        out.push_back({at, rule, std::move(message), std::move(fix), Place{}});
     }
 
     // Keys no reader looks at, keys in other letter case, keys written twice.
     void Keys(const cJSON* object, Location at, const char* const* known, size_t count,
               const char* const* unread = nullptr, size_t unreadCount = 0) {
+        at.member = -1;
         for (const cJSON* k = object->child; k != nullptr; k = k->next) {
+            ++at.member;
             if (k->string == nullptr) continue;
             at.key = k->string;
             for (const cJSON* e = object->child; e != k; e = e->next) {
@@ -114,14 +106,16 @@ class Linter {
                 "give it a name that other modules can subscribe to");
         } else if (name.size() > kPublishNameMax) {
             Add(at, "name-cut",
-                "the publish table keeps only the first 63 bytes: other modules see " +
+                "the publish table keeps only the first " + std::to_string(kPublishNameMax) +
+                    " bytes: other modules see " +
                     Quote(name.substr(0, kPublishNameMax)) + ", while the values are published under the whole name",
-                "use at most 47 bytes");
-        } else if (name.size() > kDynamicPubNameMax) {
+                "use at most " + std::to_string(kRunNameMax) + " bytes");
+        } else if (name.size() > kRunNameMax) {
             Add(at, "name-cut",
-                "each run's DynamicPub record keeps only the first 47 bytes: " +
-                    Quote(name.substr(0, kDynamicPubNameMax)),
-                "use at most 47 bytes");
+                "each run's DynamicPub record keeps only the first " + std::to_string(kRunNameMax) +
+                    " bytes: " +
+                    Quote(name.substr(0, kRunNameMax)),
+                "use at most " + std::to_string(kRunNameMax) + " bytes");
         }
     }
 
@@ -156,8 +150,8 @@ class Linter {
                 (type.empty() ? " is empty" : std::string(" ends in '") + last + "'") +
                 ", which selects no value type: " +
                 (arrayField ? "the field is read as an empty list and its cells stay empty"
-                            : "the item never gets a value and every run fails with 0xE000001C "
-                              "(\"Unknown value type.\")"),
+                            : "the item never gets a value and every run fails with " +
+                                  Hex(kStatusIndex) + " (\"Unknown value type.\")"),
             fix);
     }
 
@@ -205,8 +199,9 @@ class Linter {
         }
         if (width > kFormatterMaxWidth || precision > kFormatterMaxWidth) {
             Add(at, "format-width-cap",
-                quoted + " asks for more than 4096 characters; the module stops at 4096",
-                "use a width and precision of at most 4096");
+                quoted + " asks for more than " + std::to_string(kMaxFormatWidth) +
+                    " characters; the module stops at " + std::to_string(kMaxFormatWidth),
+                "use a width and precision of at most " + std::to_string(kMaxFormatWidth));
         }
     }
 
@@ -217,12 +212,12 @@ class Linter {
         if (!ParseElementNumber(index, n)) {
             Add(at, "index-not-number",
                 "the index text " + Quote(index) +
-                    " is no element number: every run fails with 0xC0000004",
+                    " is no element number: every run fails with " + Hex(kStatusNotDelivered),
                 "write \"*\" for every element or a number from 0");
         } else if (n < 0) {
             Add(at, "index-not-number",
                 "the element number " + Quote(index) +
-                    " is negative: every run fails with 0xC0000004",
+                    " is negative: every run fails with " + Hex(kStatusNotDelivered),
                 "write \"*\" for every element or a number from 0");
         } else if (std::to_string(n) != index) {
             Add(at, "index-not-number",
@@ -306,7 +301,8 @@ class Linter {
             const char* reader = convert == 1 ? "stoi" : "stof";
             Add(key, "convert-text-to-number",
                 std::string(what) + " goes through " + reader +
-                    ": only a leading number is published, and a text that does not start with one fails the run with 0xC0000221",
+                    ": only a leading number is published, and a text that does not start with one "
+                    "fails the run with " + Hex(kStatusNotConvertible),
                 "use \"ConvertType\" 3 (string)");
         }
         const bool truncate = Number(row, "StrTruncEnable") != 0;
@@ -366,19 +362,13 @@ std::string Where(const Location& at) {
 
 std::string WarningText(const Warning& w) {
     const std::string where = Where(w.at);
-    return (where.empty() ? "" : where + ": ") + w.message + "; fix: " + w.fix + " [" + w.rule + "]";
+    return (where.empty() ? "" : where + ": ") + w.message + " [" + w.rule + "]";
 }
 
 std::vector<Warning> Lint(const std::string& configText) {
     Linter lint;
-    const char* end = nullptr;
-    JsonPtr root(cJSON_ParseWithOpts(configText.c_str(), &end, 0));
+    JsonPtr root(cJSON_Parse(configText.c_str()));
     if (!root || !cJSON_IsObject(root.get())) return lint.out;
-    if (end != nullptr && std::string(end).find_first_not_of(" \t\r\n") != std::string::npos) {
-        lint.Add(Location{}, "trailing-text",
-                 "text follows the closing '}'; the module ignores it",
-                 "remove it, or move it into the object");
-    }
     lint.Keys(root.get(), Location{}, kTopKeys, std::size(kTopKeys));
     if (Number(root.get(), "StrConcateEnable") != 0) {
         Location top;
