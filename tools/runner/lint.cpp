@@ -177,8 +177,15 @@ class Linter {
                 "the '-' flag makes the width negative: the value is not padded at all (nor "
                 "left-aligned)",
                 "drop the '-'; the module can only fill with zeros on the left");
-        } else if (p.flags.find_first_of("+ #") != std::string::npos) {
-            Add(at, "format-flag", "the flags '+', ' ' and '#' have no effect on " + quoted,
+        } else if (p.flags.find('#') != std::string::npos) {
+            Add(at, "format-flag",
+                "the '#' flag stops the module's reading of the number: " + quoted +
+                    " reads no width (nor precision), so the value is not padded",
+                "drop the '#'");
+        } else if (p.flags.find_first_of("+ ") != std::string::npos) {
+            Add(at, "format-flag",
+                "the module skips the flags '+' and ' ' and reads the width after them: " +
+                    quoted + " pads with zeros and prints no '+' and no blank",
                 "drop them");
         }
         if (valueType == ElementKind::kInt && std::strchr("xu", type.back()) != nullptr) {
@@ -196,6 +203,12 @@ class Linter {
                     : quoted + " has no precision: the module prints no fraction digits, so "
                                "12.3456 gives \"12.\" (zero-filled to the width)",
                 "write a width and a precision, e.g. \"%1.2f\" for two decimals without padding");
+        }
+        if (valueType == ElementKind::kFloat && read == 2 && precision == 0) {
+            Add(at, "format-zero-precision",
+                quoted + " has precision 0: the fraction is rounded on its own, so an exact half "
+                         "rounds down (2.5 gives \"2.\", 3.5 gives \"3.\")",
+                "use a precision of 1 or more");
         }
         if (width > kFormatterMaxWidth || precision > kFormatterMaxWidth) {
             Add(at, "format-width-cap",
