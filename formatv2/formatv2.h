@@ -19,7 +19,7 @@ struct cJSON;
 #define FORMATV2_API __attribute__((visibility("default")))
 
 
-class FORMATV2_API CFormatV2Module : public CAlgo {
+class CFormatV2Module : public CAlgo {
   public:
     CFormatV2Module();
     ~CFormatV2Module() override;
