@@ -36,7 +36,7 @@ struct Warning {
 
 // Why the module refused a configuration.
 struct Refusal {
-    int status = 0;            // the read's status (0xC0000105, 0xC0000119, ...)
+    int status = 0;            // the read's status (kStatusConfigRefused, ...)
     std::optional<int> code;   // the configuration reader's row code (-1 .. -22)
     Location at;
     std::string rule;                  // the rule broken, in words

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "assembly/element_kind.h"
+#include "config/config_read.h"
 #include "config/item_model.h"
 #include "diag.h"
 #include "format/formatter.h"
@@ -240,6 +241,90 @@ class Linter {
         }
     }
 
+    void Fields(const cJSON* array, const Location& at) {
+        int element = 0;
+        for (const cJSON* e = array->child; e != nullptr; e = e->next, ++element) {
+            Location field = at;
+            field.element = element;
+            if (cJSON_IsObject(e)) Keys(e, field, kElementKeys, std::size(kElementKeys));
+            field.key = "Separator";
+            LiteralEscape(field, Text(e, "Separator"));
+            CAlgoUtils::SubParam sub;
+            field.key = "SubParamStr";
+            if (CAlgoUtils::ParseSubscribeItem(Text(e, "SubParamStr"), sub) != 0) continue;
+            Conversion(field, sub.type, true);
+            if (ElementKindOf(sub.type) != ElementKind::kNone) Format(field, sub.type);
+            if (sub.index != "*") {
+                Add(field, "index-ignored",
+                    "an array field takes every element whatever its index text " +
+                        Quote(sub.index) + " says",
+                    "write \"*\"; to show one element use a single item with that index");
+            }
+        }
+    }
+
+    void Subscribed(Location key, const std::string& text, bool textOut) {
+        key.key = "SubParamStr";
+        CAlgoUtils::SubParam sub;
+        if (CAlgoUtils::ParseSubscribeItem(text, sub) != 0) return;
+        Conversion(key, sub.type, false);
+        Index(key, sub.index);
+        const ElementKind valueType = ElementKindOf(sub.type);
+        // The format text shapes numbers only when they are published as text.
+        if (valueType == ElementKind::kString || (textOut && valueType != ElementKind::kNone)) {
+            Format(key, sub.type);
+        }
+    }
+
+    // A number output of a row whose value is a text, and text settings on a number output.
+    void Conversions(const cJSON* row, Location key, FORMAT_V2_DATA_TYPE kind, int convert) {
+        key.key = "ConvertType";
+        if ((convert == 1 || convert == 2) && kind != FORMAT_V2_DATA_SUBSCRIBE) {
+            const char* what = kind == FORMAT_V2_DATA_ARRAY    ? "the laid-out text of the array"
+                               : kind == FORMAT_V2_DATA_CUSTOM ? "the custom text"
+                                                               : "the line break";
+            Add(key, "convert-text-to-number",
+                std::string(what) + " goes through " + (convert == 1 ? "stoi" : "stof") +
+                    ": only a leading number is published, and a text that does not start "
+                    "with one fails the run with " + Hex(kStatusNotConvertible),
+                "use \"ConvertType\" 3 (string)");
+        }
+        if (convert == 3) return;
+        for (const char* setting : {"StrTruncEnable", "StrPrefix", "StrSuffix", "StrDelete"}) {
+            const bool set = std::strcmp(setting, "StrTruncEnable") == 0
+                                 ? Number(row, setting) != 0
+                                 : !Text(row, setting).empty();
+            if (!set) continue;
+            key.key = setting;
+            Add(key, "text-settings-ignored",
+                "truncation, prefix, suffix and deletion apply only to text outputs; this output "
+                "is published as a number",
+                "use \"ConvertType\" 3, or clear the text settings");
+            return;
+        }
+    }
+
+    // Truncation that keeps nothing; text is the row's text when the configuration fixes it.
+    void Truncation(const cJSON* row, Location key, FORMAT_V2_DATA_TYPE kind,
+                    const std::string& text) {
+        if (Number(row, "StrTruncEnable") == 0) return;
+        const int start = Number(row, "StrTruncStart");
+        const int length = Number(row, "StrTruncLen");
+        const bool fixedText = kind == FORMAT_V2_DATA_CUSTOM || kind == FORMAT_V2_DATA_SYMBOL;
+        std::string known = kind == FORMAT_V2_DATA_CUSTOM ? text : "";
+        if (kind == FORMAT_V2_DATA_SYMBOL) known = text == EscapedCr ? "\r" : "\r\n";
+        if (start >= 0 && length > 0 && !(fixedText && static_cast<size_t>(start) >= known.size())) {
+            return;
+        }
+        key.key = start < 0 || (fixedText && length > 0) ? "StrTruncStart" : "StrTruncLen";
+        Add(key, "truncation-empty",
+            "\"StrTruncStart\" " + std::to_string(start) + " with \"StrTruncLen\" " +
+                std::to_string(length) +
+                " keeps nothing: the text is always empty before the prefix and suffix",
+            "keep characters from a start of 0 or more with a length above 0, or set "
+            "\"StrTruncEnable\" 0");
+    }
+
     void Row(const cJSON* row, int position) {
         Location at;
         at.row = position;
@@ -247,11 +332,8 @@ class Linter {
         if (cJSON_IsString(name)) at.paramName = name->valuestring;
         const cJSON* array = cJSON_GetObjectItem(row, "Array");
         const bool isArray = cJSON_IsArray(array);
-        if (isArray) {
-            Keys(row, at, kRowKeys, std::size(kRowKeys), kSingleOnlyKeys, std::size(kSingleOnlyKeys));
-        } else {
-            Keys(row, at, kRowKeys, std::size(kRowKeys));
-        }
+        Keys(row, at, kRowKeys, std::size(kRowKeys), isArray ? kSingleOnlyKeys : nullptr,
+             isArray ? std::size(kSingleOnlyKeys) : 0);
         Location key = at;
         if (array != nullptr && !isArray) {
             key.key = "Array";
@@ -259,101 +341,27 @@ class Linter {
                 "make \"Array\" a list of fields, or remove it");
         }
         const std::string text = Text(row, "SubParamStr");
-        const int custom = Number(row, "IsCustomEdit");
         FORMAT_V2_DATA_TYPE kind = FORMAT_V2_DATA_SUBSCRIBE;
         if (isArray) kind = FORMAT_V2_DATA_ARRAY;
-        else if (custom == 1) kind = FORMAT_V2_DATA_CUSTOM;
-        else if (text == "\\r\\n" || text == "\\r") kind = FORMAT_V2_DATA_SYMBOL;
+        else if (Number(row, "IsCustomEdit") == 1) kind = FORMAT_V2_DATA_CUSTOM;
+        else if (text == EscapedCrLf || text == EscapedCr) kind = FORMAT_V2_DATA_SYMBOL;
 
         key.key = "ParamName";
         Name(key, at.paramName.value_or(""));
         const int convert = Number(row, "ConvertType");
         const bool textOut = convert == 3;
-
-        if (kind == FORMAT_V2_DATA_ARRAY) {
-            int element = 0;
-            for (const cJSON* e = array->child; e != nullptr; e = e->next, ++element) {
-                Location field = at;
-                field.element = element;
-                if (cJSON_IsObject(e)) Keys(e, field, kElementKeys, std::size(kElementKeys));
-                field.key = "Separator";
-                LiteralEscape(field, Text(e, "Separator"));
-                CAlgoUtils::SubParam sub;
-                field.key = "SubParamStr";
-                if (CAlgoUtils::ParseSubscribeItem(Text(e, "SubParamStr"), sub) != 0) continue;
-                Conversion(field, sub.type, true);
-                if (ElementKindOf(sub.type) != ElementKind::kNone) Format(field, sub.type);
-                if (sub.index != "*") {
-                    Add(field, "index-ignored",
-                        "an array field takes every element whatever its index text " + Quote(sub.index) + " says",
-                        "write \"*\"; to show one element use a single item with that index");
-                }
-            }
-        } else if (kind == FORMAT_V2_DATA_SUBSCRIBE) {
-            key.key = "SubParamStr";
-            CAlgoUtils::SubParam sub;
-            if (CAlgoUtils::ParseSubscribeItem(text, sub) == 0) {
-                Conversion(key, sub.type, false);
-                Index(key, sub.index);
-                const ElementKind valueType = ElementKindOf(sub.type);
-                // The format text shapes numbers only when they are published as text.
-                if (valueType == ElementKind::kString || (textOut && valueType != ElementKind::kNone)) {
-                    Format(key, sub.type);
-                }
-            }
-        } else if (kind == FORMAT_V2_DATA_CUSTOM) {
+        if (kind == FORMAT_V2_DATA_ARRAY) Fields(array, at);
+        if (kind == FORMAT_V2_DATA_SUBSCRIBE) Subscribed(at, text, textOut);
+        if (kind == FORMAT_V2_DATA_CUSTOM) {
             key.key = "SubParamStr";
             LiteralEscape(key, text);
         }
-
-        key.key = "ConvertType";
-        if ((convert == 1 || convert == 2) && kind != FORMAT_V2_DATA_SUBSCRIBE) {
-            const char* what = kind == FORMAT_V2_DATA_ARRAY    ? "the laid-out text of the array"
-                               : kind == FORMAT_V2_DATA_CUSTOM ? "the custom text"
-                                                       : "the line break";
-            const char* reader = convert == 1 ? "stoi" : "stof";
-            Add(key, "convert-text-to-number",
-                std::string(what) + " goes through " + reader +
-                    ": only a leading number is published, and a text that does not start with one "
-                    "fails the run with " + Hex(kStatusNotConvertible),
-                "use \"ConvertType\" 3 (string)");
-        }
-        const bool truncate = Number(row, "StrTruncEnable") != 0;
-        const std::string prefix = Text(row, "StrPrefix");
-        const std::string suffix = Text(row, "StrSuffix");
-        const std::string remove = Text(row, "StrDelete");
-        if (!textOut && (truncate || !prefix.empty() || !suffix.empty() || !remove.empty())) {
-            key.key = truncate ? "StrTruncEnable" : !prefix.empty() ? "StrPrefix" : !suffix.empty() ? "StrSuffix" : "StrDelete";
-            Add(key, "text-settings-ignored",
-                "truncation, prefix, suffix and deletion apply only to text outputs; this output is "
-                "published as a number",
-                "use \"ConvertType\" 3, or clear the text settings");
-        }
-        if (textOut && truncate) {
-            const int start = Number(row, "StrTruncStart");
-            const int length = Number(row, "StrTruncLen");
-            std::string known;  // the text before truncation, when the configuration fixes it
-            if (kind == FORMAT_V2_DATA_CUSTOM) known = text;
-            if (kind == FORMAT_V2_DATA_SYMBOL) known = text == "\\r" ? "\r" : "\r\n";
-            const bool fixedText = kind == FORMAT_V2_DATA_CUSTOM || kind == FORMAT_V2_DATA_SYMBOL;
-            if (start < 0 || length <= 0 ||
-                (fixedText && static_cast<size_t>(start) >= known.size())) {
-                key.key = start < 0 || (fixedText && length > 0) ? "StrTruncStart" : "StrTruncLen";
-                Add(key, "truncation-empty",
-                    "\"StrTruncStart\" " + std::to_string(start) + " with \"StrTruncLen\" " +
-                        std::to_string(length) +
-                        " keeps nothing: the text is always empty before the prefix and suffix",
-                    "keep characters from a start of 0 or more with a length above 0, or set "
-                    "\"StrTruncEnable\" 0");
-            }
-        }
-        if (textOut) {
-            key.key = "StrPrefix";
-            LiteralEscape(key, prefix);
-            key.key = "StrSuffix";
-            LiteralEscape(key, suffix);
-            key.key = "StrDelete";
-            LiteralEscape(key, remove);
+        Conversions(row, at, kind, convert);
+        if (!textOut) return;
+        Truncation(row, at, kind, text);
+        for (const char* setting : {"StrPrefix", "StrSuffix", "StrDelete"}) {
+            key.key = setting;
+            LiteralEscape(key, Text(row, setting));
         }
     }
 };

@@ -98,6 +98,28 @@ void FillPublisherFrame(CScFrame& frame, const std::string& key, const Value& va
     }
 }
 
+// What a run left in its output frame: verdict, display texts, outputs, DynamicPub records.
+void CollectOutputs(CScFrame& out, const Tables& tables, RunReport& report) {
+    auto text = out.StringTable.find("SINGLE_param_status_string");
+    report.verdict = text != out.StringTable.end() ? text->second : "";
+    if (auto cn = out.StringTable.find("SINGLE_show_text_cn"); cn != out.StringTable.end()) {
+        report.showTextCn = cn->second;
+    }
+    if (auto en = out.StringTable.find("SINGLE_show_text_en"); en != out.StringTable.end()) {
+        report.showTextEn = en->second;
+    }
+    AddOutputs(out.IntTable, Value::Kind::kInt, false, report.outputs);
+    AddOutputs(out.FloatTable, Value::Kind::kFloat, false, report.outputs);
+    AddOutputs(out.StringTable, Value::Kind::kString, false, report.outputs);
+    AddOutputs(out.IntListTable, Value::Kind::kInt, true, report.outputs);
+    AddOutputs(out.FloatListTable, Value::Kind::kFloat, true, report.outputs);
+    AddOutputs(out.StringListTable, Value::Kind::kString, true, report.outputs);
+    SortOutputs(report.outputs, tables);
+    if (auto* pubs = out.getData<DynamicPubRecords>("DynamicPub", false)) {
+        report.dynamicPub.assign(pubs->begin(), pubs->end());
+    }
+}
+
 }  // namespace
 
 struct Session::Library {
@@ -201,29 +223,10 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
     return true;
 }
 
-bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
-    report.name = plan.name;
-    LogCapture capture(report.log);
-    const size_t callsBefore = standin::ResultCalls().size();
-
-    if (plan.newConfig && !WriteConfig(plan.newConfig->text)) {
-        error = "cannot write the replaced configuration";
-        return false;
-    }
-    if (plan.paramName) {
-        report.paramStatus = m_module->SetParam(plan.paramName->c_str(), plan.paramValue.c_str(),
-                                                static_cast<int>(plan.paramValue.size()));
-        if (*plan.paramName == "CommandFormatV2Ensure") {
-            m_accepted = *report.paramStatus == 0;
-            m_tables = ReadTables();
-            report.tables = m_tables;
-        }
-    }
-
-    // Every publisher named by a subscription has a frame; each of its outputs is stored
-    // under the output's name, and input N is wired to entry N's publisher and output.
-    std::map<std::string, std::shared_ptr<CScFrame>> publishers;
-    standin::InputHandle input;
+// Every publisher named by a subscription has a frame; each of its outputs is stored under
+// the output's name, and input N is wired to entry N's publisher and output.
+bool Session::Wire(const RunSpec& plan, std::map<std::string, std::shared_ptr<CScFrame>>& publishers,
+                   standin::InputHandle& input, RunReport& report, std::string& error) {
     for (size_t i = 0; i < m_tables.subscriptions.size(); ++i) {
         const DYNAMIC_SUBSCRIBE_PARAM& entry = m_tables.subscriptions[i];
         auto& frame = publishers[entry.pub.algo_name];
@@ -253,6 +256,31 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
         }
         FillPublisherFrame(*publishers[publisher], output, value);
     }
+    return true;
+}
+
+bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
+    report.name = plan.name;
+    LogCapture capture(report.log);
+    const size_t callsBefore = standin::ResultCalls().size();
+
+    if (plan.newConfig && !WriteConfig(plan.newConfig->text)) {
+        error = "cannot write the replaced configuration";
+        return false;
+    }
+    if (plan.paramName) {
+        report.paramStatus = m_module->SetParam(plan.paramName->c_str(), plan.paramValue.c_str(),
+                                                static_cast<int>(plan.paramValue.size()));
+        if (*plan.paramName == "CommandFormatV2Ensure") {
+            m_accepted = *report.paramStatus == 0;
+            m_tables = ReadTables();
+            report.tables = m_tables;
+        }
+    }
+
+    std::map<std::string, std::shared_ptr<CScFrame>> publishers;
+    standin::InputHandle input;
+    if (!Wire(plan, publishers, input, report, error)) return false;
     if (plan.inputFrame) {
         input.frame = std::make_shared<CScFrame>();
         if (plan.imgMode) input.frame->IntTable["SINGLE_img_mode"] = *plan.imgMode;
@@ -261,25 +289,7 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
     standin::OutputHandle output;
     report.status = m_module->Process(input.handle(), output.handle());
 
-    const CScFrame& out = *output.frame;
-    auto text = out.StringTable.find("SINGLE_param_status_string");
-    report.verdict = text != out.StringTable.end() ? text->second : "";
-    if (auto cn = out.StringTable.find("SINGLE_show_text_cn"); cn != out.StringTable.end()) {
-        report.showTextCn = cn->second;
-    }
-    if (auto en = out.StringTable.find("SINGLE_show_text_en"); en != out.StringTable.end()) {
-        report.showTextEn = en->second;
-    }
-    AddOutputs(out.IntTable, Value::Kind::kInt, false, report.outputs);
-    AddOutputs(out.FloatTable, Value::Kind::kFloat, false, report.outputs);
-    AddOutputs(out.StringTable, Value::Kind::kString, false, report.outputs);
-    AddOutputs(out.IntListTable, Value::Kind::kInt, true, report.outputs);
-    AddOutputs(out.FloatListTable, Value::Kind::kFloat, true, report.outputs);
-    AddOutputs(out.StringListTable, Value::Kind::kString, true, report.outputs);
-    SortOutputs(report.outputs, m_tables);
-    if (auto* pubs = output.frame->getData<DynamicPubRecords>("DynamicPub", false)) {
-        report.dynamicPub.assign(pubs->begin(), pubs->end());
-    }
+    CollectOutputs(*output.frame, m_tables, report);
     const auto& calls = standin::ResultCalls();
     report.resultCalls.assign(calls.begin() + static_cast<std::ptrdiff_t>(callsBefore),
                               calls.end());

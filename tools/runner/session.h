@@ -3,6 +3,7 @@
 // publisher frames and calls Process once per run.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -81,6 +82,8 @@ class Session {
     bool m_accepted = false;  // whether the configuration in force was accepted
 
     Tables ReadTables();
+    bool Wire(const RunSpec& plan, std::map<std::string, std::shared_ptr<CScFrame>>& publishers,
+              standin::InputHandle& input, RunReport& report, std::string& error);
     bool WriteConfig(const std::string& text);
 };
 
