@@ -187,9 +187,11 @@ bool Scanner::Number(size_t& at, JsonNode& node) {
              point != nullptr && !std::isdigit(static_cast<unsigned char>(point[1])))
         why = "has no digit after its point";
     if (!why.empty()) {
+        char value[32];
+        std::snprintf(value, sizeof value, "%.15g", std::strtod(written.c_str(), nullptr));
         Loose(at, "loose-number",
-              "the number " + written + " " + why + ": the module reads it as " + written +
-                  " would be read by strtod, other JSON readers refuse it",
+              "the number " + written + " " + why + ": the module reads it as " + value +
+                  ", other JSON readers refuse it",
               "write it as JSON writes numbers, e.g. 12, 1.0, -0.5");
     }
     at += taken;

@@ -289,7 +289,7 @@ class Linter {
                     "with one fails the run with " + Hex(kStatusNotConvertible),
                 "use \"ConvertType\" 3 (string)");
         }
-        if (convert == 3) return;
+        if (convert != 1 && convert != 2) return;  // text, or refused
         for (const char* setting : {"StrTruncEnable", "StrPrefix", "StrSuffix", "StrDelete"}) {
             const bool set = std::strcmp(setting, "StrTruncEnable") == 0
                                  ? Number(row, setting) != 0
