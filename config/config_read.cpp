@@ -15,12 +15,12 @@ const std::string EscapedCrLf = "\\r\\n";
 const std::string EscapedCr = "\\r";
 
 // The module's Err line, when a log function was given.
-#define READER_ERR(msg, ...)                                                              \
-    do {                                                                                  \
-        if (m_log != nullptr) {                                                           \
-            m_log(ModuleId, LOG_LEVEL_ERR, "\033[31m" FV2_LOG_PREFIX msg "\033[0m",       \
-                  FV2_LOG_ARGS("Err", __LINE__), ##__VA_ARGS__);                          \
-        }                                                                                 \
+#define READER_ERR(msg, ...)                                                        \
+    do {                                                                            \
+        if (m_log != nullptr) {                                                     \
+            m_log(ModuleId, LOG_LEVEL_ERR, "\033[31m" FV2_LOG_PREFIX msg "\033[0m", \
+                  FV2_LOG_ARGS("Err", __LINE__), ##__VA_ARGS__);                    \
+        }                                                                           \
     } while (0)
 
 namespace {
@@ -203,8 +203,8 @@ int ConfigReader::Named(cJSON* row, int position, DataSection& item, const Confi
                 {kRowStrDelete, nullptr, &item.StrDelete}};
     for (const auto& r : rest) {
         const char* key = RowCodeOf(r.code).key;
-        const int failed = r.number != nullptr ? Fill(row, key, *r.number, 0)
-                                               : Fill(row, key, *r.text, kNull);
+        const int failed =
+            r.number != nullptr ? Fill(row, key, *r.number, 0) : Fill(row, key, *r.text, kNull);
         if (failed != 0 && StopRow(r.code, position, -1)) return r.code;
     }
     return 0;

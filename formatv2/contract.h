@@ -186,19 +186,20 @@ inline constexpr RowCodeInfo kRowCodes[] = {
     {kRowStrDelete, false, "StrDelete", ConfigRule::kText},
 };
 
-constexpr const RowCodeInfo& RowCodeOf(RowCode code) { return kRowCodes[-code - 1]; }
+constexpr const RowCodeInfo& RowCodeOf(RowCode code) {
+    return kRowCodes[-code - 1];
+}
 
 // The top-level keys, in reading order, and the keys of a row and of an array element.
 inline constexpr const char* kTopKeys[] = {"ModuleName", "StrConcateEnable", "ParamName",
                                            "SubParamList"};
 inline constexpr const char* kRowKeys[] = {
-    "Array",         "SubParamStr",    "IsCustomEdit",  "ShowValue_CN", "ShowValue_EN",
-    "ParamName",     "ConvertType",    "StrTruncEnable", "StrTruncStart", "StrTruncLen",
-    "StrPrefix",     "StrSuffix",      "StrDelete"};
+    "Array",     "SubParamStr", "IsCustomEdit",   "ShowValue_CN",  "ShowValue_EN",
+    "ParamName", "ConvertType", "StrTruncEnable", "StrTruncStart", "StrTruncLen",
+    "StrPrefix", "StrSuffix",   "StrDelete"};
 inline constexpr const char* kElementKeys[] = {"SubParamStr", "Separator", "ShowValue_CN",
                                                "ShowValue_EN"};
 
 static_assert(RowCodeOf(kRowStrDelete).code == kRowStrDelete, "row codes in order");
-static_assert(RuleInfo(ConfigRule::kTooManyPublications).rule ==
-                  ConfigRule::kTooManyPublications,
+static_assert(RuleInfo(ConfigRule::kTooManyPublications).rule == ConfigRule::kTooManyPublications,
               "rules in order");

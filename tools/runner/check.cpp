@@ -77,18 +77,25 @@ std::string Fix(ConfigRule rule, const std::string& key) {
     const bool none = key == "Separator" || key.rfind("Str", 0) == 0;
     switch (rule) {
         case ConfigRule::kText:
-            return "give \"" + key + "\" a text in double quotes" + (none ? " (\"\" for none)" : "");
-        case ConfigRule::kNumber: return "give \"" + key + "\" a number";
-        case ConfigRule::kList: return "give \"" + key + "\" a list of rows ([] for none)";
+            return "give \"" + key + "\" a text in double quotes" +
+                   (none ? " (\"\" for none)" : "");
+        case ConfigRule::kNumber:
+            return "give \"" + key + "\" a number";
+        case ConfigRule::kList:
+            return "give \"" + key + "\" a list of rows ([] for none)";
         case ConfigRule::kSubscription:
             return "write <algo_id>:<algo_name>:<param_name>:<index>:<type>, e.g. "
                    "\"3:blob:count:*:%d\"";
-        case ConfigRule::kCustomEdit: return "write 0 or 1";
-        case ConfigRule::kUniqueName: return "give each output a name of its own";
-        case ConfigRule::kConvertType: return "write 1, 2 or 3";
+        case ConfigRule::kCustomEdit:
+            return "write 0 or 1";
+        case ConfigRule::kUniqueName:
+            return "give each output a name of its own";
+        case ConfigRule::kConvertType:
+            return "write 1, 2 or 3";
         case ConfigRule::kConcatNeedsText:
             return "write \"ConvertType\" 3, or \"StrConcateEnable\" 0 for one output per item";
-        default: return "";
+        default:
+            return "";
     }
 }
 
@@ -155,8 +162,8 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const JsonSca
     std::vector<Refusal> out;
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     if (!collect.all.empty() && collect.all[0].rule == ConfigRule::kNotJson) {
-        JsonIssue issue{collect.all[0].offset, "json-syntax",
-                        "the module's JSON reader stops here", ""};
+        JsonIssue issue{collect.all[0].offset, "json-syntax", "the module's JSON reader stops here",
+                        ""};
         out.push_back(Syntax(scan.error.value_or(issue), status, text));
     } else if (root != nullptr && root->kind != JsonNode::Kind::kObject) {
         Refusal r = Syntax({root->begin, "", "", ""}, status, text);
@@ -166,20 +173,39 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const JsonSca
         r.message = "the top level is not an object; a configuration is one JSON object {...}";
         out.push_back(r);
     } else {
-        for (const ConfigRefusal& c : collect.all) out.push_back(FromReader(c, status, text, root));
+        for (const ConfigRefusal& c : collect.all) {
+            // A row or field that is no object lacks every key: one refusal says so.
+            Location at;
+            at.row = c.row;
+            at.element = c.element;
+            const JsonNode* object = Resolve(root, at).object;
+            const bool noObject = object != nullptr && object->kind != JsonNode::Kind::kObject;
+            if (noObject && !out.empty() && out.back().at.row == c.row &&
+                out.back().at.element == c.element) {
+                continue;
+            }
+            out.push_back(FromReader(c, status, text, root));
+            if (noObject) {
+                out.back().message =
+                    Where(at) + " is not an object; it is " +
+                    Shorten(text.substr(object->begin, object->end - object->begin));
+                out.back().fix = "write the keys of a row between { and }";
+            }
+        }
     }
     if (out.empty() && status == kStatusTableRefused) {
         Refusal r;
         r.status = status;
         r.at.key = "SubParamList";
         const bool subs = SubscriptionCount(items) > static_cast<size_t>(kMaxSubscriptions);
-        const ConfigRuleInfo& info = RuleInfo(subs ? ConfigRule::kTooManySubscriptions
-                                                   : ConfigRule::kTooManyPublications);
+        const ConfigRuleInfo& info =
+            RuleInfo(subs ? ConfigRule::kTooManySubscriptions : ConfigRule::kTooManyPublications);
         r.ruleId = info.id;
         r.rule = std::string("the items ") + info.text;
         r.message = r.rule;
         r.fix = "split the items over two modules";
-        if (const JsonNode* list = Member(root, "SubParamList")) r.place = PlaceAt(text, list->keyBegin);
+        if (const JsonNode* list = Member(root, "SubParamList"))
+            r.place = PlaceAt(text, list->keyBegin);
         out.push_back(r);
     }
     if (out.empty()) {
@@ -210,8 +236,8 @@ Verdict Examine(int status, const std::string& text) {
     }
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     for (const JsonIssue& issue : scan.loose) {
-        v.warnings.push_back({Location{}, issue.rule, issue.message, issue.fix,
-                              PlaceAt(text, issue.offset)});
+        v.warnings.push_back(
+            {Location{}, issue.rule, issue.message, issue.fix, PlaceAt(text, issue.offset)});
     }
     for (Warning w : Lint(text)) {
         const Resolved at = Resolve(root, w.at);
@@ -265,7 +291,9 @@ void Tell(const Diagnostics& diag, const std::string& name, const std::string& t
     std::stable_sort(order.begin(), order.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     const bool several = v.refusals.size() > 1;
-    for (const auto& [offset, item] : order) {
+    // Problems at one place share one excerpt, shown after the last of them.
+    for (size_t i = 0; i < order.size(); ++i) {
+        const auto& [offset, item] = order[i];
         const auto* r = static_cast<const Refusal*>(item);
         if (!v.refusals.empty() && r >= &v.refusals.front() && r <= &v.refusals.back()) {
             std::string message = r->message;
@@ -275,7 +303,7 @@ void Tell(const Diagnostics& diag, const std::string& name, const std::string& t
                 message += "status " + Hex(r->status) + "]";
             }
             diag.Say(Severity::kError, At(name, r->place), message);
-            Excerpt(text, r->place);
+            if (&order[i] == &order.back() || order[i + 1].first != offset) Excerpt(text, r->place);
             if (!r->fix.empty()) std::fprintf(stderr, "  fix: %s\n", r->fix.c_str());
             if (several && r->stops) {
                 std::fprintf(stderr, "  note: the module stops at this refusal\n");
@@ -284,7 +312,7 @@ void Tell(const Diagnostics& diag, const std::string& name, const std::string& t
         }
         const auto* w = static_cast<const Warning*>(item);
         diag.Say(Severity::kWarning, At(name, w->place), WarningText(*w));
-        Excerpt(text, w->place);
+        if (&order[i] == &order.back() || order[i + 1].first != offset) Excerpt(text, w->place);
         if (!w->fix.empty()) std::fprintf(stderr, "  fix: %s\n", w->fix.c_str());
     }
 }

@@ -15,7 +15,9 @@ namespace {
 constexpr int kMaxDepth = 1000;
 constexpr size_t kMaxNumber = 63;
 
-bool IsHex(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
+bool IsHex(char c) {
+    return std::isxdigit(static_cast<unsigned char>(c)) != 0;
+}
 
 // The character at offset as the user sees it: a whole UTF-8 sequence, or a name.
 std::string Shown(const std::string& text, size_t at) {
@@ -48,7 +50,8 @@ class Scanner {
         JsonNode root;
         if (!Value(at, root)) return;
         if (m_text.find_first_not_of(" \t\r\n", Blanks(at)) != std::string::npos) {
-            Loose(Blanks(at), "trailing-text", "text follows the closing '}'; the module ignores it",
+            Loose(Blanks(at), "trailing-text",
+                  "text follows the closing '}'; the module ignores it",
                   "remove it, or move it into the object");
         }
         if (m_text.size() < m_full.size() &&
@@ -88,8 +91,9 @@ class Scanner {
         for (; at < m_text.size() && static_cast<unsigned char>(m_text[at]) <= ' '; ++at) {
             if (std::strchr(" \t\r\n", m_text[at]) == nullptr) {
                 Loose(at, "control-character",
-                      Shown(m_text, at) + " stands between the values; the module reads it as a "
-                                          "blank, other JSON readers refuse it",
+                      Shown(m_text, at) +
+                          " stands between the values; the module reads it as a "
+                          "blank, other JSON readers refuse it",
                       "remove it");
             }
         }
@@ -102,10 +106,12 @@ class Scanner {
         }
         const char c = m_text[at];
         std::string why = "unexpected " + Shown(m_text, at) + " where " + expected + " should be";
-        if (c == '\'') why += ": JSON texts use double quotes";
+        if (c == '\'')
+            why += ": JSON texts use double quotes";
         else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_')
             why += ": texts need double quotes; the only bare words are true, false and null";
-        else if (c == '+' || c == '.') why += ": a number starts with a digit or '-'";
+        else if (c == '+' || c == '.')
+            why += ": a number starts with a digit or '-'";
         return Fail(at, why);
     }
 
@@ -169,11 +175,16 @@ bool Scanner::Number(size_t& at, JsonNode& node) {
     const std::string written = m_text.substr(at, word - at);
     if (taken == 0 || taken < word - at) {
         std::string why = "malformed number '" + written + "'";
-        if (taken == 0) why += ": a '-' needs digits after it";
-        else if (std::strchr("eE", m_text[at + taken]) != nullptr) why += ": an exponent needs digits";
-        else if (m_text[at + taken] == '.') why += ": a number has one point";
-        else if (taken >= kMaxNumber) why += ": the module reads at most 63 characters of a number";
-        else why += ": numbers are decimal";
+        if (taken == 0)
+            why += ": a '-' needs digits after it";
+        else if (std::strchr("eE", m_text[at + taken]) != nullptr)
+            why += ": an exponent needs digits";
+        else if (m_text[at + taken] == '.')
+            why += ": a number has one point";
+        else if (taken >= kMaxNumber)
+            why += ": the module reads at most 63 characters of a number";
+        else
+            why += ": numbers are decimal";
         return Fail(at, why);
     }
     node.raw = written;
@@ -181,8 +192,10 @@ bool Scanner::Number(size_t& at, JsonNode& node) {
     const char* p = written.c_str();
     if (*p == '-') ++p;
     std::string why;
-    if (*p == '.') why = "has no digit before its point";
-    else if (p[0] == '0' && std::isdigit(static_cast<unsigned char>(p[1]))) why = "has a leading zero";
+    if (*p == '.')
+        why = "has no digit before its point";
+    else if (p[0] == '0' && std::isdigit(static_cast<unsigned char>(p[1])))
+        why = "has a leading zero";
     else if (const char* point = std::strchr(p, '.');
              point != nullptr && !std::isdigit(static_cast<unsigned char>(point[1])))
         why = "has no digit after its point";
@@ -215,9 +228,12 @@ bool Scanner::String(size_t& at, std::string& out) {
         } else if (c < 0x20) {
             brokeLine = brokeLine || c == '\n';
             Loose(i, "raw-control",
-                  Shown(m_text, i) + " stands raw inside a text; the module keeps it, other JSON "
-                                     "readers refuse it",
-                  c == '\t' ? "write \\t" : c == '\n' ? "write \\n" : "write it as an escape");
+                  Shown(m_text, i) +
+                      " stands raw inside a text; the module keeps it, other JSON "
+                      "readers refuse it",
+                  c == '\t'   ? "write \\t"
+                  : c == '\n' ? "write \\n"
+                              : "write it as an escape");
         }
     }
     if (brokeLine && m_openString == std::string::npos) m_openString = open;
@@ -238,7 +254,8 @@ bool Scanner::Escape(size_t at, size_t end, size_t& length) {
         code = 0;
         for (size_t i = 0; i < 4; ++i) {
             if (!IsHex(m_text[from + i])) return false;
-            const char d = static_cast<char>(std::tolower(static_cast<unsigned char>(m_text[from + i])));
+            const char d =
+                static_cast<char>(std::tolower(static_cast<unsigned char>(m_text[from + i])));
             code = code * 16 + static_cast<unsigned>(d <= '9' ? d - '0' : d - 'a' + 10);
         }
         return true;
@@ -256,14 +273,16 @@ bool Scanner::Escape(size_t at, size_t end, size_t& length) {
         return true;
     }
     if (code >= 0xDC00 && code <= 0xDFFF) {
-        return Fail(at, "the escape " + m_text.substr(at, 6) + " is half of a pair (a low surrogate) without its first half");
+        return Fail(at, "the escape " + m_text.substr(at, 6) +
+                            " is half of a pair (a low surrogate) without its first half");
     }
     if (code >= 0xD800 && code <= 0xDBFF) {
         unsigned low = 0;
         if (end - at < 12 || m_text.compare(at + 6, 2, "\\u") != 0 || !hex(at + 8, low) ||
             low < 0xDC00 || low > 0xDFFF) {
-            return Fail(at, "the escape " + m_text.substr(at, 6) +
-                                " must be followed by a second \\uDC00..\\uDFFF (a surrogate pair)");
+            return Fail(at,
+                        "the escape " + m_text.substr(at, 6) +
+                            " must be followed by a second \\uDC00..\\uDFFF (a surrogate pair)");
         }
         length = 12;
     }
@@ -313,8 +332,11 @@ bool Scanner::Object(size_t& at, JsonNode& node) {
         JsonNode member;
         member.keyBegin = at;
         if (at >= m_text.size() || m_text[at] != '"') {
-            if (at < m_text.size() && m_text[at] == ',') return Fail(at, "unexpected ',' where a key or '}' should be");
-            if (at < m_text.size() && m_text[at] == ']') return Fail(at, "unexpected ']' where a key or '}' should be: the brackets do not match");
+            if (at < m_text.size() && m_text[at] == ',')
+                return Fail(at, "unexpected ',' where a key or '}' should be");
+            if (at < m_text.size() && m_text[at] == ']')
+                return Fail(
+                    at, "unexpected ']' where a key or '}' should be: the brackets do not match");
             return Unexpected(at, "a key in double quotes");
         }
         if (!String(at, member.key)) return false;
@@ -342,8 +364,11 @@ bool Scanner::Array(size_t& at, JsonNode& node) {
     }
     for (bool done = false; !done;) {
         JsonNode element;
-        if (at < m_text.size() && m_text[at] == ',') return Fail(at, "a value is missing before ','");
-        if (at < m_text.size() && m_text[at] == '}') return Fail(at, "unexpected '}' where a value or ']' should be: the brackets do not match");
+        if (at < m_text.size() && m_text[at] == ',')
+            return Fail(at, "a value is missing before ','");
+        if (at < m_text.size() && m_text[at] == '}')
+            return Fail(at,
+                        "unexpected '}' where a value or ']' should be: the brackets do not match");
         if (!Value(at, element)) return false;
         node.members.push_back(std::move(element));
         if (!AfterMember(at, ']', "element", done)) return false;

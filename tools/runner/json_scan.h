@@ -14,7 +14,7 @@ namespace preview {
 struct JsonNode {
     enum class Kind { kObject, kArray, kString, kNumber, kLiteral };
     Kind kind = Kind::kLiteral;
-    size_t begin = 0;               // byte offsets of the value and just past it
+    size_t begin = 0;  // byte offsets of the value and just past it
     size_t end = 0;
     std::string key;                // an object member's key, as written between the quotes
     size_t keyBegin = 0;            // byte offset of that key's opening quote
@@ -25,7 +25,7 @@ struct JsonNode {
 // A problem at a byte offset of the text.
 struct JsonIssue {
     size_t offset = 0;
-    std::string rule;     // loose JSON: its lint rule; an error: "json-syntax"
+    std::string rule;  // loose JSON: its lint rule; an error: "json-syntax"
     std::string message;
     std::string fix;
 };
