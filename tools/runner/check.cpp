@@ -47,10 +47,44 @@ Resolved Resolve(const JsonNode* root, const Location& at) {
     return r;
 }
 
-Place PlaceAt(const std::string& text, size_t offset) {
-    const TextPlace p = PlaceOf(text, offset);
-    return {offset, p.line, p.column};
-}
+// Line and column of byte offsets of one text; the text is walked once, however many findings.
+class LineIndex {
+  public:
+    explicit LineIndex(const std::string& text) : m_text(text) {
+        m_starts.push_back(0);
+        for (size_t i = 0; i < text.size(); ++i) {
+            if (text[i] == '\n') m_starts.push_back(i + 1);
+        }
+    }
+    Place At(size_t offset) const {
+        offset = std::min(offset, m_text.size());
+        const size_t line = static_cast<size_t>(
+            std::upper_bound(m_starts.begin(), m_starts.end(), offset) - m_starts.begin());
+        // Findings come mostly in the order of the text: a long line is counted on from the
+        // last place asked for, not from its start each time.
+        size_t from = m_starts[line - 1];
+        size_t column = 1;
+        if (m_lastLine == line && m_lastOffset <= offset) {
+            from = m_lastOffset;
+            column = m_lastColumn;
+        }
+        for (size_t i = from; i < offset; ++i) {
+            // A UTF-8 continuation byte is no new character.
+            if ((static_cast<unsigned char>(m_text[i]) & 0xC0) != 0x80) ++column;
+        }
+        m_lastLine = line;
+        m_lastOffset = offset;
+        m_lastColumn = column;
+        return {offset, line, column};
+    }
+
+  private:
+    const std::string& m_text;
+    std::vector<size_t> m_starts;
+    mutable size_t m_lastLine = 0;
+    mutable size_t m_lastOffset = 0;
+    mutable size_t m_lastColumn = 1;
+};
 
 bool Known(const std::string& key) {
     for (const auto* list : {&kTopKeys, &kElementKeys}) {
@@ -104,7 +138,7 @@ std::string Shorten(const std::string& text) {
 }
 
 Refusal FromReader(const ConfigRefusal& c, int status, const std::string& text,
-                   const JsonNode* root) {
+                   const LineIndex& lines, const JsonNode* root) {
     Refusal r;
     r.status = status;
     if (c.code != 0) r.code = c.code;
@@ -129,30 +163,31 @@ Refusal FromReader(const ConfigRefusal& c, int status, const std::string& text,
     if (at.member != nullptr) {
         r.value = text.substr(at.member->begin, at.member->end - at.member->begin);
         r.message += "; it is " + Shorten(*r.value);
-        r.place = PlaceAt(text, at.member->begin);
+        r.place = lines.At(at.member->begin);
     } else if (const JsonNode* typo = Misspelt(at.object, r.at.key)) {
         r.message += "; \"" + typo->key + "\" is a misspelling of it";
         r.fix = "rename \"" + typo->key + "\" to \"" + r.at.key + "\"";
-        r.place = PlaceAt(text, typo->keyBegin);
+        r.place = lines.At(typo->keyBegin);
     } else if (at.object != nullptr) {
-        r.place = PlaceAt(text, at.object->begin);
+        r.place = lines.At(at.object->begin);
     }
     return r;
 }
 
-Refusal Syntax(const JsonIssue& issue, int status, const std::string& text) {
+Refusal Syntax(const JsonIssue& issue, int status, const LineIndex& lines) {
     Refusal r;
     r.status = status;
     r.syntax = true;
     r.ruleId = RuleInfo(ConfigRule::kNotJson).id;
     r.rule = "not valid JSON";
     r.message = issue.message;
-    r.place = PlaceAt(text, issue.offset);
+    r.place = lines.At(issue.offset);
     return r;
 }
 
 // What the reader refuses, in reading order; the first is where the module stops.
-std::vector<Refusal> Refusals(int status, const std::string& text, const JsonScan& scan) {
+std::vector<Refusal> Refusals(int status, const std::string& text, const LineIndex& lines,
+                              const JsonScan& scan) {
     Collect collect;
     std::string moduleName;
     std::string paramName;
@@ -164,9 +199,9 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const JsonSca
     if (!collect.all.empty() && collect.all[0].rule == ConfigRule::kNotJson) {
         JsonIssue issue{collect.all[0].offset, "json-syntax", "the module's JSON reader stops here",
                         ""};
-        out.push_back(Syntax(scan.error.value_or(issue), status, text));
+        out.push_back(Syntax(scan.error.value_or(issue), status, lines));
     } else if (root != nullptr && root->kind != JsonNode::Kind::kObject) {
-        Refusal r = Syntax({root->begin, "", "", ""}, status, text);
+        Refusal r = Syntax({root->begin, "", "", ""}, status, lines);
         r.syntax = false;
         r.ruleId = "not-an-object";
         r.rule = "the configuration must be one JSON object";
@@ -184,7 +219,7 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const JsonSca
                 out.back().at.element == c.element) {
                 continue;
             }
-            out.push_back(FromReader(c, status, text, root));
+            out.push_back(FromReader(c, status, text, lines, root));
             if (noObject) {
                 out.back().message =
                     Where(at) + " is not an object; it is " +
@@ -204,8 +239,7 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const JsonSca
         r.rule = std::string("the items ") + info.text;
         r.message = r.rule;
         r.fix = "split the items over two modules";
-        if (const JsonNode* list = Member(root, "SubParamList"))
-            r.place = PlaceAt(text, list->keyBegin);
+        if (const JsonNode* list = Member(root, "SubParamList")) r.place = lines.At(list->keyBegin);
         out.push_back(r);
     }
     if (out.empty()) {
@@ -230,21 +264,22 @@ bool AtKey(const std::string& rule) {
 Verdict Examine(int status, const std::string& text) {
     Verdict v;
     const JsonScan scan = ScanJson(text);
+    const LineIndex lines(text);
     if (status != 0) {
-        v.refusals = Refusals(status, text, scan);
+        v.refusals = Refusals(status, text, lines, scan);
         v.refusal = v.refusals.front();
     }
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     for (const JsonIssue& issue : scan.loose) {
         v.warnings.push_back(
-            {Location{}, issue.rule, issue.message, issue.fix, PlaceAt(text, issue.offset)});
+            {Location{}, issue.rule, issue.message, issue.fix, lines.At(issue.offset)});
     }
     for (Warning w : Lint(text)) {
         const Resolved at = Resolve(root, w.at);
         if (at.member != nullptr) {
-            w.place = PlaceAt(text, AtKey(w.rule) ? at.member->keyBegin : at.member->begin);
+            w.place = lines.At(AtKey(w.rule) ? at.member->keyBegin : at.member->begin);
         } else if (at.object != nullptr) {
-            w.place = PlaceAt(text, at.object->begin);
+            w.place = lines.At(at.object->begin);
         }
         // A misspelt key that a refusal names already is not told twice.
         const bool told = std::any_of(v.refusals.begin(), v.refusals.end(), [&](const Refusal& r) {
