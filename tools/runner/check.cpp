@@ -320,35 +320,42 @@ std::string At(const std::string& name, const Place& place) {
 void Tell(const Diagnostics& diag, const std::string& name, const std::string& text,
           const Verdict& v) {
     // Refusals and warnings in the order of the text; what has no place comes first.
-    std::vector<std::pair<size_t, const void*>> order;
-    for (const Refusal& r : v.refusals) order.emplace_back(r.place.offset, &r);
-    for (const Warning& w : v.warnings) order.emplace_back(w.place.offset, &w);
-    std::stable_sort(order.begin(), order.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    struct Item {
+        const Place* place;
+        const Refusal* refusal;
+        const Warning* warning;
+    };
+    std::vector<Item> order;
+    for (const Refusal& r : v.refusals) order.push_back({&r.place, &r, nullptr});
+    for (const Warning& w : v.warnings) order.push_back({&w.place, nullptr, &w});
+    std::stable_sort(order.begin(), order.end(), [](const Item& a, const Item& b) {
+        return a.place->offset < b.place->offset;
+    });
     const bool several = v.refusals.size() > 1;
-    // Problems at one place share one excerpt, shown after the last of them.
     for (size_t i = 0; i < order.size(); ++i) {
-        const auto& [offset, item] = order[i];
-        const auto* r = static_cast<const Refusal*>(item);
-        if (!v.refusals.empty() && r >= &v.refusals.front() && r <= &v.refusals.back()) {
+        const Item& item = order[i];
+        std::string fix;
+        if (const Refusal* r = item.refusal) {
             std::string message = r->message;
             if (!r->syntax) {
                 message += " [";
                 if (r->code) message += "row code " + std::to_string(*r->code) + ", ";
                 message += "status " + Hex(r->status) + "]";
             }
-            diag.Say(Severity::kError, At(name, r->place), message);
-            if (&order[i] == &order.back() || order[i + 1].first != offset) Excerpt(text, r->place);
-            if (!r->fix.empty()) std::fprintf(stderr, "  fix: %s\n", r->fix.c_str());
-            if (several && r->stops) {
-                std::fprintf(stderr, "  note: the module stops at this refusal\n");
-            }
-            continue;
+            diag.Say(Severity::kError, At(name, *item.place), message);
+            fix = r->fix;
+        } else {
+            diag.Say(Severity::kWarning, At(name, *item.place), WarningText(*item.warning));
+            fix = item.warning->fix;
         }
-        const auto* w = static_cast<const Warning*>(item);
-        diag.Say(Severity::kWarning, At(name, w->place), WarningText(*w));
-        if (&order[i] == &order.back() || order[i + 1].first != offset) Excerpt(text, w->place);
-        if (!w->fix.empty()) std::fprintf(stderr, "  fix: %s\n", w->fix.c_str());
+        // Problems at one place share one excerpt, shown after the last of them.
+        if (i + 1 == order.size() || order[i + 1].place->offset != item.place->offset) {
+            Excerpt(text, *item.place);
+        }
+        if (!fix.empty()) std::fprintf(stderr, "  fix: %s\n", fix.c_str());
+        if (several && item.refusal != nullptr && item.refusal->stops) {
+            std::fprintf(stderr, "  note: the module stops at this refusal\n");
+        }
     }
 }
 
