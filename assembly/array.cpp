@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr int kErrUnresolved = static_cast<int>(0xE0000001);
-constexpr int kErrFieldRead = static_cast<int>(0xE0000315);
+constexpr int kErrUnresolved = kStatusBadArgument;
+constexpr int kErrFieldRead = kStatusFieldRead;
 // Room reserved per cell that holds an element: a number of up to 12 characters. Longer
 // cells (wide formats, texts) make the text grow as usual.
 constexpr size_t kCellGuess = 12;

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int kErrNotDelivered = static_cast<int>(0xC0000004);
+constexpr int kErrNotDelivered = kStatusNotDelivered;
 
 }  // namespace
 

@@ -1,23 +1,20 @@
 // Reading "algo_private.json": the top-level settings and the item list, then the two dynamic
 // tables built from them. A failure keeps what the read had built up to that point; the
 // dynamic tables change only once the whole text has been accepted.
-#include <cjson/cJSON.h>
-
 #include <cstring>
-#include <memory>
-#include <set>
 
+#include "config/config_read.h"
 #include "formatv2/formatv2.h"
 #include "formatv2/module_log.h"
 #include "host/osal.h"
 
 namespace {
 
-constexpr int kErrNoText = static_cast<int>(0xE000000A);
-constexpr int kErrFileSize = static_cast<int>(0xE0000203);
-constexpr int kErrFileLoad = static_cast<int>(0xE0000201);
-constexpr int kErrConfigRefused = static_cast<int>(0xC0000105);
-constexpr int kErrTableRefused = static_cast<int>(0xC0000119);
+constexpr int kErrNoText = kStatusMissing;
+constexpr int kErrFileSize = kStatusFileSize;
+constexpr int kErrFileLoad = kStatusFileLoad;
+constexpr int kErrConfigRefused = kStatusConfigRefused;
+constexpr int kErrTableRefused = kStatusTableRefused;
 
 // Releases the configuration text, which comes from the host's allocator, on every path.
 // A failed allocation releases nothing: the host's osal_free need not accept null.
@@ -29,10 +26,6 @@ struct OsalBuffer {
     OsalBuffer(const OsalBuffer&) = delete;
     OsalBuffer& operator=(const OsalBuffer&) = delete;
     char* data;
-};
-
-struct JsonDeleter {
-    void operator()(cJSON* json) const { cJSON_Delete(json); }
 };
 
 }  // namespace
@@ -67,156 +60,27 @@ int CFormatV2Module::GetSubParamList() {
     return status;
 }
 
+// The reading itself is ConfigReader's (config_read.cpp), which tools share; the module
+// stops at the first refusal and logs through its own logging library.
 int CFormatV2Module::ParsePrivJson(const char* text) {
-    if (text == nullptr) return kErrNoText;
-
-    // The error position comes from the parse itself. cJSON also keeps it in one
-    // process-wide variable (what cJSON_GetErrorPtr reads), which another instance's parse on
-    // another thread may overwrite at any moment, or leave pointing into a freed text.
-    const char* where = nullptr;
-    std::unique_ptr<cJSON, JsonDeleter> root(cJSON_ParseWithOpts(text, &where, 0));
-    if (!root) {
-        if (where != nullptr) FV2_ERR("cJSON parse Error: %s\n", where);
-        return kErrConfigRefused;
-    }
-
-    ModuleName.clear();
-    ParamName.clear();
-    StrConcateEnable = 0;
-    SubParamList.clear();
-
-    if (FillJsonValue(root.get(), "ModuleName", ModuleName, "null") != 0 ||
-        FillJsonValue(root.get(), "StrConcateEnable", StrConcateEnable, 0) != 0 ||
-        FillJsonValue(root.get(), "ParamName", ParamName, "null") != 0) {
-        return kErrConfigRefused;
-    }
-
-    cJSON* list = cJSON_GetObjectItem(root.get(), "SubParamList");
-    if (list == nullptr || !cJSON_IsArray(list)) {
-        FV2_ERR("cJSON_GetObjectItem SubParamList failed\n");
-        return kErrConfigRefused;
-    }
-
-    int ret = parseSubParamList(list);
-    if (ret != 0) {
-        FV2_ERR("parseSubParamList failed, ret=%d\n", ret);
-        return kErrConfigRefused;
-    }
-    return 0;
+    return ConfigReader(&log_print_mod, ModuleId)
+        .Parse(text, {ModuleName, StrConcateEnable, ParamName, SubParamList});
 }
 
 int CFormatV2Module::parseSubParamList(cJSON* list) {
-    if (list == nullptr || list->child == nullptr) return 0;
-
-    const std::string kNull = "null";
-    std::set<std::string> names;
-
-    for (cJSON* row = list->child; row != nullptr; row = row->next) {
-        DataSection item;
-
-        cJSON* array = cJSON_GetObjectItem(row, "Array");
-        if (array != nullptr && cJSON_IsArray(array)) {
-            item.DataType = FORMAT_V2_DATA_ARRAY;
-            for (cJSON* element = array->child; element != nullptr; element = element->next) {
-                DataField field;
-                if (FillJsonValue(element, "SubParamStr", field.SubParamStr, kNull) != 0) return -1;
-                if (FillJsonValue(element, "Separator", field.Separator, kNull) != 0) return -2;
-                if (FillJsonValue(element, "ShowValue_CN", field.ShowValue_CN, kNull) != 0)
-                    return -3;
-                if (FillJsonValue(element, "ShowValue_EN", field.ShowValue_EN, kNull) != 0)
-                    return -4;
-                int r = CAlgoUtils::ParseSubscribeItem(field.SubParamStr, field.SubParam);
-                if (r != 0) {
-                    FV2_ERR("ParseSubscribeItem failed, ret %d\n", r);
-                    return -5;
-                }
-                item.Array.push_back(std::move(field));
-            }
-        } else {
-            int customEdit = 0;
-            if (FillJsonValue(row, "SubParamStr", item.SubParamStr, kNull) != 0) return -6;
-            if (FillJsonValue(row, "IsCustomEdit", customEdit, 0) != 0) return -7;
-            if (customEdit == 0) {
-                if (item.SubParamStr == EscapedCrLf || item.SubParamStr == EscapedCr) {
-                    item.DataType = FORMAT_V2_DATA_SYMBOL;
-                } else {
-                    item.DataType = FORMAT_V2_DATA_SUBSCRIBE;
-                    int r = CAlgoUtils::ParseSubscribeItem(item.SubParamStr, item.SubParam);
-                    if (r != 0) {
-                        FV2_ERR("ParseSubscribeItem failed, ret %d\n", r);
-                        return -8;
-                    }
-                }
-            } else if (customEdit == 1) {
-                item.DataType = FORMAT_V2_DATA_CUSTOM;
-            } else {
-                FV2_ERR("Unsupported DATA type: [%d]\n", customEdit);
-                return -9;
-            }
-            if (FillJsonValue(row, "ShowValue_CN", item.ShowValue_CN, kNull) != 0) return -10;
-            if (FillJsonValue(row, "ShowValue_EN", item.ShowValue_EN, kNull) != 0) return -11;
-        }
-
-        if (FillJsonValue(row, "ParamName", item.ParamName, kNull) != 0) return -12;
-        // Item names are output names: unique, and distinct from the joined output's name.
-        if (item.ParamName == ParamName || !names.insert(item.ParamName).second) return -13;
-
-        int convertType = 0;
-        if (FillJsonValue(row, "ConvertType", convertType, 0) != 0) return -14;
-        if (convertType == FORMAT_V2_VARIATE_INT || convertType == FORMAT_V2_VARIATE_FLOAT) {
-            item.ConvertType = static_cast<FORMAT_V2_VARIATE_TYPE>(convertType);
-            // The joined output is one text: every item must publish text.
-            if (StrConcateEnable != 0) return -16;
-        } else if (convertType == FORMAT_V2_VARIATE_STRING) {
-            item.ConvertType = FORMAT_V2_VARIATE_STRING;
-        } else {
-            FV2_ERR("Unsupported convert type: %d\n", convertType);
-            return -15;
-        }
-
-        if (FillJsonValue(row, "StrTruncEnable", item.StrTruncEnable, 0) != 0) return -17;
-        if (FillJsonValue(row, "StrTruncStart", item.StrTruncStart, 0) != 0) return -18;
-        if (FillJsonValue(row, "StrTruncLen", item.StrTruncLen, 0) != 0) return -19;
-        if (FillJsonValue(row, "StrPrefix", item.StrPrefix, kNull) != 0) return -20;
-        if (FillJsonValue(row, "StrSuffix", item.StrSuffix, kNull) != 0) return -21;
-        if (FillJsonValue(row, "StrDelete", item.StrDelete, kNull) != 0) return -22;
-
-        SubParamList.push_back(item);
-    }
-    return 0;
+    return ConfigReader(&log_print_mod, ModuleId)
+        .ParseList(list, {ModuleName, StrConcateEnable, ParamName, SubParamList});
 }
 
 int CFormatV2Module::FillJsonValue(cJSON* object, const char* key, int& out, const int& def) {
-    cJSON* value = cJSON_GetObjectItem(object, key);
-    if (value == nullptr || !cJSON_IsNumber(value)) {
-        FV2_ERR("FillJsonValue [%s] falied.\n", key);
-        out = def;
-        return -1;
-    }
-    // cJSON's integer value: saturated at the int limits, fractions cut toward zero.
-    out = value->valueint;
-    return 0;
+    return ConfigReader(&log_print_mod, ModuleId).Fill(object, key, out, def);
 }
 
 int CFormatV2Module::FillJsonValue(cJSON* object, const char* key, float& out, const float& def) {
-    cJSON* value = cJSON_GetObjectItem(object, key);
-    if (value == nullptr || !cJSON_IsNumber(value)) {
-        FV2_ERR("FillJsonValue [%s] falied.\n", key);
-        out = def;
-        return -1;
-    }
-    out = static_cast<float>(value->valuedouble);
-    return 0;
+    return ConfigReader(&log_print_mod, ModuleId).Fill(object, key, out, def);
 }
 
 int CFormatV2Module::FillJsonValue(cJSON* object, const char* key, std::string& out,
                                    const std::string& def) {
-    cJSON* value = cJSON_GetObjectItem(object, key);
-    if (value == nullptr || !cJSON_IsString(value) || value->valuestring == nullptr) {
-        FV2_ERR("FillJsonValue [%s] falied.\n", key);
-        out = def;
-        return -1;
-    }
-    out = value->valuestring;
-    return 0;
+    return ConfigReader(&log_print_mod, ModuleId).Fill(object, key, out, def);
 }

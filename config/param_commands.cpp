@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr int kErrBadArgument = static_cast<int>(0xE0000001);
-constexpr int kErrNoText = static_cast<int>(0xE000000A);
+constexpr int kErrBadArgument = kStatusBadArgument;
+constexpr int kErrNoText = kStatusMissing;
 constexpr const char* kEnsureCommand = "CommandFormatV2Ensure";
 
 }  // namespace

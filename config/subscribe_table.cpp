@@ -8,11 +8,10 @@
 
 namespace {
 
-constexpr int kErrBadArgument = static_cast<int>(0xE0000001);
-constexpr int kErrIndex = static_cast<int>(0xE000001C);
-// At most 127 subscriptions are accepted although the table has room for 128 records; the
-// refusal message still names 128 as the limit.
-constexpr int kMaxSubscriptions = kDynamicParamMax - 1;
+constexpr int kErrBadArgument = kStatusBadArgument;
+constexpr int kErrIndex = kStatusIndex;
+// The refusal message names the table's 128 records as the limit, though the 128th is refused.
+static_assert(kMaxSubscriptions == kDynamicParamMax - 1, "one record stays unused");
 
 void FillEntry(DYNAMIC_SUBSCRIBE_PARAM& entry, const CAlgoUtils::SubParam& source, int algoId,
                int index) {
@@ -32,11 +31,7 @@ int CFormatV2Module::UpdateDynamicSubInfo() {
     std::memset(&DynamicSubList, 0, sizeof DynamicSubList);
     if (SubParamList.empty()) return 0;
 
-    size_t count = 0;
-    for (const DataSection& item : SubParamList) {
-        if (item.DataType == FORMAT_V2_DATA_SUBSCRIBE) count += 1;
-        if (item.DataType == FORMAT_V2_DATA_ARRAY) count += item.Array.size();
-    }
+    const size_t count = SubscriptionCount(SubParamList);
     if (count > static_cast<size_t>(kMaxSubscriptions)) {
         FV2_ERR("The number of subscribes exceeds the upper limit %d > %d.\n",
                 static_cast<int>(count), kDynamicParamMax);

@@ -23,7 +23,9 @@
 #include <string>
 #include <utility>
 
-constexpr int kFormatterMaxWidth = 4096;
+#include "formatv2/contract.h"
+
+constexpr int kFormatterMaxWidth = kMaxFormatWidth;
 
 // While a scope lives on a thread, formatters freed there keep their blocks for the next ones
 // to reuse; when the outermost scope ends, the blocks go back to the heap. The run driver holds

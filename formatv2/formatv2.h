@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "config/config_read.h"
 #include "config/item_model.h"
+#include "formatv2/contract.h"
 #include "format/formatter.h"
 #include "host/algo.h"
 
@@ -16,12 +18,8 @@ struct cJSON;
 
 #define FORMATV2_API __attribute__((visibility("default")))
 
-// The line breaks as a user types them into a configuration item: backslash-r-backslash-n
-// and backslash-r. Built when the library is loaded.
-extern const std::string EscapedCrLf;
-extern const std::string EscapedCr;
 
-class FORMATV2_API CFormatV2Module : public CAlgo {
+class CFormatV2Module : public CAlgo {
   public:
     CFormatV2Module();
     ~CFormatV2Module() override;

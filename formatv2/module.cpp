@@ -7,13 +7,10 @@
 #include "formatv2/module_log.h"
 #include "host/osal.h"
 
-const std::string EscapedCrLf = "\\r\\n";
-const std::string EscapedCr = "\\r";
-
 namespace {
 
-constexpr int kErrCopyDefaultJson = static_cast<int>(0xC0000103);
-constexpr int kErrBadArgument = static_cast<int>(0xE0000001);
+constexpr int kErrCopyDefaultJson = kStatusCopyFailed;
+constexpr int kErrBadArgument = kStatusBadArgument;
 constexpr const char* kDefaultPrivJson = "/mnt/app/zrs_so/so/formatv2/json/algo_private.json";
 
 }  // namespace

@@ -10,12 +10,12 @@
 
 namespace {
 
-constexpr int kErrNoInputFrame = static_cast<int>(0xE000000A);
-constexpr int kErrNoImgMode = -1;
-constexpr int kErrNoItems = static_cast<int>(0xC0000109);
+constexpr int kErrNoInputFrame = kStatusMissing;
+constexpr int kErrNoImgMode = kStatusNoImgMode;
+constexpr int kErrNoItems = kStatusNoItems;
 // Whatever is thrown during a run (in practice bad_alloc) ends it with this status instead
 // of crossing into the host.
-constexpr int kErrThrown = static_cast<int>(0xE000000A);
+constexpr int kErrThrown = kStatusMissing;
 
 // The monotonic clock in milliseconds, to the nearest, halves up.
 double MonotonicMillis() {

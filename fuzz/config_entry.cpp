@@ -13,11 +13,10 @@ namespace fv2fuzz {
 
 namespace {
 
-constexpr int kErrConfigRefused = static_cast<int>(0xC0000105);
-constexpr int kErrTableRefused = static_cast<int>(0xC0000119);
-constexpr int kErrBadArgument = static_cast<int>(0xE0000001);
-constexpr int kErrIndex = static_cast<int>(0xE000001C);
-constexpr size_t kMaxSubscriptions = kDynamicParamMax - 1;
+constexpr int kErrConfigRefused = kStatusConfigRefused;
+constexpr int kErrTableRefused = kStatusTableRefused;
+constexpr int kErrBadArgument = kStatusBadArgument;
+constexpr int kErrIndex = kStatusIndex;
 
 bool AllZero(const void* data, size_t size) {
     static const Tables kZero{};
@@ -227,7 +226,7 @@ void CheckReadOutcome(CFormatV2Module& module, int status, const Tables& before)
                            SameBytes(module.DynamicPubList, before.pub),
                        "a refused text changed the dynamic tables");
     } else if (status == kErrTableRefused) {
-        if (Subscriptions(module).size() > kMaxSubscriptions) {
+        if (Subscriptions(module).size() > static_cast<size_t>(kMaxSubscriptions)) {
             FV2_FUZZ_CHECK(AllZero(&module.DynamicSubList, sizeof module.DynamicSubList),
                            "a refused subscription table was not cleared");
             FV2_FUZZ_CHECK(SameBytes(module.DynamicPubList, before.pub),

@@ -20,8 +20,8 @@ namespace fv2fuzz {
 
 namespace {
 
-constexpr int kErrNotConvertible = static_cast<int>(0xC0000221);
-constexpr int kErrUnknownType = static_cast<int>(0xE000001C);
+constexpr int kErrNotConvertible = kStatusNotConvertible;
+constexpr int kErrUnknownType = kStatusIndex;
 
 // One input: what to call, then the values, the item's settings and the module's state.
 struct FormatCase {

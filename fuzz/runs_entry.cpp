@@ -22,19 +22,15 @@ constexpr uint8_t kMaxInputs = 130;  // past the 127 subscriptions a table can h
 constexpr uint8_t kMaxList = 64;
 constexpr size_t kMaxString = 64;
 constexpr const char* kValueKey = "value";
-constexpr int kErrNoInputFrame = static_cast<int>(0xE000000A);
-constexpr int kErrNoItems = static_cast<int>(0xC0000109);
-
-// Every status a run can end with: the module's own codes and -1 for a missing image mode.
-const std::set<int> kRunStatuses = {0,
-                                    -1,
-                                    kErrNoInputFrame,
-                                    kErrNoItems,
-                                    static_cast<int>(0xC0000004),
-                                    static_cast<int>(0xE0000315),
-                                    static_cast<int>(0xE000030F),
-                                    static_cast<int>(0xC0000221),
-                                    static_cast<int>(0xE000001C)};
+// Every status a run can end with, as the module's contract lists them.
+std::set<int> RunStatuses() {
+    std::set<int> out;
+    for (const StatusInfo& info : kStatuses) {
+        if (info.endsRun) out.insert(info.status);
+    }
+    return out;
+}
+const std::set<int> kRunStatuses = RunStatuses();
 
 uint64_t gProcessCalls = 0;
 
@@ -184,7 +180,7 @@ void RunOnce(CFormatV2Module& module, FuzzedDataProvider& in, const std::string&
 
     FV2_FUZZ_CHECK(module.ShowTextEN == module.ShowTextCN, run + ": the display texts differ");
     if (noInputFrame) {
-        FV2_FUZZ_CHECK(status == kErrNoInputFrame && module.ShowTextEN == shownBefore &&
+        FV2_FUZZ_CHECK(status == kStatusMissing && module.ShowTextEN == shownBefore &&
                            module.ImgMode == imgModeBefore,
                        run + " without an input frame");
     } else if (noImgMode) {
@@ -192,7 +188,7 @@ void RunOnce(CFormatV2Module& module, FuzzedDataProvider& in, const std::string&
                        run + " without an image mode");
     } else {
         FV2_FUZZ_CHECK(module.ImgMode == imgMode, run + ": image mode");
-        FV2_FUZZ_CHECK(!module.SubParamList.empty() || status == kErrNoItems,
+        FV2_FUZZ_CHECK(!module.SubParamList.empty() || status == kStatusNoItems,
                        run + " without items");
     }
     if (noOutputFrame) return;

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kErrUnknownType = static_cast<int>(0xE000001C);
+constexpr int kErrUnknownType = kStatusIndex;
 
 const char* PubTypeText(FORMAT_V2_VARIATE_TYPE type) {
     if (type == FORMAT_V2_VARIATE_INT) return "int";

@@ -22,8 +22,8 @@
 
 namespace {
 
-constexpr int kErrNotConvertible = static_cast<int>(0xC0000221);
-constexpr int kErrUnknownType = static_cast<int>(0xE000001C);
+constexpr int kErrNotConvertible = kStatusNotConvertible;
+constexpr int kErrUnknownType = kStatusIndex;
 
 // The conversions throw (std::stoi, std::stof, allocation); the caller turns that into the
 // failure of the conversion.

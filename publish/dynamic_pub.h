@@ -7,12 +7,15 @@
 #include <cstring>
 #include <list>
 
+#include "formatv2/contract.h"
+
 struct DynamicPub {
     char param_name[48];
     char type[16];
 };
 
 static_assert(sizeof(DynamicPub) == 64, "DynamicPub is 64 bytes");
+static_assert(sizeof(DynamicPub::param_name) == kRunNameMax + 1, "the name kept in a run");
 
 // The frame's list of the outputs published in a run.
 using DynamicPubRecords = std::list<DynamicPub>;

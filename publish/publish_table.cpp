@@ -8,8 +8,10 @@
 
 namespace {
 
-constexpr int kErrBadArgument = static_cast<int>(0xE0000001);
-constexpr int kErrIndex = static_cast<int>(0xE000001C);
+constexpr int kErrBadArgument = kStatusBadArgument;
+constexpr int kErrIndex = kStatusIndex;
+static_assert(kMaxPublications == kDynamicParamMax, "the table holds every record");
+static_assert(kPublishNameMax + 1 == sizeof(DYNAMIC_PUBLISH_PARAM::param_name), "name kept");
 
 void FillRecord(DYNAMIC_PUBLISH_PARAM& record, const std::string& name, const std::string& type,
                 bool enable) {
@@ -31,9 +33,9 @@ int CFormatV2Module::UpdateDynamicPubInfo() {
     // so no output can go missing without a message.
     const long long hostCount = DynamicPubList.nNum;
     const long long needed = hostCount + 1 + static_cast<long long>(SubParamList.size());
-    if (hostCount < 0 || needed > kDynamicParamMax) {
+    if (hostCount < 0 || needed > kMaxPublications) {
         FV2_ERR("The dynamic publish table needs %lld records, more than its %d.\n", needed,
-                kDynamicParamMax);
+                kMaxPublications);
         std::memset(&DynamicPubList, 0, sizeof DynamicPubList);
         return kErrBadArgument;
     }

@@ -12,7 +12,7 @@ import sys
 import jsonschema
 
 # Examples that show mistakes on purpose: not JSON, or accepted by the module but linted.
-DELIBERATE = {"bad-json", "lint-warnings"}
+DELIBERATE = {"bad-json", "lint-warnings", "many-mistakes"}
 
 ROW = {"SubParamStr": "1:blob:count:*:%d", "IsCustomEdit": 0, "ShowValue_CN": "", "ShowValue_EN": "",
        "ParamName": "count", "ConvertType": 1, "StrTruncEnable": 0, "StrTruncStart": 0,

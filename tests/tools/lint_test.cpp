@@ -6,6 +6,7 @@
 #include <cctype>
 #include <string>
 
+#include "format/formatter.h"
 #include "tools/runner/lint.h"
 
 namespace {
@@ -55,6 +56,8 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         {R"("SubParamStr": "1:cam:v:*:%8f")", "format-no-precision", "SubParamStr", ""},
         {R"("SubParamStr": "1:cam:v:*:%-5d")", "format-flag", "SubParamStr", ""},
         {R"("SubParamStr": "1:cam:v:*:%+5d")", "format-flag", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:*:%#8d")", "format-flag", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:*:%3.0f")", "format-zero-precision", "SubParamStr", ""},
         {R"("SubParamStr": "1:cam:v:*:%8x")", "format-letter", "SubParamStr", ""},
         {field + R"("1:cam:b:*:%u"}])", "format-letter", "SubParamStr", "1"},
         {R"("SubParamStr": "1:cam:v:*:%4097d")", "format-width-cap", "SubParamStr", ""},
@@ -117,14 +120,43 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         EXPECT_EQ(w.at.element, c[3].empty() ? -1 : std::stoi(c[3])) << c[0];
         EXPECT_FALSE(w.message.empty() || w.fix.empty()) << c[0];
     }
-    // Top level: a joined output without a name, and text after the object.
-    const std::string concat = R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []} x)";
+    // Top level: a joined output without a name.
+    const std::string concat = R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []})";
     const auto top = preview::Lint(concat);
-    ASSERT_EQ(top.size(), 2u);
-    EXPECT_EQ(top[0].rule, "trailing-text");
-    EXPECT_EQ(top[1].rule, "empty-name");
-    EXPECT_EQ(top[1].at.row, -1);
+    ASSERT_EQ(top.size(), 1u);
+    EXPECT_EQ(top[0].rule, "empty-name");
+    EXPECT_EQ(top[0].at.row, -1);
     EXPECT_TRUE(preview::Lint("{not json").empty());
+}
+
+// What the lint says a format text does, against what the formatters give.
+TEST(Lint, SaysWhatTheFormattersDo) {
+    const struct {
+        const char* format;
+        const char* claim;  // a text the warning must hold
+        float value;
+        const char* result;
+    } cases[] = {
+        {"%+5d", "pads with zeros", 42, "00042"},
+        {"% 5d", "pads with zeros", 42, "00042"},
+        {"%#8d", "not padded", 42, "42"},
+        {"%-5d", "not padded", 42, "42"},
+        {"%3.0f", "2.5 gives \"2.\"", 2.5f, "002."},
+        {"%1.0f", "3.5 gives \"3.\"", 3.5f, "3."},
+        {"%.2f", "12.3456 gives \"12.\"", 12.3456f, "12."},
+        {"%8x", "signed decimal", 255, "00000255"},
+    };
+    for (const auto& c : cases) {
+        const std::string format = c.format;
+        const auto warnings = preview::Lint(Build(R"("SubParamStr": "1:cam:v:*:)" + format + "\""));
+        std::string said;
+        for (const auto& w : warnings) said += w.message + "\n";
+        EXPECT_NE(said.find(c.claim), std::string::npos) << c.format << ": " << said;
+        const bool isFloat = format.back() == 'f';
+        const std::string got = isFloat ? createFormatter<float>(c.value, format, "")->format()
+                                        : createFormatter<int>(static_cast<int>(c.value), format, "")->format();
+        EXPECT_EQ(got, c.result) << c.format;
+    }
 }
 
 }  // namespace

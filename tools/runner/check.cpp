@@ -1,184 +1,432 @@
 #include "check.h"
 
-#include <cjson/cJSON.h>
+#include <strings.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <memory>
 
+#include "config/config_read.h"
 #include "diag.h"
-#include "host/algo.h"
+#include "json_scan.h"
+#include "lint.h"
+#include "report.h"
 
 namespace preview {
 namespace {
 
-// The number the module logged right after marker, if it logged the marker.
-bool LoggedNumber(const std::vector<LogLine>& log, const char* marker, const char* pattern,
-                  long long& value) {
-    for (const auto& line : log) {
-        const char* at = std::strstr(line.text.c_str(), marker);
-        if (at != nullptr && std::sscanf(at + std::strlen(marker), pattern, &value) == 1) {
-            return true;
+class Collect : public ConfigRefusalSink {
+  public:
+    std::vector<ConfigRefusal> all;
+    void Refused(const ConfigRefusal& refusal) override { all.push_back(refusal); }
+};
+
+// The object a location stands in, and the member it names (null when missing).
+struct Resolved {
+    const JsonNode* object = nullptr;
+    const JsonNode* member = nullptr;
+};
+
+const JsonNode* Nth(const JsonNode* list, int n) {
+    if (list == nullptr || list->kind != JsonNode::Kind::kArray || n < 0 ||
+        static_cast<size_t>(n) >= list->members.size()) {
+        return nullptr;
+    }
+    return &list->members[static_cast<size_t>(n)];
+}
+
+Resolved Resolve(const JsonNode* root, const Location& at) {
+    Resolved r{root, nullptr};
+    if (at.row >= 0) r.object = Nth(Member(root, "SubParamList"), at.row);
+    if (at.element >= 0) r.object = Nth(Member(r.object, "Array"), at.element);
+    if (r.object == nullptr || r.object->kind != JsonNode::Kind::kObject) return r;
+    if (at.member >= 0 && static_cast<size_t>(at.member) < r.object->members.size()) {
+        r.member = &r.object->members[static_cast<size_t>(at.member)];
+    } else if (!at.key.empty()) {
+        r.member = Member(r.object, at.key);
+    }
+    return r;
+}
+
+// Line and column of byte offsets of one text; the text is walked once, however many findings.
+class LineIndex {
+  public:
+    explicit LineIndex(const std::string& text) : m_text(text) {
+        m_starts.push_back(0);
+        for (size_t i = 0; i < text.size(); ++i) {
+            if (text[i] == '\n') m_starts.push_back(i + 1);
         }
     }
-    return false;
-}
+    Place At(size_t offset) const {
+        offset = std::min(offset, m_text.size());
+        const size_t line = static_cast<size_t>(
+            std::upper_bound(m_starts.begin(), m_starts.end(), offset) - m_starts.begin());
+        // Findings come mostly in the order of the text: a long line is counted on from the
+        // last place asked for, not from its start each time.
+        size_t from = m_starts[line - 1];
+        size_t column = 1;
+        if (m_lastLine == line && m_lastOffset <= offset) {
+            from = m_lastOffset;
+            column = m_lastColumn;
+        }
+        for (size_t i = from; i < offset; ++i) {
+            // A UTF-8 continuation byte is no new character.
+            if ((static_cast<unsigned char>(m_text[i]) & 0xC0) != 0x80) ++column;
+        }
+        m_lastLine = line;
+        m_lastOffset = offset;
+        m_lastColumn = column;
+        return {offset, line, column};
+    }
 
-bool Logged(const std::vector<LogLine>& log, const char* marker) {
-    for (const auto& line : log) {
-        if (line.text.find(marker) != std::string::npos) return true;
+  private:
+    const std::string& m_text;
+    std::vector<size_t> m_starts;
+    mutable size_t m_lastLine = 0;
+    mutable size_t m_lastOffset = 0;
+    mutable size_t m_lastColumn = 1;
+};
+
+bool Known(const std::string& key) {
+    for (const auto* list : {&kTopKeys, &kElementKeys}) {
+        for (const char* k : *list) {
+            if (strcasecmp(k, key.c_str()) == 0) return true;
+        }
+    }
+    for (const char* k : kRowKeys) {
+        if (strcasecmp(k, key.c_str()) == 0) return true;
     }
     return false;
 }
 
-std::string JsonText(const cJSON* item) {
-    std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(item), &cJSON_free);
-    return text ? text.get() : "?";
+// A member of object that is no known key but close to key: the key misspelt.
+const JsonNode* Misspelt(const JsonNode* object, const std::string& key) {
+    if (object == nullptr) return nullptr;
+    for (const JsonNode& m : object->members) {
+        if (!Known(m.key) && !ClosestWord(m.key, {key}).empty()) return &m;
+    }
+    return nullptr;
 }
 
-struct RowRule {
-    int code;
-    bool element;     // a key of an "Array" element rather than of the row
-    const char* key;  // the key the rule is about
-    const char* rule;
-};
+std::string Fix(ConfigRule rule, const std::string& key) {
+    const bool none = key == "Separator" || key.rfind("Str", 0) == 0;
+    switch (rule) {
+        case ConfigRule::kText:
+            return "give \"" + key + "\" a text in double quotes" +
+                   (none ? " (\"\" for none)" : "");
+        case ConfigRule::kNumber:
+            return "give \"" + key + "\" a number";
+        case ConfigRule::kList:
+            return "give \"" + key + "\" a list of rows ([] for none)";
+        case ConfigRule::kSubscription:
+            return "write <algo_id>:<algo_name>:<param_name>:<index>:<type>, e.g. "
+                   "\"3:blob:count:*:%d\"";
+        case ConfigRule::kCustomEdit:
+            return "write 0 or 1";
+        case ConfigRule::kUniqueName:
+            return "give each output a name of its own";
+        case ConfigRule::kConvertType:
+            return "write 1, 2 or 3";
+        case ConfigRule::kConcatNeedsText:
+            return "write \"ConvertType\" 3, or \"StrConcateEnable\" 0 for one output per item";
+        default:
+            return "";
+    }
+}
 
-const char kSubscriptionRule[] =
-    "is not a subscription text the host accepts (<algo_id>:<algo_name>:<param_name>:<index>:"
-    "<type>, an integer id and two names that are not empty)";
+std::string Shorten(const std::string& text) {
+    return text.size() <= 60 ? text : text.substr(0, 57) + "...";
+}
 
-// Every row code of the configuration reader, in words.
-const RowRule kRowRules[] = {
-    {-1, true, "SubParamStr", "is missing or not a text"},
-    {-2, true, "Separator", "is missing or not a text (use \"\" for none)"},
-    {-3, true, "ShowValue_CN", "is missing or not a text"},
-    {-4, true, "ShowValue_EN", "is missing or not a text"},
-    {-5, true, "SubParamStr", kSubscriptionRule},
-    {-6, false, "SubParamStr", "is missing or not a text (or the row is not an object)"},
-    {-7, false, "IsCustomEdit", "is missing or not a number"},
-    {-8, false, "SubParamStr", kSubscriptionRule},
-    {-9, false, "IsCustomEdit",
-     "must be 0 (a subscribed value, or a line-break symbol \\r\\n or \\r) or 1 (a custom text)"},
-    {-10, false, "ShowValue_CN", "is missing or not a text"},
-    {-11, false, "ShowValue_EN", "is missing or not a text"},
-    {-12, false, "ParamName", "is missing or not a text"},
-    {-13, false, "ParamName",
-     "is used by an earlier row or equals the top-level \"ParamName\"; output names must be "
-     "unique (letter case counts)"},
-    {-14, false, "ConvertType", "is missing or not a number"},
-    {-15, false, "ConvertType", "must be 1 (int), 2 (float) or 3 (string)"},
-    {-16, false, "ConvertType",
-     "must be 3 (string) while \"StrConcateEnable\" is on: the joined output is one text"},
-    {-17, false, "StrTruncEnable", "is missing or not a number"},
-    {-18, false, "StrTruncStart", "is missing or not a number"},
-    {-19, false, "StrTruncLen", "is missing or not a number"},
-    {-20, false, "StrPrefix", "is missing or not a text (use \"\" for none)"},
-    {-21, false, "StrSuffix", "is missing or not a text (use \"\" for none)"},
-    {-22, false, "StrDelete", "is missing or not a text (use \"\" for none)"},
-};
+Refusal FromReader(const ConfigRefusal& c, int status, const std::string& text,
+                   const LineIndex& lines, const JsonNode* root) {
+    Refusal r;
+    r.status = status;
+    if (c.code != 0) r.code = c.code;
+    r.at.row = c.row;
+    r.at.element = c.element;
+    r.at.key = c.key != nullptr ? c.key : "";
+    if (c.row >= 0) {
+        const JsonNode* name = Member(Nth(Member(root, "SubParamList"), c.row), "ParamName");
+        if (name != nullptr && name->kind == JsonNode::Kind::kString) r.at.paramName = name->raw;
+    }
+    const ConfigRuleInfo& info = RuleInfo(c.rule);
+    r.ruleId = info.id;
+    r.rule = info.text;
+    r.fix = Fix(c.rule, r.at.key);
+    if (c.hostCode != 0) {
+        char code[48];
+        std::snprintf(code, sizeof code, " (host code 0x%X)", static_cast<unsigned>(c.hostCode));
+        r.rule += code;
+    }
+    const Resolved at = Resolve(root, r.at);
+    r.message = Where(r.at) + " " + r.rule;
+    if (at.member != nullptr) {
+        r.value = text.substr(at.member->begin, at.member->end - at.member->begin);
+        r.message += "; it is " + Shorten(*r.value);
+        r.place = lines.At(at.member->begin);
+    } else if (const JsonNode* typo = Misspelt(at.object, r.at.key)) {
+        r.message += "; \"" + typo->key + "\" is a misspelling of it";
+        r.fix = "rename \"" + typo->key + "\" to \"" + r.at.key + "\"";
+        r.place = lines.At(typo->keyBegin);
+    } else if (at.object != nullptr) {
+        r.place = lines.At(at.object->begin);
+    }
+    return r;
+}
 
-// The first element of the row's "Array" that breaks rule (the module stops there too).
-int FailingElement(const cJSON* array, const RowRule& rule) {
-    int index = 0;
-    for (const cJSON* e = array ? array->child : nullptr; e != nullptr; e = e->next, ++index) {
-        const cJSON* value = cJSON_GetObjectItem(e, rule.key);
-        if (rule.code == -5) {
-            CAlgoUtils::SubParam parsed;
-            if (cJSON_IsString(value) &&
-                CAlgoUtils::ParseSubscribeItem(value->valuestring, parsed) != 0) {
-                return index;
+Refusal Syntax(const JsonIssue& issue, int status, const LineIndex& lines) {
+    Refusal r;
+    r.status = status;
+    r.syntax = true;
+    r.ruleId = RuleInfo(ConfigRule::kNotJson).id;
+    r.rule = "not valid JSON";
+    r.message = issue.message;
+    r.place = lines.At(issue.offset);
+    return r;
+}
+
+// What the reader refuses, in reading order; the first is where the module stops.
+std::vector<Refusal> Refusals(int status, const std::string& text, const LineIndex& lines,
+                              const JsonScan& scan) {
+    Collect collect;
+    std::string moduleName;
+    std::string paramName;
+    int concat = 0;
+    std::vector<DataSection> items;
+    ConfigReader(nullptr, 0, &collect).Parse(text.c_str(), {moduleName, concat, paramName, items});
+    std::vector<Refusal> out;
+    const JsonNode* root = scan.root ? &*scan.root : nullptr;
+    if (!collect.all.empty() && collect.all[0].rule == ConfigRule::kNotJson) {
+        JsonIssue issue{collect.all[0].offset, "json-syntax", "the module's JSON reader stops here",
+                        ""};
+        out.push_back(Syntax(scan.error.value_or(issue), status, lines));
+    } else if (root != nullptr && root->kind != JsonNode::Kind::kObject) {
+        Refusal r = Syntax({root->begin, "", "", ""}, status, lines);
+        r.syntax = false;
+        r.ruleId = "not-an-object";
+        r.rule = "the configuration must be one JSON object";
+        r.message = "the top level is not an object; a configuration is one JSON object {...}";
+        out.push_back(r);
+    } else {
+        for (const ConfigRefusal& c : collect.all) {
+            // A row or field that is no object lacks every key: one refusal says so.
+            Location at;
+            at.row = c.row;
+            at.element = c.element;
+            const JsonNode* object = Resolve(root, at).object;
+            const bool noObject = object != nullptr && object->kind != JsonNode::Kind::kObject;
+            if (noObject && !out.empty() && out.back().at.row == c.row &&
+                out.back().at.element == c.element) {
+                continue;
             }
-        } else if (!cJSON_IsString(value)) {
-            return index;
+            out.push_back(FromReader(c, status, text, lines, root));
+            if (noObject) {
+                out.back().message =
+                    Where(at) + " is not an object; it is " +
+                    Shorten(text.substr(object->begin, object->end - object->begin));
+                out.back().fix = "write the keys of a row between { and }";
+            }
         }
     }
-    return -1;
+    if (out.empty() && status == kStatusTableRefused) {
+        Refusal r;
+        r.status = status;
+        r.at.key = "SubParamList";
+        const bool subs = SubscriptionCount(items) > static_cast<size_t>(kMaxSubscriptions);
+        const ConfigRuleInfo& info =
+            RuleInfo(subs ? ConfigRule::kTooManySubscriptions : ConfigRule::kTooManyPublications);
+        r.ruleId = info.id;
+        r.rule = std::string("the items ") + info.text;
+        r.message = r.rule;
+        r.fix = "split the items over two modules";
+        if (const JsonNode* list = Member(root, "SubParamList")) r.place = lines.At(list->keyBegin);
+        out.push_back(r);
+    }
+    if (out.empty()) {
+        Refusal r;
+        r.status = status;
+        r.ruleId = "refused";
+        r.rule = "refused by the module";
+        r.message = "the module refused the configuration";
+        out.push_back(r);
+    }
+    out.front().stops = true;
+    return out;
 }
 
-void ExplainRow(Refusal& r, long long code, size_t row, const cJSON* root,
-                const std::vector<LogLine>& log) {
-    const RowRule* rule = nullptr;
-    for (const auto& candidate : kRowRules) {
-        if (candidate.code == code) rule = &candidate;
-    }
-    r.code = static_cast<int>(code);
-    r.at.row = static_cast<int>(row);
-    if (rule == nullptr) {
-        r.rule = "row code " + std::to_string(code) + " is not known";
-        return;
-    }
-    const cJSON* list = cJSON_GetObjectItem(root, "SubParamList");
-    const cJSON* item = cJSON_GetArrayItem(list, static_cast<int>(row));
-    const cJSON* name = cJSON_GetObjectItem(item, "ParamName");
-    if (cJSON_IsString(name)) r.at.paramName = name->valuestring;
-    r.at.key = rule->key;
-    r.rule = rule->rule;
-    const cJSON* holder = item;
-    if (rule->element) {
-        const cJSON* array = cJSON_GetObjectItem(item, "Array");
-        r.at.element = FailingElement(array, *rule);
-        holder = cJSON_GetArrayItem(array, r.at.element);
-    }
-    if (const cJSON* value = cJSON_GetObjectItem(holder, rule->key)) r.value = JsonText(value);
-    long long hostCode = 0;
-    if ((code == -5 || code == -8) &&
-        LoggedNumber(log, "ParseSubscribeItem failed, ret ", "%lld", hostCode)) {
-        char text[48];
-        std::snprintf(text, sizeof text, " (host code 0x%X)", static_cast<unsigned>(hostCode));
-        r.rule += text;
-    }
+bool AtKey(const std::string& rule) {
+    return rule == "unknown-key" || rule == "key-case" || rule == "duplicate-key" ||
+           rule == "key-not-read";
 }
 
 }  // namespace
 
-std::optional<Refusal> ExplainRefusal(int status, const std::vector<LogLine>& log,
-                                      size_t rowsRead, const std::string& configText) {
-    if (status == 0) return std::nullopt;
-    Refusal r;
-    r.status = status;
-    JsonPtr root(cJSON_Parse(configText.c_str()));
-    long long number = 0;
-    if (!root) {
-        const JsonSyntax syntax = DescribeJsonError(configText, cJSON_GetErrorPtr());
-        r.syntax = true;
-        r.line = syntax.line;
-        r.column = syntax.column;
-        r.rule = "not valid JSON";
-        r.message = syntax.reason;
-        return r;
+Verdict Examine(int status, const std::string& text) {
+    Verdict v;
+    const JsonScan scan = ScanJson(text);
+    const LineIndex lines(text);
+    if (status != 0) {
+        v.refusals = Refusals(status, text, lines, scan);
+        v.refusal = v.refusals.front();
     }
-    if (LoggedNumber(log, "parseSubParamList failed, ret=", "%lld", number)) {
-        ExplainRow(r, number, rowsRead, root.get(), log);
-    } else if (Logged(log, "cJSON_GetObjectItem SubParamList failed")) {
-        r.at.key = "SubParamList";
-        r.rule = "is missing or not a list";
-    } else if (LoggedNumber(log, "The number of subscribes exceeds the upper limit ", "%lld",
-                            number)) {
-        r.rule = "the items subscribe to " + std::to_string(number) +
-                 " values; at most 127 subscriptions are allowed";
-    } else if (Logged(log, "dynamic publish table")) {
-        r.rule =
-            "the publish table has room for 128 outputs: the host's own, the joined output and "
-            "one per item";
-    } else {
-        for (const char* key : {"ModuleName", "StrConcateEnable", "ParamName"}) {
-            if (Logged(log, ("FillJsonValue [" + std::string(key) + "]").c_str())) {
-                r.at.key = key;
-                r.rule = std::strcmp(key, "StrConcateEnable") == 0 ? "is missing or not a number"
-                                                                   : "is missing or not a text";
-                if (const cJSON* v = cJSON_GetObjectItem(root.get(), key)) r.value = JsonText(v);
-                break;
+    const JsonNode* root = scan.root ? &*scan.root : nullptr;
+    for (const JsonIssue& issue : scan.loose) {
+        v.warnings.push_back(
+            {Location{}, issue.rule, issue.message, issue.fix, lines.At(issue.offset)});
+    }
+    for (Warning w : Lint(text)) {
+        const Resolved at = Resolve(root, w.at);
+        if (at.member != nullptr) {
+            w.place = lines.At(AtKey(w.rule) ? at.member->keyBegin : at.member->begin);
+        } else if (at.object != nullptr) {
+            w.place = lines.At(at.object->begin);
+        }
+        // A misspelt key that a refusal names already is not told twice.
+        const bool told = std::any_of(v.refusals.begin(), v.refusals.end(), [&](const Refusal& r) {
+            return w.rule == "unknown-key" && r.place.line != 0 && r.place.offset == w.place.offset;
+        });
+        if (!told) v.warnings.push_back(w);
+    }
+    std::stable_sort(v.warnings.begin(), v.warnings.end(), [](const Warning& a, const Warning& b) {
+        return a.place.offset < b.place.offset;
+    });
+    return v;
+}
+
+}  // namespace preview
+
+namespace preview {
+namespace {
+
+// The source line under a diagnostic, with a caret at its column (as compilers show it).
+void Excerpt(const std::string& text, const Place& place) {
+    if (place.line == 0) return;
+    std::string line = LineOf(text, place.offset);
+    for (char& c : line) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
+    }
+    if (line.size() > 160) return;  // a minified file: the column says enough
+    std::fprintf(stderr, "%6zu | %s\n       | %*s^\n", place.line,
+                 EscapeInvalidUtf8(line, Escape::kText).c_str(),
+                 static_cast<int>(place.column - 1), "");
+}
+
+std::string At(const std::string& name, const Place& place) {
+    if (place.line == 0) return name;
+    return name + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
+}
+
+}  // namespace
+
+void Tell(const Diagnostics& diag, const std::string& name, const std::string& text,
+          const Verdict& v) {
+    // Refusals and warnings in the order of the text; what has no place comes first.
+    struct Item {
+        const Place* place;
+        const Refusal* refusal;
+        const Warning* warning;
+    };
+    std::vector<Item> order;
+    for (const Refusal& r : v.refusals) order.push_back({&r.place, &r, nullptr});
+    for (const Warning& w : v.warnings) order.push_back({&w.place, nullptr, &w});
+    std::stable_sort(order.begin(), order.end(), [](const Item& a, const Item& b) {
+        return a.place->offset < b.place->offset;
+    });
+    const bool several = v.refusals.size() > 1;
+    for (size_t i = 0; i < order.size(); ++i) {
+        const Item& item = order[i];
+        std::string fix;
+        if (const Refusal* r = item.refusal) {
+            std::string message = r->message;
+            if (!r->syntax) {
+                message += " [";
+                if (r->code) message += "row code " + std::to_string(*r->code) + ", ";
+                message += "status " + Hex(r->status) + "]";
             }
+            diag.Say(Severity::kError, At(name, *item.place), message);
+            fix = r->fix;
+        } else {
+            diag.Say(Severity::kWarning, At(name, *item.place), WarningText(*item.warning));
+            fix = item.warning->fix;
         }
-        if (r.rule.empty()) {
-            r.rule = cJSON_IsObject(root.get()) ? "refused by the module (see its log)"
-                                                : "the configuration is not a JSON object";
+        // Problems at one place share one excerpt, shown after the last of them.
+        if (i + 1 == order.size() || order[i + 1].place->offset != item.place->offset) {
+            Excerpt(text, *item.place);
+        }
+        if (!fix.empty()) {
+            std::fprintf(stderr, "  fix: %s\n", EscapeInvalidUtf8(fix, Escape::kText).c_str());
+        }
+        if (several && item.refusal != nullptr && item.refusal->stops) {
+            std::fprintf(stderr, "  note: the module stops at this refusal\n");
         }
     }
-    const std::string where = Where(r.at);
-    r.message = (where.empty() ? "" : where + " ") + r.rule;
-    if (r.value) r.message += "; it is " + *r.value;
-    return r;
+}
+
+void Disable(Verdict& v, const std::vector<std::string>& rules) {
+    v.warnings.erase(std::remove_if(v.warnings.begin(), v.warnings.end(),
+                                    [&](const Warning& w) {
+                                        return std::find(rules.begin(), rules.end(), w.rule) !=
+                                               rules.end();
+                                    }),
+                     v.warnings.end());
+}
+
+}  // namespace preview
+
+namespace preview {
+namespace {
+
+cJSON* SarifResult(const std::string& file, const std::string& rule, const char* level,
+                   const std::string& message, const Place& place) {
+    cJSON* result = cJSON_CreateObject();
+    cJSON_AddStringToObject(result, "ruleId", rule.c_str());
+    cJSON_AddStringToObject(result, "level", level);
+    cJSON_AddStringToObject(cJSON_AddObjectToObject(result, "message"), "text", message.c_str());
+    cJSON* physical = cJSON_CreateObject();
+    cJSON_AddStringToObject(cJSON_AddObjectToObject(physical, "artifactLocation"), "uri",
+                            file.c_str());
+    if (place.line != 0) {
+        cJSON* region = cJSON_AddObjectToObject(physical, "region");
+        cJSON_AddNumberToObject(region, "startLine", static_cast<double>(place.line));
+        cJSON_AddNumberToObject(region, "startColumn", static_cast<double>(place.column));
+    }
+    cJSON* location = cJSON_CreateObject();
+    cJSON_AddItemToObject(location, "physicalLocation", physical);
+    cJSON_AddItemToArray(cJSON_AddArrayToObject(result, "locations"), location);
+    return result;
+}
+
+std::string WithFix(const std::string& message, const std::string& fix) {
+    return fix.empty() ? message : message + "; fix: " + fix;
+}
+
+}  // namespace
+
+cJSON* SarifJson(const std::vector<SarifFile>& files) {
+    cJSON* root = cJSON_CreateObject();
+    cJSON_AddStringToObject(root, "$schema", "https://json.schemastore.org/sarif-2.1.0.json");
+    cJSON_AddStringToObject(root, "version", "2.1.0");
+    cJSON* run = cJSON_CreateObject();
+    cJSON_AddItemToArray(cJSON_AddArrayToObject(root, "runs"), run);
+    cJSON* driver = cJSON_AddObjectToObject(cJSON_AddObjectToObject(run, "tool"), "driver");
+    cJSON_AddStringToObject(driver, "name", "formatv2_preview");
+    cJSON* results = cJSON_AddArrayToObject(run, "results");
+    for (const SarifFile& f : files) {
+        if (!f.error.empty()) {
+            cJSON_AddItemToArray(results,
+                                 SarifResult(f.name, "unreadable", "error", f.error, Place{}));
+            continue;
+        }
+        for (const Refusal& r : f.verdict->refusals) {
+            cJSON_AddItemToArray(results, SarifResult(f.name, r.ruleId, "error",
+                                                      WithFix(r.message, r.fix), r.place));
+        }
+        for (const Warning& w : f.verdict->warnings) {
+            cJSON_AddItemToArray(results, SarifResult(f.name, w.rule, "warning",
+                                                      WithFix(WarningText(w), w.fix), w.place));
+        }
+    }
+    return root;
 }
 
 }  // namespace preview

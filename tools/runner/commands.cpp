@@ -23,36 +23,6 @@
 namespace preview {
 namespace {
 
-// Everything check finds in one configuration text after the module has read it.
-struct Verdict {
-    std::optional<Refusal> refusal;
-    std::vector<Warning> warnings;
-};
-
-Verdict Judge(int status, const std::vector<LogLine>& log, size_t rowsRead,
-              const std::string& text) {
-    Verdict v;
-    v.refusal = ExplainRefusal(status, log, rowsRead, text);
-    if (!v.refusal) v.warnings = Lint(text);
-    return v;
-}
-
-void Tell(const Diagnostics& diag, const std::string& name, const Verdict& v) {
-    if (v.refusal) {
-        const Refusal& r = *v.refusal;
-        std::string where = name;
-        if (r.syntax) where += ":" + std::to_string(r.line) + ":" + std::to_string(r.column);
-        std::string message = r.message;
-        if (!r.syntax) {
-            message += " [";
-            if (r.code) message += "row code " + std::to_string(*r.code) + ", ";
-            message += "status " + Hex(r.status) + "]";
-        }
-        diag.Say(Severity::kError, where, message);
-    }
-    for (const Warning& w : v.warnings) diag.Say(Severity::kWarning, name, WarningText(w));
-}
-
 std::vector<LogLine> Shown(const std::vector<LogLine>& log, int level) {
     std::vector<LogLine> out;
     for (const LogLine& line : log) {
@@ -142,8 +112,7 @@ void CheckFirstRead(Outcome& o) {
         }
     } else if (o.init.status != 0) {
         Mismatch m = StatusMismatch(0, o.init.status);
-        const auto refusal =
-            ExplainRefusal(o.init.status, o.init.log, o.init.rowsRead, o.scenario.config.text);
+        const auto refusal = Examine(o.init.status, o.scenario.config.text).refusal;
         if (refusal) {
             m.note = refusal->message;
             m.actual += ": " + refusal->message;
@@ -245,8 +214,8 @@ int RunCommand(const std::string& path, const Options& options) {
     std::string error;
     int exit = kExitOk;
     ConfigSource current = scenario.config;
-    Verdict verdict = Judge(init.status, init.log, init.rowsRead, current.text);
-    Tell(diag, current.name, verdict);
+    Verdict verdict = Examine(init.status, current.text);
+    Tell(diag, current.name, current.text, verdict);
     if (verdict.refusal) exit = kExitFailed;
     init.log = Shown(init.log, options.logLevel);
     report.Init(init, verdict.refusal, verdict.warnings);
@@ -263,14 +232,14 @@ int RunCommand(const std::string& path, const Options& options) {
         }
         Verdict reread;
         if (run.tables) {
-            reread = Judge(*run.paramStatus, run.log, run.rowsRead, current.text);
+            reread = Examine(*run.paramStatus, current.text);
             if (reread.refusal) {
                 diag.Say(Severity::kNote, DisplayName(path),
                          where + ": re-reading the configuration was refused; the module keeps "
                                  "what the failed read left");
                 exit = kExitFailed;
             }
-            Tell(diag, current.name, reread);
+            Tell(diag, current.name, current.text, reread);
         }
         run.log = Shown(run.log, options.logLevel);
         report.Run(index, run, reread.refusal, reread.warnings);
@@ -279,61 +248,92 @@ int RunCommand(const std::string& path, const Options& options) {
     return exit;
 }
 
+namespace {
+
+// One configuration as check sees it.
+struct Checked {
+    std::string name;
+    std::string error;  // the system's reason when the file cannot be read
+    int status = 0;
+    Tables tables;
+    Verdict verdict;
+};
+
+// Reads file through the loaded module and examines it; false when the module cannot be loaded.
+bool CheckFile(const std::string& file, const Options& options, const Diagnostics& diag,
+               Checked& out) {
+    out.name = DisplayName(file);
+    Scenario scenario;
+    scenario.config.name = out.name;
+    if (!ReadInput(file, scenario.config.text, out.error)) {
+        diag.Say(Severity::kError, out.name, out.error);
+        return true;
+    }
+    Session session;
+    InitReport init;
+    if (!Start(session, scenario, init, options, diag)) return false;
+    out.status = init.status;
+    out.tables = init.tables;
+    out.verdict = Examine(init.status, scenario.config.text);
+    Disable(out.verdict, options.disabled);
+    if (!options.json && !options.sarif) Tell(diag, out.name, scenario.config.text, out.verdict);
+    return true;
+}
+
+cJSON* CheckJson(const Checked& c) {
+    cJSON* entry = cJSON_CreateObject();
+    cJSON_AddStringToObject(entry, "file", c.name.c_str());
+    const Verdict& v = c.verdict;
+    cJSON_AddBoolToObject(entry, "valid", c.error.empty() && !v.refusal);
+    if (v.refusal) cJSON_AddItemToObject(entry, "refusal", RefusalJson(*v.refusal));
+    else cJSON_AddNullToObject(entry, "refusal");
+    cJSON* all = cJSON_AddArrayToObject(entry, "refusals");
+    for (const Refusal& r : v.refusals) cJSON_AddItemToArray(all, RefusalJson(r));
+    cJSON_AddItemToObject(entry, "warnings", WarningsJson(v.warnings));
+    if (!c.error.empty()) cJSON_AddStringToObject(entry, "error", c.error.c_str());
+    else if (!v.refusal) cJSON_AddItemToObject(entry, "tables", TablesJson(c.tables));
+    return entry;
+}
+
+void CheckText(const Checked& c) {
+    if (!c.error.empty()) return;
+    const Verdict& v = c.verdict;
+    const size_t n = v.warnings.size();
+    const std::string warnings = std::to_string(n) + " warning" + (n == 1 ? "" : "s");
+    if (v.refusal) {
+        const size_t r = v.refusals.size();
+        Print("%s: refused, %s; %zu refusal%s, %s\n", c.name.c_str(),
+                    StatusText(c.status).c_str(), r, r == 1 ? "" : "s", warnings.c_str());
+        return;
+    }
+    Print("%s: valid%s\n", c.name.c_str(), n == 0 ? "" : (", " + warnings).c_str());
+    PrintTables(c.tables);
+}
+
+}  // namespace
+
 int CheckCommand(const std::vector<std::string>& files, const Options& options) {
     const Diagnostics diag(ColourFor(STDERR_FILENO));
-    cJSON* root = options.json ? cJSON_CreateObject() : nullptr;
-    cJSON* list = options.json ? cJSON_AddArrayToObject(root, "files") : nullptr;
+    std::vector<Checked> checked;
     int exit = kExitOk;
     for (const std::string& file : files) {
-        const std::string name = DisplayName(file);
-        cJSON* entry = options.json ? cJSON_CreateObject() : nullptr;
-        if (entry != nullptr) {
-            cJSON_AddStringToObject(entry, "file", name.c_str());
-            cJSON_AddItemToArray(list, entry);
-        }
-        Scenario scenario;
-        scenario.config.name = name;
-        std::string reason;
-        if (!ReadInput(file, scenario.config.text, reason)) {
-            diag.Say(Severity::kError, name, reason);
-            if (entry != nullptr) {
-                cJSON_AddBoolToObject(entry, "valid", false);
-                cJSON_AddStringToObject(entry, "error", reason.c_str());
-            }
-            exit = kExitUsage;
-            continue;
-        }
-        Session session;
-        InitReport init;
-        if (!Start(session, scenario, init, options, diag)) {
-            cJSON_Delete(root);
-            return kExitUsage;
-        }
-        const Verdict v = Judge(init.status, init.log, init.rowsRead, scenario.config.text);
-        Tell(diag, name, v);
-        if (v.refusal || (options.strict && !v.warnings.empty())) {
+        Checked c;
+        if (!CheckFile(file, options, diag, c)) return kExitUsage;
+        if (!c.error.empty()) exit = kExitUsage;
+        if (c.verdict.refusal || (options.strict && !c.verdict.warnings.empty())) {
             exit = std::max(exit, kExitFailed);
         }
-        if (entry != nullptr) {
-            cJSON_AddBoolToObject(entry, "valid", !v.refusal);
-            if (v.refusal) cJSON_AddItemToObject(entry, "refusal", RefusalJson(*v.refusal));
-            else cJSON_AddNullToObject(entry, "refusal");
-            cJSON_AddItemToObject(entry, "warnings", WarningsJson(v.warnings));
-            if (!v.refusal) cJSON_AddItemToObject(entry, "tables", TablesJson(init.tables));
-            continue;
-        }
-        if (v.refusal) {
-            Print("%s: refused, %s\n", name.c_str(), StatusText(init.status).c_str());
-            continue;
-        }
-        Print("%s: valid", name.c_str());
-        if (!v.warnings.empty()) {
-            Print(", %zu warning%s", v.warnings.size(), v.warnings.size() == 1 ? "" : "s");
-        }
-        Print("\n");
-        PrintTables(init.tables);
+        if (!options.json && !options.sarif) CheckText(c);
+        checked.push_back(std::move(c));
     }
-    if (root != nullptr) {
+    if (options.sarif) {
+        std::vector<SarifFile> sarif;
+        for (const Checked& c : checked) sarif.push_back({c.name, c.error, &c.verdict});
+        PrintJson(SarifJson(sarif));
+    } else if (options.json) {
+        cJSON* root = cJSON_CreateObject();
+        cJSON* list = cJSON_AddArrayToObject(root, "files");
+        for (const Checked& c : checked) cJSON_AddItemToArray(list, CheckJson(c));
         cJSON_AddBoolToObject(root, "valid", exit == kExitOk);
         PrintJson(root);
     }

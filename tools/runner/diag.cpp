@@ -11,6 +11,8 @@
 #include <cstring>
 #include <vector>
 
+#include "json_scan.h"
+
 namespace preview {
 
 bool ColourFor(int fd) {
@@ -41,74 +43,24 @@ bool ReadInput(const std::string& path, std::string& out, std::string& reason) {
     return !failed;
 }
 
-namespace {
-
-// Line and column of a byte offset.
-void LineColumn(const std::string& text, size_t offset, size_t& line, size_t& column) {
-    line = 1;
-    column = 1;
-    for (size_t i = 0; i < offset && i < text.size(); ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        if (c == '\n') {
-            ++line;
-            column = 1;
-        } else if ((c & 0xC0) != 0x80) {  // a UTF-8 continuation byte is no new character
-            ++column;
-        }
-    }
-}
-
-}  // namespace
-
 JsonSyntax DescribeJsonError(const std::string& text, const char* errorAt) {
-    const char* begin = text.c_str();
-    size_t offset = text.size();
-    if (errorAt != nullptr && errorAt >= begin && errorAt <= begin + text.size()) {
-        offset = static_cast<size_t>(errorAt - begin);
-    }
+    const JsonScan scan = ScanJson(text);
     JsonSyntax out;
-    // cJSON stops at the end of the text after a comma before '}' or ']'; the comma is what
-    // a user has to remove, so that is where the error is shown.
-    bool inString = false;
-    size_t lastComma = std::string::npos;
-    for (size_t i = 0; i < offset && i < text.size(); ++i) {
-        const char c = text[i];
-        if (inString) {
-            if (c == '\\') ++i;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
-            lastComma = std::string::npos;
-        } else if (c == ',') {
-            lastComma = i;
-        } else if ((c == '}' || c == ']') && lastComma != std::string::npos) {
-            LineColumn(text, lastComma, out.line, out.column);
-            out.reason = std::string("a comma before '") + c + "': JSON allows none after the last element";
-            return out;
-        } else if (!std::isspace(static_cast<unsigned char>(c))) {
-            lastComma = std::string::npos;
+    size_t offset = text.size();
+    out.reason = "the JSON reader stops here";
+    if (scan.error) {
+        offset = scan.error->offset;
+        out.reason = scan.error->message;
+    } else if (errorAt != nullptr && errorAt >= text.c_str() &&
+               errorAt <= text.c_str() + text.size()) {
+        offset = static_cast<size_t>(errorAt - text.c_str());
+        for (const JsonIssue& issue : scan.loose) {
+            if (issue.rule == "trailing-text") out.reason = "text follows the closing '}'";
         }
     }
-    size_t at = offset;
-    while (at < text.size() && std::isspace(static_cast<unsigned char>(text[at]))) ++at;
-    LineColumn(text, at, out.line, out.column);
-    if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
-        out.reason = "the text is empty; a configuration is a JSON object";
-    } else if (at >= text.size()) {
-        out.reason = inString ? "the text ends inside a string: a closing '\"' is missing"
-                              : "the text ends early: a closing '}' or ']' is missing";
-    } else {
-        const auto c = static_cast<unsigned char>(text[at]);
-        std::string shown = std::isprint(c) ? std::string(1, static_cast<char>(c)) : "";
-        if (shown.empty()) {
-            char hex[8];
-            std::snprintf(hex, sizeof hex, "\\x%02x", c);
-            shown = hex;
-        }
-        out.reason = c == '\'' ? "unexpected \"'\"" : "unexpected '" + shown + "'";
-        if (std::isalpha(c)) out.reason += ": texts need double quotes; the only bare words are true, false and null";
-        if (c == '\'') out.reason += ": JSON texts use double quotes";
-    }
+    const TextPlace place = PlaceOf(text, offset);
+    out.line = place.line;
+    out.column = place.column;
     return out;
 }
 

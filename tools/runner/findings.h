@@ -12,6 +12,14 @@ struct Location {
     int element = -1;  // position in the row's "Array"; -1 when none
     std::optional<std::string> paramName;  // the row's "ParamName", when it is a text
     std::string key;                       // the key concerned ("" for the whole row or file)
+    int member = -1;  // the key's position among the object's members, when known
+};
+
+// Where a finding stands in the text, when it could be placed.
+struct Place {
+    size_t offset = 0;
+    size_t line = 0;  // 0: not placed
+    size_t column = 0;
 };
 
 // "SubParamList[2] (\"points\"), Array[1], key \"SubParamStr\"" and the like.
@@ -23,20 +31,22 @@ struct Warning {
     std::string rule;     // short name, e.g. "format-no-precision"
     std::string message;  // what the module will do
     std::string fix;      // how to get what was probably meant
+    Place place;
 };
 
 // Why the module refused a configuration.
 struct Refusal {
-    int status = 0;            // the read's status (0xC0000105, 0xC0000119, ...)
+    int status = 0;            // the read's status (kStatusConfigRefused, ...)
     std::optional<int> code;   // the configuration reader's row code (-1 .. -22)
     Location at;
     std::string rule;                  // the rule broken, in words
     std::optional<std::string> value;  // the offending value as JSON text
     std::string message;               // the whole explanation in one sentence
-    // For a text that is not JSON: where the parse stopped.
-    bool syntax = false;
-    size_t line = 0;
-    size_t column = 0;
+    std::string ruleId;                // e.g. "not-a-text", "json-syntax"
+    std::string fix;                   // "" when there is none to give
+    bool syntax = false;               // the text is not JSON
+    bool stops = false;                // the refusal the module stops at
+    Place place;
 };
 
 }  // namespace preview

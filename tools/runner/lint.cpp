@@ -9,26 +9,17 @@
 #include <memory>
 
 #include "assembly/element_kind.h"
+#include "config/config_read.h"
 #include "config/item_model.h"
 #include "diag.h"
 #include "format/formatter.h"
 #include "host/algo.h"
-#include "publish/dynamic_pub.h"
+#include "formatv2/contract.h"
+#include "report.h"
 
 namespace preview {
 namespace {
 
-// Lengths the module's records keep of a name (the rest is cut): the publish table's
-// param_name holds 63 characters and a run's DynamicPub record 47, each plus a zero.
-constexpr size_t kPublishNameMax = sizeof(DYNAMIC_PUBLISH_PARAM::param_name) - 1;
-constexpr size_t kDynamicPubNameMax = sizeof(DynamicPub::param_name) - 1;
-
-const char* const kTopKeys[] = {"ModuleName", "StrConcateEnable", "ParamName", "SubParamList"};
-const char* const kRowKeys[] = {"Array",        "SubParamStr",    "IsCustomEdit",  "ShowValue_CN",
-                                "ShowValue_EN", "ParamName",      "ConvertType",   "StrTruncEnable",
-                                "StrTruncStart", "StrTruncLen",   "StrPrefix",     "StrSuffix",
-                                "StrDelete"};
-const char* const kElementKeys[] = {"SubParamStr", "Separator", "ShowValue_CN", "ShowValue_EN"};
 // Keys an array row does not read.
 const char* const kSingleOnlyKeys[] = {"SubParamStr", "IsCustomEdit", "ShowValue_CN",
                                        "ShowValue_EN"};
@@ -68,13 +59,15 @@ class Linter {
     std::vector<Warning> out;
 
     void Add(const Location& at, const char* rule, std::string message, std::string fix) {
-        out.push_back({at, rule, std::move(message), std::move(fix)});
+        out.push_back({at, rule, std::move(message), std::move(fix), Place{}});
     }
 
     // Keys no reader looks at, keys in other letter case, keys written twice.
     void Keys(const cJSON* object, Location at, const char* const* known, size_t count,
               const char* const* unread = nullptr, size_t unreadCount = 0) {
+        at.member = -1;
         for (const cJSON* k = object->child; k != nullptr; k = k->next) {
+            ++at.member;
             if (k->string == nullptr) continue;
             at.key = k->string;
             for (const cJSON* e = object->child; e != k; e = e->next) {
@@ -114,14 +107,16 @@ class Linter {
                 "give it a name that other modules can subscribe to");
         } else if (name.size() > kPublishNameMax) {
             Add(at, "name-cut",
-                "the publish table keeps only the first 63 bytes: other modules see " +
+                "the publish table keeps only the first " + std::to_string(kPublishNameMax) +
+                    " bytes: other modules see " +
                     Quote(name.substr(0, kPublishNameMax)) + ", while the values are published under the whole name",
-                "use at most 47 bytes");
-        } else if (name.size() > kDynamicPubNameMax) {
+                "use at most " + std::to_string(kRunNameMax) + " bytes");
+        } else if (name.size() > kRunNameMax) {
             Add(at, "name-cut",
-                "each run's DynamicPub record keeps only the first 47 bytes: " +
-                    Quote(name.substr(0, kDynamicPubNameMax)),
-                "use at most 47 bytes");
+                "each run's DynamicPub record keeps only the first " + std::to_string(kRunNameMax) +
+                    " bytes: " +
+                    Quote(name.substr(0, kRunNameMax)),
+                "use at most " + std::to_string(kRunNameMax) + " bytes");
         }
     }
 
@@ -156,8 +151,8 @@ class Linter {
                 (type.empty() ? " is empty" : std::string(" ends in '") + last + "'") +
                 ", which selects no value type: " +
                 (arrayField ? "the field is read as an empty list and its cells stay empty"
-                            : "the item never gets a value and every run fails with 0xE000001C "
-                              "(\"Unknown value type.\")"),
+                            : "the item never gets a value and every run fails with " +
+                                  Hex(kStatusIndex) + " (\"Unknown value type.\")"),
             fix);
     }
 
@@ -183,8 +178,15 @@ class Linter {
                 "the '-' flag makes the width negative: the value is not padded at all (nor "
                 "left-aligned)",
                 "drop the '-'; the module can only fill with zeros on the left");
-        } else if (p.flags.find_first_of("+ #") != std::string::npos) {
-            Add(at, "format-flag", "the flags '+', ' ' and '#' have no effect on " + quoted,
+        } else if (p.flags.find('#') != std::string::npos) {
+            Add(at, "format-flag",
+                "the '#' flag stops the module's reading of the number: " + quoted +
+                    " reads no width (nor precision), so the value is not padded",
+                "drop the '#'");
+        } else if (p.flags.find_first_of("+ ") != std::string::npos) {
+            Add(at, "format-flag",
+                "the module skips the flags '+' and ' ' and reads the width after them: " +
+                    quoted + " pads with zeros and prints no '+' and no blank",
                 "drop them");
         }
         if (valueType == ElementKind::kInt && std::strchr("xu", type.back()) != nullptr) {
@@ -203,10 +205,17 @@ class Linter {
                                "12.3456 gives \"12.\" (zero-filled to the width)",
                 "write a width and a precision, e.g. \"%1.2f\" for two decimals without padding");
         }
+        if (valueType == ElementKind::kFloat && read == 2 && precision == 0) {
+            Add(at, "format-zero-precision",
+                quoted + " has precision 0: the fraction is rounded on its own, so an exact half "
+                         "rounds down (2.5 gives \"2.\", 3.5 gives \"3.\")",
+                "use a precision of 1 or more");
+        }
         if (width > kFormatterMaxWidth || precision > kFormatterMaxWidth) {
             Add(at, "format-width-cap",
-                quoted + " asks for more than 4096 characters; the module stops at 4096",
-                "use a width and precision of at most 4096");
+                quoted + " asks for more than " + std::to_string(kMaxFormatWidth) +
+                    " characters; the module stops at " + std::to_string(kMaxFormatWidth),
+                "use a width and precision of at most " + std::to_string(kMaxFormatWidth));
         }
     }
 
@@ -217,12 +226,12 @@ class Linter {
         if (!ParseElementNumber(index, n)) {
             Add(at, "index-not-number",
                 "the index text " + Quote(index) +
-                    " is no element number: every run fails with 0xC0000004",
+                    " is no element number: every run fails with " + Hex(kStatusNotDelivered),
                 "write \"*\" for every element or a number from 0");
         } else if (n < 0) {
             Add(at, "index-not-number",
                 "the element number " + Quote(index) +
-                    " is negative: every run fails with 0xC0000004",
+                    " is negative: every run fails with " + Hex(kStatusNotDelivered),
                 "write \"*\" for every element or a number from 0");
         } else if (std::to_string(n) != index) {
             Add(at, "index-not-number",
@@ -232,6 +241,90 @@ class Linter {
         }
     }
 
+    void Fields(const cJSON* array, const Location& at) {
+        int element = 0;
+        for (const cJSON* e = array->child; e != nullptr; e = e->next, ++element) {
+            Location field = at;
+            field.element = element;
+            if (cJSON_IsObject(e)) Keys(e, field, kElementKeys, std::size(kElementKeys));
+            field.key = "Separator";
+            LiteralEscape(field, Text(e, "Separator"));
+            CAlgoUtils::SubParam sub;
+            field.key = "SubParamStr";
+            if (CAlgoUtils::ParseSubscribeItem(Text(e, "SubParamStr"), sub) != 0) continue;
+            Conversion(field, sub.type, true);
+            if (ElementKindOf(sub.type) != ElementKind::kNone) Format(field, sub.type);
+            if (sub.index != "*") {
+                Add(field, "index-ignored",
+                    "an array field takes every element whatever its index text " +
+                        Quote(sub.index) + " says",
+                    "write \"*\"; to show one element use a single item with that index");
+            }
+        }
+    }
+
+    void Subscribed(Location key, const std::string& text, bool textOut) {
+        key.key = "SubParamStr";
+        CAlgoUtils::SubParam sub;
+        if (CAlgoUtils::ParseSubscribeItem(text, sub) != 0) return;
+        Conversion(key, sub.type, false);
+        Index(key, sub.index);
+        const ElementKind valueType = ElementKindOf(sub.type);
+        // The format text shapes numbers only when they are published as text.
+        if (valueType == ElementKind::kString || (textOut && valueType != ElementKind::kNone)) {
+            Format(key, sub.type);
+        }
+    }
+
+    // A number output of a row whose value is a text, and text settings on a number output.
+    void Conversions(const cJSON* row, Location key, FORMAT_V2_DATA_TYPE kind, int convert) {
+        key.key = "ConvertType";
+        if ((convert == 1 || convert == 2) && kind != FORMAT_V2_DATA_SUBSCRIBE) {
+            const char* what = kind == FORMAT_V2_DATA_ARRAY    ? "the laid-out text of the array"
+                               : kind == FORMAT_V2_DATA_CUSTOM ? "the custom text"
+                                                               : "the line break";
+            Add(key, "convert-text-to-number",
+                std::string(what) + " goes through " + (convert == 1 ? "stoi" : "stof") +
+                    ": only a leading number is published, and a text that does not start "
+                    "with one fails the run with " + Hex(kStatusNotConvertible),
+                "use \"ConvertType\" 3 (string)");
+        }
+        if (convert != 1 && convert != 2) return;  // text, or refused
+        for (const char* setting : {"StrTruncEnable", "StrPrefix", "StrSuffix", "StrDelete"}) {
+            const bool set = std::strcmp(setting, "StrTruncEnable") == 0
+                                 ? Number(row, setting) != 0
+                                 : !Text(row, setting).empty();
+            if (!set) continue;
+            key.key = setting;
+            Add(key, "text-settings-ignored",
+                "truncation, prefix, suffix and deletion apply only to text outputs; this output "
+                "is published as a number",
+                "use \"ConvertType\" 3, or clear the text settings");
+            return;
+        }
+    }
+
+    // Truncation that keeps nothing; text is the row's text when the configuration fixes it.
+    void Truncation(const cJSON* row, Location key, FORMAT_V2_DATA_TYPE kind,
+                    const std::string& text) {
+        if (Number(row, "StrTruncEnable") == 0) return;
+        const int start = Number(row, "StrTruncStart");
+        const int length = Number(row, "StrTruncLen");
+        const bool fixedText = kind == FORMAT_V2_DATA_CUSTOM || kind == FORMAT_V2_DATA_SYMBOL;
+        std::string known = kind == FORMAT_V2_DATA_CUSTOM ? text : "";
+        if (kind == FORMAT_V2_DATA_SYMBOL) known = text == EscapedCr ? "\r" : "\r\n";
+        if (start >= 0 && length > 0 && !(fixedText && static_cast<size_t>(start) >= known.size())) {
+            return;
+        }
+        key.key = start < 0 || (fixedText && length > 0) ? "StrTruncStart" : "StrTruncLen";
+        Add(key, "truncation-empty",
+            "\"StrTruncStart\" " + std::to_string(start) + " with \"StrTruncLen\" " +
+                std::to_string(length) +
+                " keeps nothing: the text is always empty before the prefix and suffix",
+            "keep characters from a start of 0 or more with a length above 0, or set "
+            "\"StrTruncEnable\" 0");
+    }
+
     void Row(const cJSON* row, int position) {
         Location at;
         at.row = position;
@@ -239,11 +332,8 @@ class Linter {
         if (cJSON_IsString(name)) at.paramName = name->valuestring;
         const cJSON* array = cJSON_GetObjectItem(row, "Array");
         const bool isArray = cJSON_IsArray(array);
-        if (isArray) {
-            Keys(row, at, kRowKeys, std::size(kRowKeys), kSingleOnlyKeys, std::size(kSingleOnlyKeys));
-        } else {
-            Keys(row, at, kRowKeys, std::size(kRowKeys));
-        }
+        Keys(row, at, kRowKeys, std::size(kRowKeys), isArray ? kSingleOnlyKeys : nullptr,
+             isArray ? std::size(kSingleOnlyKeys) : 0);
         Location key = at;
         if (array != nullptr && !isArray) {
             key.key = "Array";
@@ -251,100 +341,27 @@ class Linter {
                 "make \"Array\" a list of fields, or remove it");
         }
         const std::string text = Text(row, "SubParamStr");
-        const int custom = Number(row, "IsCustomEdit");
         FORMAT_V2_DATA_TYPE kind = FORMAT_V2_DATA_SUBSCRIBE;
         if (isArray) kind = FORMAT_V2_DATA_ARRAY;
-        else if (custom == 1) kind = FORMAT_V2_DATA_CUSTOM;
-        else if (text == "\\r\\n" || text == "\\r") kind = FORMAT_V2_DATA_SYMBOL;
+        else if (Number(row, "IsCustomEdit") == 1) kind = FORMAT_V2_DATA_CUSTOM;
+        else if (text == EscapedCrLf || text == EscapedCr) kind = FORMAT_V2_DATA_SYMBOL;
 
         key.key = "ParamName";
         Name(key, at.paramName.value_or(""));
         const int convert = Number(row, "ConvertType");
         const bool textOut = convert == 3;
-
-        if (kind == FORMAT_V2_DATA_ARRAY) {
-            int element = 0;
-            for (const cJSON* e = array->child; e != nullptr; e = e->next, ++element) {
-                Location field = at;
-                field.element = element;
-                if (cJSON_IsObject(e)) Keys(e, field, kElementKeys, std::size(kElementKeys));
-                field.key = "Separator";
-                LiteralEscape(field, Text(e, "Separator"));
-                CAlgoUtils::SubParam sub;
-                field.key = "SubParamStr";
-                if (CAlgoUtils::ParseSubscribeItem(Text(e, "SubParamStr"), sub) != 0) continue;
-                Conversion(field, sub.type, true);
-                if (ElementKindOf(sub.type) != ElementKind::kNone) Format(field, sub.type);
-                if (sub.index != "*") {
-                    Add(field, "index-ignored",
-                        "an array field takes every element whatever its index text " + Quote(sub.index) + " says",
-                        "write \"*\"; to show one element use a single item with that index");
-                }
-            }
-        } else if (kind == FORMAT_V2_DATA_SUBSCRIBE) {
-            key.key = "SubParamStr";
-            CAlgoUtils::SubParam sub;
-            if (CAlgoUtils::ParseSubscribeItem(text, sub) == 0) {
-                Conversion(key, sub.type, false);
-                Index(key, sub.index);
-                const ElementKind valueType = ElementKindOf(sub.type);
-                // The format text shapes numbers only when they are published as text.
-                if (valueType == ElementKind::kString || (textOut && valueType != ElementKind::kNone)) {
-                    Format(key, sub.type);
-                }
-            }
-        } else if (kind == FORMAT_V2_DATA_CUSTOM) {
+        if (kind == FORMAT_V2_DATA_ARRAY) Fields(array, at);
+        if (kind == FORMAT_V2_DATA_SUBSCRIBE) Subscribed(at, text, textOut);
+        if (kind == FORMAT_V2_DATA_CUSTOM) {
             key.key = "SubParamStr";
             LiteralEscape(key, text);
         }
-
-        key.key = "ConvertType";
-        if ((convert == 1 || convert == 2) && kind != FORMAT_V2_DATA_SUBSCRIBE) {
-            const char* what = kind == FORMAT_V2_DATA_ARRAY    ? "the laid-out text of the array"
-                               : kind == FORMAT_V2_DATA_CUSTOM ? "the custom text"
-                                                       : "the line break";
-            const char* reader = convert == 1 ? "stoi" : "stof";
-            Add(key, "convert-text-to-number",
-                std::string(what) + " goes through " + reader +
-                    ": only a leading number is published, and a text that does not start with one fails the run with 0xC0000221",
-                "use \"ConvertType\" 3 (string)");
-        }
-        const bool truncate = Number(row, "StrTruncEnable") != 0;
-        const std::string prefix = Text(row, "StrPrefix");
-        const std::string suffix = Text(row, "StrSuffix");
-        const std::string remove = Text(row, "StrDelete");
-        if (!textOut && (truncate || !prefix.empty() || !suffix.empty() || !remove.empty())) {
-            key.key = truncate ? "StrTruncEnable" : !prefix.empty() ? "StrPrefix" : !suffix.empty() ? "StrSuffix" : "StrDelete";
-            Add(key, "text-settings-ignored",
-                "truncation, prefix, suffix and deletion apply only to text outputs; this output is "
-                "published as a number",
-                "use \"ConvertType\" 3, or clear the text settings");
-        }
-        if (textOut && truncate) {
-            const int start = Number(row, "StrTruncStart");
-            const int length = Number(row, "StrTruncLen");
-            std::string known;  // the text before truncation, when the configuration fixes it
-            if (kind == FORMAT_V2_DATA_CUSTOM) known = text;
-            if (kind == FORMAT_V2_DATA_SYMBOL) known = text == "\\r" ? "\r" : "\r\n";
-            const bool fixedText = kind == FORMAT_V2_DATA_CUSTOM || kind == FORMAT_V2_DATA_SYMBOL;
-            if (start < 0 || length <= 0 ||
-                (fixedText && static_cast<size_t>(start) >= known.size())) {
-                key.key = start < 0 || (fixedText && length > 0) ? "StrTruncStart" : "StrTruncLen";
-                Add(key, "truncation-empty",
-                    "\"StrTruncStart\" " + std::to_string(start) + " with \"StrTruncLen\" " +
-                        std::to_string(length) +
-                        " keeps nothing: the text is always empty before the prefix and suffix",
-                    "keep characters from a start of 0 or more with a length above 0, or set "
-                    "\"StrTruncEnable\" 0");
-            }
-        }
-        if (textOut) {
-            key.key = "StrPrefix";
-            LiteralEscape(key, prefix);
-            key.key = "StrSuffix";
-            LiteralEscape(key, suffix);
-            key.key = "StrDelete";
-            LiteralEscape(key, remove);
+        Conversions(row, at, kind, convert);
+        if (!textOut) return;
+        Truncation(row, at, kind, text);
+        for (const char* setting : {"StrPrefix", "StrSuffix", "StrDelete"}) {
+            key.key = setting;
+            LiteralEscape(key, Text(row, setting));
         }
     }
 };
@@ -366,19 +383,13 @@ std::string Where(const Location& at) {
 
 std::string WarningText(const Warning& w) {
     const std::string where = Where(w.at);
-    return (where.empty() ? "" : where + ": ") + w.message + "; fix: " + w.fix + " [" + w.rule + "]";
+    return (where.empty() ? "" : where + ": ") + w.message + " [" + w.rule + "]";
 }
 
 std::vector<Warning> Lint(const std::string& configText) {
     Linter lint;
-    const char* end = nullptr;
-    JsonPtr root(cJSON_ParseWithOpts(configText.c_str(), &end, 0));
+    JsonPtr root(cJSON_Parse(configText.c_str()));
     if (!root || !cJSON_IsObject(root.get())) return lint.out;
-    if (end != nullptr && std::string(end).find_first_not_of(" \t\r\n") != std::string::npos) {
-        lint.Add(Location{}, "trailing-text",
-                 "text follows the closing '}'; the module ignores it",
-                 "remove it, or move it into the object");
-    }
     lint.Keys(root.get(), Location{}, kTopKeys, std::size(kTopKeys));
     if (Number(root.get(), "StrConcateEnable") != 0) {
         Location top;

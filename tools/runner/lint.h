@@ -14,7 +14,7 @@ namespace preview {
 // accepted; anything else gives what can still be said about it, never a crash.
 std::vector<Warning> Lint(const std::string& configText);
 
-// "SubParamList[2] (\"points\"), Array[1], key \"SubParamStr\": MESSAGE; fix: FIX [RULE]"
+// "SubParamList[2] (\"points\"), Array[1], key \"SubParamStr\": MESSAGE [RULE]"
 std::string WarningText(const Warning& warning);
 
 }  // namespace preview

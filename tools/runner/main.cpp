@@ -109,6 +109,10 @@ int main(int argc, char** argv) {
         ->add_option("FILE", files, "configuration files (algo_private.json), - for standard input")
         ->required();
     check->add_flag("--strict", options.strict, "exit with 1 on warnings too");
+    check->add_flag("--sarif", options.sarif, "print SARIF 2.1.0 on standard output (for CI and editors)");
+    check->add_option("--disable", options.disabled, "do not report the warnings of RULE (repeatable)")
+        ->type_name("RULE")
+        ->allow_extra_args(false);
     common(check);
 
     std::vector<std::string> paths;

@@ -228,6 +228,12 @@ void AddLocation(cJSON* obj, const Location& at) {
     AddTextOrNull(obj, "key", at.key.empty() ? std::nullopt : std::optional<std::string>(at.key));
 }
 
+// The line and column of a finding, null when it could not be placed.
+void AddPlace(cJSON* obj, const Place& place) {
+    AddNumberOrNull(obj, "line", place.line != 0, static_cast<double>(place.line));
+    AddNumberOrNull(obj, "column", place.line != 0, static_cast<double>(place.column));
+}
+
 }  // namespace
 
 cJSON* RefusalJson(const Refusal& r) {
@@ -238,9 +244,11 @@ cJSON* RefusalJson(const Refusal& r) {
     AddLocation(obj, r.at);
     cJSON_AddStringToObject(obj, "rule", r.rule.c_str());
     AddTextOrNull(obj, "value", r.value);
-    AddNumberOrNull(obj, "line", r.syntax, static_cast<double>(r.line));
-    AddNumberOrNull(obj, "column", r.syntax, static_cast<double>(r.column));
+    AddPlace(obj, r.place);
+    cJSON_AddStringToObject(obj, "rule_id", r.ruleId.c_str());
     cJSON_AddStringToObject(obj, "message", r.message.c_str());
+    AddTextOrNull(obj, "fix", r.fix.empty() ? std::nullopt : std::optional<std::string>(r.fix));
+    cJSON_AddBoolToObject(obj, "stops", r.stops);
     return obj;
 }
 
@@ -249,6 +257,7 @@ cJSON* WarningsJson(const std::vector<Warning>& warnings) {
     for (const Warning& w : warnings) {
         cJSON* obj = cJSON_CreateObject();
         AddLocation(obj, w.at);
+        AddPlace(obj, w.place);
         cJSON_AddStringToObject(obj, "rule", w.rule.c_str());
         cJSON_AddStringToObject(obj, "message", w.message.c_str());
         cJSON_AddStringToObject(obj, "fix", w.fix.c_str());

@@ -48,7 +48,7 @@ std::string Visible(const std::string& text);
 
 // Pieces shared with the check and test reports.
 std::string Hex(int status);
-std::string StatusText(int status);  // "0xC0000004 (meaning)"
+std::string StatusText(int status);  // Hex(status), then its meaning in brackets
 const char* KindName(Value::Kind kind);
 std::string ValuesText(const Value& value);  // "[1, 2]", "\"a\"", ...
 // A value as a scenario writes it: {"int": [1, 2]}, {"string": "a"}, ...

@@ -9,6 +9,8 @@
 #include <memory>
 
 #include "diag.h"
+#include "formatv2/contract.h"
+#include "report.h"
 
 namespace preview {
 namespace {
@@ -130,7 +132,7 @@ std::string Text(const cJSON* item, const std::string& path) {
     return item->valuestring;
 }
 
-// A status: a number, or a text such as "0xC0000004" or "-1".
+// A status: a number, or its text in hexadecimal or decimal (as Hex writes it, or "-1").
 int Status(const cJSON* item, const std::string& path) {
     if (cJSON_IsNumber(item)) return static_cast<int>(static_cast<long long>(item->valuedouble));
     if (cJSON_IsString(item)) {
@@ -142,7 +144,7 @@ int Status(const cJSON* item, const std::string& path) {
             return static_cast<int>(static_cast<unsigned>(n));
         }
     }
-    throw Bad{path, "must be a status: a number or a text such as \"0xC0000004\""};
+    throw Bad{path, "must be a status: a number or a text such as \"" + Hex(kStatusNotDelivered) + "\""};
 }
 
 std::vector<std::string> Texts(const cJSON* list, const std::string& path) {

@@ -10,7 +10,8 @@
 #include <map>
 
 #include "diag.h"
-#include "formatv2/formatv2.h"
+#include "formatv2/contract.h"
+#include "host/algo.h"
 #include "log/log.h"
 
 namespace preview {
@@ -198,8 +199,6 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
     static_cast<CAlgo*>(m_module)->AlgoId = scenario.algoId;
     report.status = m_module->SetPwd(m_workDir.c_str());
     if (report.status == 0) report.status = m_module->InitAlgoPrivate();
-    // The module keeps the rows it read before a refused one.
-    report.rowsRead = static_cast<CFormatV2Module*>(m_module)->SubParamList.size();
     m_accepted = report.status == 0;
     m_tables = ReadTables();
     report.tables = m_tables;
@@ -213,7 +212,6 @@ void Session::SetParam(const RunSpec& plan, RunReport& report) {
                                             static_cast<int>(plan.paramValue.size()));
     if (*plan.paramName == "CommandFormatV2Ensure") {
         m_accepted = *report.paramStatus == 0;
-        report.rowsRead = static_cast<CFormatV2Module*>(m_module)->SubParamList.size();
         m_tables = ReadTables();
         report.tables = m_tables;
     }
@@ -296,30 +294,8 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
 }
 
 std::string StatusMeaning(int status) {
-    static const std::map<unsigned, const char*> kMeanings = {
-        {0x0u, "success"},
-        {0xC0000004u,
-         "a subscribed value was not delivered, or its element number is out of range"},
-        {0xC0000103u, "copying the default configuration file into the working directory failed"},
-        {0xC0000105u, "the configuration text was refused"},
-        {0xC0000109u, "the module has no configured items"},
-        {0xC0000119u, "a dynamic table was refused after reading the configuration"},
-        {0xC0000221u, "a value is not convertible to its item's type"},
-        {0xE0000001u,
-         "bad argument, too many subscriptions or publications, or an array field's input could "
-         "not be resolved"},
-        {0xE000000Au, "no input frame, no memory for the configuration text, or a missing text"},
-        {0xE000001Cu,
-         "an index outside a table, an item value of no known list type, or an unknown convert "
-         "type"},
-        {0xE0000201u, "loading the configuration file failed"},
-        {0xE0000203u, "reading the configuration file's size failed"},
-        {0xE000030Fu, "an array field list of an unexpected type"},
-        {0xE0000315u, "reading one field of an array item failed"},
-        {0xFFFFFFFFu, "the input frame holds no \"SINGLE_img_mode\""},
-    };
-    auto it = kMeanings.find(static_cast<unsigned>(status));
-    return it != kMeanings.end() ? it->second : "a code of the host";
+    const char* meaning = StatusMeaningOf(status);
+    return meaning != nullptr ? meaning : "a code of the host";
 }
 
 }  // namespace preview

@@ -3,6 +3,7 @@
 // publisher frames and calls Process once per run.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,7 +37,6 @@ struct RunReport {
     std::string name;
     std::optional<int> paramStatus;  // when the run set a parameter
     std::optional<Tables> tables;    // when the parameter re-read the configuration
-    size_t rowsRead = 0;             // rows the module kept after that re-read
     // Values given for the run that no subscription read, skipped because the configuration
     // in force was refused.
     std::vector<std::string> skippedValues;
@@ -57,8 +57,6 @@ struct InitReport {
     int status = 0;
     Tables tables;
     std::vector<LogLine> log;
-    // After a refused configuration: how many rows the module had read before the failing one.
-    size_t rowsRead = 0;
 };
 
 // The loaded module library and one module object created from it.

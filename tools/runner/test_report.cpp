@@ -12,7 +12,7 @@ std::string Plural(size_t n, const char* word) {
     return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
 }
 
-std::string Place(const Outcome& o, int run) {
+std::string FindingPlace(const Outcome& o, int run) {
     return run < 0 ? "first read" : RunLabel(static_cast<size_t>(run), o.runs[run].name);
 }
 
@@ -61,7 +61,7 @@ void PrintOutcome(const Outcome& o, bool colour) {
     Print("%s: %s%s%s (%s, %s)\n", o.file.c_str(), on, word, off,
           Plural(o.runs.size(), "run").c_str(), Plural(o.checks, "check").c_str());
     for (const Finding& f : o.found) {
-        Print("  %s: %s\n", Place(o, f.run).c_str(), MismatchText(f.mismatch).c_str());
+        Print("  %s: %s\n", FindingPlace(o, f.run).c_str(), MismatchText(f.mismatch).c_str());
     }
 }
 
@@ -128,7 +128,7 @@ std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t&
             if (f.run == run) mine.push_back(&f.mismatch);
         }
         if (run < 0 && mine.empty() && !o.scenario.expectInit) continue;
-        cases += TestCase(o.file, Place(o, run), mine);
+        cases += TestCase(o.file, FindingPlace(o, run), mine);
         ++count;
         failed += mine.empty() ? 0 : 1;
     }

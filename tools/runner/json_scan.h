@@ -1,0 +1,55 @@
+// A JSON scanner that keeps the place of every key and value, for placing diagnostics at
+// FILE:LINE:COL. It accepts what the module's JSON reader (cJSON) accepts, and says so where
+// that is not JSON or changes the data (loose JSON); where the reader stops, it says why in
+// words, at the place a user has to edit.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace preview {
+
+struct JsonNode {
+    enum class Kind { kObject, kArray, kString, kNumber, kLiteral };
+    Kind kind = Kind::kLiteral;
+    size_t begin = 0;  // byte offsets of the value and just past it
+    size_t end = 0;
+    std::string key;                // an object member's key, as written between the quotes
+    size_t keyBegin = 0;            // byte offset of that key's opening quote
+    std::string raw;                // a number or literal as written
+    std::vector<JsonNode> members;  // an object's members or an array's elements, in order
+};
+
+// A problem at a byte offset of the text.
+struct JsonIssue {
+    size_t offset = 0;
+    std::string rule;  // loose JSON: its lint rule; an error: "json-syntax"
+    std::string message;
+    std::string fix;
+};
+
+struct JsonScan {
+    std::optional<JsonNode> root;    // when the reader accepts the text
+    std::optional<JsonIssue> error;  // where and why the reader stops
+    std::vector<JsonIssue> loose;    // accepted, though not JSON or not read as written
+};
+
+JsonScan ScanJson(const std::string& text);
+
+// Line and column (from 1) of a byte offset; columns count characters, a UTF-8 sequence as one.
+struct TextPlace {
+    size_t line = 1;
+    size_t column = 1;
+};
+TextPlace PlaceOf(const std::string& text, size_t offset);
+
+// The line holding offset, without its line break.
+std::string LineOf(const std::string& text, size_t offset);
+
+// An object's first member whose key equals key, letter case ignored (as the module looks keys
+// up), or null.
+const JsonNode* Member(const JsonNode* object, const std::string& key);
+
+}  // namespace preview
