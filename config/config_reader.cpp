@@ -5,7 +5,9 @@
 
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <set>
+#include <type_traits>
 
 #include "formatv2/formatv2.h"
 #include "formatv2/module_log.h"
@@ -34,6 +36,18 @@ struct OsalBuffer {
 struct JsonDeleter {
     void operator()(cJSON* json) const { cJSON_Delete(json); }
 };
+
+// cJSON's parser writes one process-wide variable (its error position) on every call, so
+// module instances that read their files on different threads would race inside cJSON.
+// Parses take turns. The mutex is constant-initialised and has no destructor: nothing is
+// registered to run at unload, and the library can still leave the process.
+std::mutex g_parseLock;
+static_assert(std::is_trivially_destructible_v<std::mutex>);
+
+cJSON* ParseAlone(const char* text, const char** where) {
+    const std::lock_guard<std::mutex> turn(g_parseLock);
+    return cJSON_ParseWithOpts(text, where, 0);
+}
 
 }  // namespace
 
@@ -70,11 +84,11 @@ int CFormatV2Module::GetSubParamList() {
 int CFormatV2Module::ParsePrivJson(const char* text) {
     if (text == nullptr) return kErrNoText;
 
-    // The error position comes from the parse itself. cJSON also keeps it in one
-    // process-wide variable (what cJSON_GetErrorPtr reads), which another instance's parse on
-    // another thread may overwrite at any moment, or leave pointing into a freed text.
+    // The error position comes from the parse itself. cJSON also keeps it in its process-wide
+    // variable (what cJSON_GetErrorPtr reads), which the next parse, of any instance, resets,
+    // or leaves pointing into a text that is freed by then.
     const char* where = nullptr;
-    std::unique_ptr<cJSON, JsonDeleter> root(cJSON_ParseWithOpts(text, &where, 0));
+    std::unique_ptr<cJSON, JsonDeleter> root(ParseAlone(text, &where));
     if (!root) {
         if (where != nullptr) FV2_ERR("cJSON parse Error: %s\n", where);
         return kErrConfigRefused;
