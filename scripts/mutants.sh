@@ -115,9 +115,9 @@ def objects_of(preset, path):
     for line in r.stdout.splitlines():
         if line and not line.startswith(" "):
             obj = os.path.join(dirname, line.split(":")[0])
-        elif obj and os.path.abspath(os.path.join(dirname, line.strip())) == here:
-            data = open(obj, "rb").read() if os.path.exists(obj) else b""
-            found[obj] = (os.stat(obj).st_mtime_ns if data else 0, hashlib.sha1(data).digest())
+        elif obj and os.path.exists(obj) and os.path.abspath(os.path.join(dirname,
+                                                                          line.strip())) == here:
+            found[obj] = (os.stat(obj).st_mtime_ns, hashlib.sha1(open(obj, "rb").read()).digest())
     return found
 
 
@@ -141,15 +141,15 @@ def plant(preset, target, original, find, repl, clean=False):
                     baseline[obj] = hashlib.sha1(open(obj, "rb").read()).digest()
     if clean:
         run(["cmake", "--build", f"build/{preset}", "--target", "clean"])
-    before = objects_of(preset, os.path.relpath(target, src))
     open(target, "w", encoding="utf-8").write(original.replace(find, repl))
+    planted = os.stat(target).st_mtime_ns
     try:
         if build_tree(preset).returncode:
             return "BUILD FAILED", "", ""
         after = objects_of(preset, os.path.relpath(target, src))
-        if not before or any(after.get(o, (0, b""))[0] == t for o, (t, _) in before.items()):
+        if not after or any(t < planted for t, _ in after.values()):
             return "NOT REBUILT", "", ""
-        same = all(after[o][1] == baseline.get(o) for o in before)
+        same = all(h == baseline.get(o) for o, (_, h) in after.items())
         note = "same object code as unplanted" if same else ""
         failed = failing_tests(preset)
     finally:
