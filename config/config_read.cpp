@@ -8,6 +8,8 @@
 #include <cjson/cJSON.h>
 
 #include <memory>
+#include <mutex>
+#include <type_traits>
 
 #include "formatv2/module_log.h"
 
@@ -28,6 +30,18 @@ namespace {
 struct JsonDeleter {
     void operator()(cJSON* json) const { cJSON_Delete(json); }
 };
+
+// cJSON's parser writes one process-wide variable (its error position) on every call, so
+// module instances that read their files on different threads would race inside cJSON.
+// Parses take turns. The mutex is constant-initialised and has no destructor: nothing is
+// registered to run at unload, and the library can still leave the process.
+std::mutex g_parseLock;
+static_assert(std::is_trivially_destructible_v<std::mutex>);
+
+cJSON* ParseAlone(const char* text, const char** where) {
+    const std::lock_guard<std::mutex> turn(g_parseLock);
+    return cJSON_ParseWithOpts(text, where, 0);
+}
 
 }  // namespace
 
@@ -50,7 +64,7 @@ int ConfigReader::Parse(const char* text, const ConfigTarget& target) {
     // process-wide variable (what cJSON_GetErrorPtr reads), which another instance's parse on
     // another thread may overwrite at any moment, or leave pointing into a freed text.
     const char* where = nullptr;
-    std::unique_ptr<cJSON, JsonDeleter> root(cJSON_ParseWithOpts(text, &where, 0));
+    std::unique_ptr<cJSON, JsonDeleter> root(ParseAlone(text, &where));
     if (!root) {
         if (where != nullptr) READER_ERR("cJSON parse Error: %s\n", where);
         const size_t offset = where != nullptr ? static_cast<size_t>(where - text) : 0;

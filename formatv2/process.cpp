@@ -46,7 +46,15 @@ int CFormatV2Module::Process(void* input, void* output) {
     // not even from a log callback or a host service. Each step is guarded on its own.
     Guarded([&] { FV2_INFO_AT(536, "formatv2 Process end, status : %d\n", status); });
     Guarded([&] { UpProcessTime(); });
-    Guarded([&] { SendOutputParam(output, status); });
+    // A verdict that could not be written whole is no success: a run that had succeeded fails
+    // as any run that threw, and the result display is tried once more, now with NG.
+    if (!Guarded([&] { SendOutputParam(output, status); })) {
+        if (status == 0) {
+            status = kErrThrown;
+            Guarded([&] { FV2_ERR("[%s] occur error:(0x%x)\r\n", "Process", status); });
+        }
+        Guarded([&] { SendOutputParam(output, status); });
+    }
     frame.reset();
     return status;
 }

@@ -12,12 +12,6 @@ namespace {
 
 constexpr int kErrUnknownType = kStatusIndex;
 
-const char* PubTypeText(FORMAT_V2_VARIATE_TYPE type) {
-    if (type == FORMAT_V2_VARIATE_INT) return "int";
-    if (type == FORMAT_V2_VARIATE_FLOAT) return "float";
-    return "string";
-}
-
 void FillPub(DynamicPub& pub, const std::string& name, const char* type) {
     CopyCut(pub.param_name, name.c_str());
     CopyCut(pub.type, type);
@@ -74,7 +68,9 @@ int CFormatV2Module::CombineSubOutputValue(void* output) {
         }
 
         if (list != nullptr) {
-            FillPub(pub, item.ParamName, PubTypeText(item.ConvertType));
+            // The reader refuses a row of any other convert type, so the items of a
+            // configuration never give "unknown" here.
+            FillPub(pub, item.ParamName, GetVariateTypeStr(item.ConvertType).c_str());
             list->push_back(pub);
         }
     }

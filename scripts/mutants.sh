@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fault harness: plants each fault of scripts/mutants.txt alone in a scratch copy of the tree
 # (build/mutants/src, the files git tracks or would track, as they are in the working tree),
-# rebuilds the release preset there incrementally (Ninja, -j2, warnings not fatal), runs the
+# rebuilds the fault's preset there incrementally (Ninja, -j2, warnings not fatal), runs the
 # whole test suite and records every test that fails. The real tree is never changed.
 #
 #   scripts/mutants.sh [-o FILE] [-r REV] [ID...]
@@ -9,15 +9,23 @@
 #     -r REV   the tree of commit REV instead of the working tree (for a "before" table)
 #     ID       only these faults (default: all)
 #
+# A fault is built as the release preset, or as the preset its optional sixth field names
+# (asan for a fault that only AddressSanitizer can see). Each preset's unchanged copy must
+# build and pass every test before its first fault. After each build the harness checks that
+# every object file that depends on the planted file was written again (and notes when all of
+# them equal the unchanged copy's: the fault compiled to the same code); otherwise the fault
+# is NOT REBUILT.
+# A fault that survives is planted again on a clean build (every object rebuilt) before it is
+# counted.
+#
 # Per fault the table gives the tests that caught it: the C++ suites (GoogleTest and the fuzz
 # replay) and, apart, the example golden tests; SURVIVED when none failed, NOT APPLIED when
 # the text to find is missing or not unique, BUILD FAILED when the fault does not compile.
-# The unchanged copy must pass every test first. Exits 1 when a fault survives or is not
-# applied.
+# Exits 1 when a fault survives, is not applied or not rebuilt.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 exec python3 - "$@" <<'EOF'
-import io, os, re, subprocess, sys, tarfile, time
+import hashlib, io, os, re, subprocess, sys, tarfile, time
 
 args = sys.argv[1:]
 out_file = rev = None
@@ -29,7 +37,6 @@ while args[:1] in (["-o"], ["-r"]):
     args = args[2:]
 only = set(args)
 src = "build/mutants/src"
-build = os.path.join(src, "build/release")
 
 
 def run(cmd, cwd=src):
@@ -73,55 +80,104 @@ for number, line in enumerate(open("scripts/mutants.txt", encoding="utf-8"), 1):
     if not line.strip() or line.startswith("#"):
         continue
     fields = [f.strip() for f in line.rstrip("\n").split(" @@ ")]
-    if len(fields) != 5:
-        sys.exit(f"scripts/mutants.txt:{number}: expected 5 fields separated by ' @@ '")
-    fid, path, find, repl, what = fields
+    if len(fields) == 5:
+        fields.append("release")
+    if len(fields) != 6 or fields[5] not in ("release", "asan"):
+        sys.exit(f"scripts/mutants.txt:{number}: expected 5 fields separated by ' @@ ', "
+                 "and optionally a sixth: release or asan")
+    fid, path, find, repl, what, preset = fields
     if not only or fid in only:
-        faults.append((fid, path, find.replace("{NL}", "\n"), repl.replace("{NL}", "\n"), what))
+        faults.append((fid, path, find.replace("{NL}", "\n"), repl.replace("{NL}", "\n"),
+                       what, preset))
 
 
-def build_tree():
-    if not os.path.exists(os.path.join(build, "build.ninja")):
-        r = run(["cmake", "--preset", "release", "-G", "Ninja", "-DFORMATV2_WERROR=OFF"])
+def build_tree(preset):
+    if not os.path.exists(os.path.join(src, "build", preset, "build.ninja")):
+        r = run(["cmake", "--preset", preset, "-G", "Ninja", "-DFORMATV2_WERROR=OFF"])
         if r.returncode:
             sys.exit(r.stdout)
-    return run(["cmake", "--build", "build/release", "-j2"])
+    return run(["cmake", "--build", f"build/{preset}", "-j2"])
 
 
-def failing_tests():
-    r = run(["ctest", "--test-dir", "build/release", "-j2", "--timeout", "120"])
+def failing_tests(preset):
+    timeout = "600" if preset == "asan" else "120"
+    r = run(["ctest", "--test-dir", f"build/{preset}", "-j2", "--timeout", timeout])
     tail = r.stdout.partition("tests FAILED:")[2]
     return re.findall(r"^\s*\d+ - (\S+) \(", tail, re.M)
 
 
-r = build_tree()
-if r.returncode:
-    sys.exit("the unchanged copy does not build:\n" + r.stdout[-3000:])
-failed = failing_tests()
-if failed:
-    sys.exit("the unchanged copy fails tests: " + " ".join(failed))
+def objects_of(preset, path):
+    """Each object file built from path or including it: its mtime and hash."""
+    r = run(["ninja", "-C", f"build/{preset}", "-t", "deps"])
+    here, dirname, found = os.path.abspath(os.path.join(src, path)), os.path.join(src, "build",
+                                                                                   preset), {}
+    obj = None
+    for line in r.stdout.splitlines():
+        if line and not line.startswith(" "):
+            obj = os.path.join(dirname, line.split(":")[0])
+        elif obj and os.path.exists(obj) and os.path.abspath(os.path.join(dirname,
+                                                                          line.strip())) == here:
+            found[obj] = (os.stat(obj).st_mtime_ns, hashlib.sha1(open(obj, "rb").read()).digest())
+    return found
+
+
+ready, baseline = set(), {}
+
+
+def plant(preset, target, original, find, repl, clean=False):
+    """Plants the fault, builds and tests: (suites, golden, note)."""
+    if preset not in ready:
+        r = build_tree(preset)
+        if r.returncode:
+            sys.exit(f"the unchanged copy does not build ({preset}):\n" + r.stdout[-3000:])
+        failed = failing_tests(preset)
+        if failed:
+            sys.exit(f"the unchanged copy fails tests ({preset}): " + " ".join(failed))
+        ready.add(preset)
+        for root, _, names in os.walk(os.path.join(src, "build", preset)):
+            for name in names:
+                if name.endswith(".o"):
+                    obj = os.path.join(root, name)
+                    baseline[obj] = hashlib.sha1(open(obj, "rb").read()).digest()
+    if clean:
+        run(["cmake", "--build", f"build/{preset}", "--target", "clean"])
+    open(target, "w", encoding="utf-8").write(original.replace(find, repl))
+    planted = os.stat(target).st_mtime_ns
+    try:
+        if build_tree(preset).returncode:
+            return "BUILD FAILED", "", ""
+        after = objects_of(preset, os.path.relpath(target, src))
+        if not after or any(t < planted for t, _ in after.values()):
+            return "NOT REBUILT", "", ""
+        same = all(h == baseline.get(o) for o, (_, h) in after.items())
+        note = "same object code as unplanted" if same else ""
+        failed = failing_tests(preset)
+    finally:
+        open(target, "w", encoding="utf-8").write(original)
+    suites = ", ".join(t for t in failed if not t.startswith("golden.")) or "SURVIVED"
+    golden = ", ".join(t[7:] for t in failed if t.startswith("golden."))
+    return suites, golden, note
+
 
 rows, bad = [], 0
-for fid, path, find, repl, what in faults:
+for fid, path, find, repl, what, preset in faults:
     target = os.path.join(src, path)
     original = open(target, encoding="utf-8").read() if os.path.exists(target) else ""
     started = time.time()
+    note = ""
     if original.count(find) != 1:
         suites, golden = f"NOT APPLIED (found {original.count(find)} times)", ""
     else:
-        open(target, "w", encoding="utf-8").write(original.replace(find, repl))
-        try:
-            if build_tree().returncode:
-                suites, golden = "BUILD FAILED", ""
-            else:
-                failed = failing_tests()
-                suites = ", ".join(t for t in failed if not t.startswith("golden.")) or "SURVIVED"
-                golden = ", ".join(t[7:] for t in failed if t.startswith("golden."))
-        finally:
-            open(target, "w", encoding="utf-8").write(original)
-    bad += suites in ("SURVIVED", "BUILD FAILED") or suites.startswith("NOT APPLIED")
-    rows.append(f"| {fid} | `{path}` | {what} | {suites} | {golden} |")
-    print(f"{fid} {path}: {suites}" + (f" | golden: {golden}" if golden else "") +
+        suites, golden, note = plant(preset, target, original, find, repl)
+        if suites == "SURVIVED":
+            suites, golden, note = plant(preset, target, original, find, repl, clean=True)
+            note = "; ".join(n for n in (note, "planted again on a clean build") if n)
+    bad += suites in ("SURVIVED", "BUILD FAILED", "NOT REBUILT") or suites.startswith("NOT APP")
+    if preset != "release":
+        note = "; ".join(n for n in (f"{preset} build", note) if n)
+    shown = suites + (f" ({note})" if note else "")
+    rows.append(f"| {fid} | `{path}` | {what} | {shown} | {golden} |")
+    print(f"{fid} {path}: {shown}" + (f" | golden: {golden}" if golden else "") +
           f" ({time.time() - started:.0f} s)", file=sys.stderr, flush=True)
 
 table = "\n".join(["| id | file | fault | caught by (C++ suites) | golden examples |",

@@ -75,9 +75,19 @@ TEST_F(NoThrow, EveryAllocationFailureEndsTheRunWithAStatus) {
                 g_logs.clear();
             },
             [this] { return Run(); },
-            [](int status) {  // a run ended by a throw, or a failed conversion, says so once
+            [this](int status) {  // a run ended by a throw, or a failed conversion, says so once
                 EXPECT_EQ(Count(kErr, "[Process] occur error:(0xe000000a)"),
                           status == int(0xE000000A) ? 1 : 0);
+                // No partial success: the verdict written and the last notice agree with the
+                // status, also when writing the result entries ran out of memory.
+                const auto& texts = out.frame->StringTable;
+                const auto verdict = texts.find("SINGLE_param_status_string");
+                EXPECT_EQ(verdict == texts.end() ? "-" : verdict->second, status ? "NG" : "OK");
+                const auto calls = standin::ResultCalls();
+                const auto notice = std::find_if(calls.rbegin(), calls.rend(), [](const auto& c) {
+                    return c.op == "SendResultInfoExist";
+                });
+                EXPECT_TRUE(notice != calls.rend() && notice->a == (status == 0));
                 int named = 0;
                 for (const char* type : {"[int]", "[float]", "[string]"}) {
                     named += Count(kErr, std::string("value convert to ") + type + " failed.\n");

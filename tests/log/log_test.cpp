@@ -281,12 +281,23 @@ TEST(LogBuffer, MatchesReferenceModelOverRandomSequences) {
     }
 }
 
+// The consumer thread starts draining only once this is set.
+std::atomic<bool> g_consumerReleased{false};
+
 // Producers log self-checking lines in buffered mode while the consumer thread drains them:
 // every line either arrives once, whole and in its producer's order, or is counted as lost.
+// The consumer is held until a line has been lost, so the ring surely overflows.
 TEST(LogBuffer, ConcurrentProducersLoseOnlyWhatIsCounted) {
     constexpr int kProducers = 4;
     Capture out;
-    ASSERT_EQ(log_prt_init(1, 16, log_spawn_detached), 0);
+    const log_spawn_t held = [](const char*, void* (*body)(void*)) {
+        std::thread([body] {
+            while (!g_consumerReleased) usleep(1000);
+            body(nullptr);
+        }).detach();
+        return 0;
+    };
+    ASSERT_EQ(log_prt_init(1, 16, held), 0);
     log_set_priority(-1, 0);
     std::atomic<bool> stop{false};
     std::atomic<long> attempted{0};
@@ -301,6 +312,8 @@ TEST(LogBuffer, ConcurrentProducersLoseOnlyWhatIsCounted) {
             }
         });
     }
+    while (log_get_loss_cnt() == 0) usleep(1000);
+    g_consumerReleased = true;
     usleep(FORMATV2_STRESS_MS * 1000);
     stop = true;
     for (auto& t : producers) t.join();
