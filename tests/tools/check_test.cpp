@@ -1,0 +1,116 @@
+// check's reports of one configuration: every finding at the same line and column in the
+// verdict, the compiler-style text (with its caret) and SARIF; the refusal the module stops at
+// marked; and test's JUnit report as a CI reads it.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "formatv2/contract.h"
+#include "tools/runner/check.h"
+#include "tools/runner/diag.h"
+#include "tools/runner/test_report.h"
+
+namespace preview {
+namespace {
+
+// Row 0: an unknown key and a ConvertType out of range; row 1: a ParamName that is no text.
+const std::string kLines[] = {
+    R"({"ModuleName": "m", "StrConcateEnable": 0, "ParamName": "all", "SubParamList": [)",
+    R"(  {"SubParamStr": "1:cam:v:*:%d", "IsCustomEdit": 0, "ShowValue_CN": "", "Colour": 1,)",
+    R"(   "ShowValue_EN": "", "ParamName": "v", "ConvertType": 9, "StrTruncEnable": 0,)",
+    R"(   "StrTruncStart": 0, "StrTruncLen": 0, "StrPrefix": "", "StrSuffix": "", "StrDelete": ""},)",
+    R"(  {"SubParamStr": "1:cam:w:*:%d", "IsCustomEdit": 0, "ShowValue_CN": "", "ShowValue_EN": "",)",
+    R"(   "ParamName": 5, "ConvertType": 3, "StrTruncEnable": 0, "StrTruncStart": 0,)",
+    R"(   "StrTruncLen": 0, "StrPrefix": "", "StrSuffix": "", "StrDelete": ""}]})",
+};
+
+// Where a piece of text starts, as line and column counted from 1.
+Place Find(const std::string& what, size_t line) {
+    Place place;
+    place.line = line;
+    place.column = kLines[line - 1].find(what) + 1;
+    return place;
+}
+
+TEST(Check, EveryReportPlacesAFindingAlike) {
+    std::string text;
+    for (const std::string& line : kLines) text += line + "\n";
+    const Verdict v = Examine(kStatusConfigRefused, text);
+
+    // The reader's refusals in reading order, the first one where the module stops.
+    ASSERT_EQ(v.refusals.size(), 2u);
+    EXPECT_EQ(v.refusals[0].ruleId, "convert-type-value");
+    EXPECT_TRUE(v.refusals[0].stops);
+    EXPECT_FALSE(v.refusals[1].stops);
+    // A refusal stands at the offending value, an unknown key at the key itself.
+    const Place value = Find("9,", 3);
+    const Place key = Find("\"Colour\"", 2);
+    EXPECT_EQ(v.refusals[0].place.line, value.line);
+    EXPECT_EQ(v.refusals[0].place.column, value.column);
+    ASSERT_FALSE(v.warnings.empty());
+    EXPECT_EQ(v.warnings[0].rule, "unknown-key");
+    EXPECT_EQ(v.warnings[0].place.line, key.line);
+    EXPECT_EQ(v.warnings[0].place.column, key.column);
+
+    testing::internal::CaptureStderr();
+    Tell(Diagnostics(false), "c.json", text, v);
+    const std::string told = testing::internal::GetCapturedStderr();
+    const std::string caret = "       | " + std::string(key.column - 1, ' ') + "^\n";
+    EXPECT_NE(told.find("c.json:2:" + std::to_string(key.column) + ": warning: "),
+              std::string::npos)
+        << told;
+    EXPECT_NE(told.find("     2 | " + kLines[1] + "\n" + caret), std::string::npos) << told;
+    // The stop note follows the first refusal only.
+    const size_t stop = told.find("note: the module stops at this refusal");
+    EXPECT_LT(told.find("c.json:3:"), stop) << told;
+    EXPECT_LT(stop, told.find("c.json:6:")) << told;
+    EXPECT_EQ(told.find("note:", stop + 1), std::string::npos) << told;
+
+    // SARIF regions count columns from 1, as the text does.
+    const JsonPtr sarif(SarifJson({{"c.json", "", &v}}));
+    const cJSON* results = cJSON_GetObjectItem(
+        cJSON_GetArrayItem(cJSON_GetObjectItem(sarif.get(), "runs"), 0), "results");
+    bool seen = false;
+    for (const cJSON* r = results ? results->child : nullptr; r != nullptr; r = r->next) {
+        if (std::string(cJSON_GetObjectItem(r, "ruleId")->valuestring) != "unknown-key") continue;
+        const cJSON* region = cJSON_GetObjectItem(
+            cJSON_GetObjectItem(cJSON_GetArrayItem(cJSON_GetObjectItem(r, "locations"), 0),
+                                "physicalLocation"),
+            "region");
+        EXPECT_EQ(cJSON_GetObjectItem(region, "startLine")->valueint, 2);
+        EXPECT_EQ(cJSON_GetObjectItem(region, "startColumn")->valueint,
+                  static_cast<int>(key.column));
+        seen = true;
+    }
+    EXPECT_TRUE(seen);
+}
+
+// A testcase with two mismatches is one failure; markup in names and messages is escaped.
+TEST(Check, JUnitCountsTestcasesAndEscapesMarkup) {
+    Outcome o;
+    o.file = R"(say "<hi>" & go.json)";
+    o.runs.resize(2);
+    o.runs[0].name = "one";
+    o.runs[1].name = "two";
+    for (const char* what : {"status", "log"}) {
+        Finding f;
+        f.run = 0;
+        f.mismatch.what = what;
+        f.mismatch.expected = "\"a\"";
+        f.mismatch.actual = "\"b\"";
+        o.found.push_back(std::move(f));
+    }
+    std::vector<Outcome> all;
+    all.push_back(std::move(o));
+    const std::string xml = JUnitXml(all);
+    EXPECT_NE(xml.find(R"(<testsuite name="say &quot;&lt;hi&gt;&quot; &amp; go.json" tests="2" failures="1" errors="0">)"),
+              std::string::npos)
+        << xml;
+    EXPECT_NE(xml.find(R"(message="2 expectations do not hold">status: expected &quot;a&quot;, got &quot;b&quot;)"),
+              std::string::npos)
+        << xml;
+    EXPECT_EQ(xml.find("\"<"), std::string::npos) << xml;
+}
+
+}  // namespace
+}  // namespace preview
