@@ -165,22 +165,24 @@ TEST(Formatter, BlocksAreReusedWithinAScopeUpToTheCap) {
     // The texts are made once: with the old string ABI every new text is a heap block, while
     // copies of it share that block.
     const std::string format = "%d", none;
-    const auto secondRound = [&](int n) {
+    const auto fromHeap = [&](int n) {
         std::vector<std::unique_ptr<CFormatter>> made;
         made.reserve(static_cast<size_t>(n));
-        for (int i = 0; i < n; ++i) made.push_back(createFormatter<int>(i, format, none));
-        made.clear();
         const long before = g_heapBlocks;
         for (int i = 0; i < n; ++i) made.push_back(createFormatter<int>(i, format, none));
         return g_heapBlocks - before;
+    };
+    const auto secondRound = [&](int n) {
+        fromHeap(n);
+        return fromHeap(n);
     };
     EXPECT_EQ(secondRound(3), 3);  // no scope: every formatter from the heap
     {
         const FormatterBlockScope run;
         EXPECT_EQ(secondRound(3), 0);
         EXPECT_EQ(secondRound(12), 4);         // eight were kept
-        { const FormatterBlockScope nested; }  // its end hands nothing back
-        EXPECT_EQ(secondRound(8), 0);
+        { const FormatterBlockScope nested; }
+        EXPECT_EQ(fromHeap(8), 0);  // the nested scope's end handed none of the eight back
     }
     EXPECT_EQ(secondRound(3), 3);  // the outermost scope's end emptied the spares
 }

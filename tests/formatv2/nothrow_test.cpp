@@ -69,13 +69,16 @@ TEST_F(NoThrow, EveryAllocationFailureEndsTheRunWithAStatus) {
                         concat)),
             0);
         FeedAll(Ints{1, 2}, Floats{1.5f, 2.5f}, Strings{"u", "v", "w"}, Strings{"xyz"});
+        size_t callsBefore = 0;
+        std::vector<std::string> reported;  // each run's result calls, as one text
         const auto statuses = FailEachAllocation(
-            [this] {
+            [&] {
                 out.frame = std::make_shared<CScFrame>();
                 g_logs.clear();
+                callsBefore = standin::ResultCalls().size();
             },
             [this] { return Run(); },
-            [this](int status) {  // a run ended by a throw, or a failed conversion, says so once
+            [&](int status) {  // a run ended by a throw, or a failed conversion, says so once
                 EXPECT_EQ(Count(kErr, "[Process] occur error:(0xe000000a)"),
                           status == int(0xE000000A) ? 1 : 0);
                 // No partial success: the verdict written and the last notice agree with the
@@ -88,6 +91,13 @@ TEST_F(NoThrow, EveryAllocationFailureEndsTheRunWithAStatus) {
                     return c.op == "SendResultInfoExist";
                 });
                 EXPECT_TRUE(notice != calls.rend() && notice->a == (status == 0));
+                std::string text;
+                for (size_t i = callsBefore; i < calls.size(); ++i) {
+                    text += calls[i].op + " " + std::to_string(calls[i].a) + " " +
+                            std::to_string(calls[i].b) + " " + calls[i].textCn + "|" +
+                            calls[i].textEn + "\n";
+                }
+                reported.push_back(text);
                 int named = 0;
                 for (const char* type : {"[int]", "[float]", "[string]"}) {
                     named += Count(kErr, std::string("value convert to ") + type + " failed.\n");
@@ -96,6 +106,13 @@ TEST_F(NoThrow, EveryAllocationFailureEndsTheRunWithAStatus) {
             });
         EXPECT_LT(std::count(statuses.begin(), statuses.end(), 0), long(statuses.size()));
         EXPECT_EQ(statuses.back(), 0);  // and the module still works afterwards
+        // A run that returns 0 reported its result once and whole, as a run with every
+        // allocation granted does: none wrote part of its entries and then tried again.
+        for (size_t i = 0; i < statuses.size(); ++i) {
+            if (statuses[i] == 0) {
+                EXPECT_EQ(reported[i], reported.back()) << "allocation " << i + 1;
+            }
+        }
         EXPECT_EQ(Shown(), concat ? "\nall:12\r\n001.5,u;002.5,v;,w<yz"
                                   : "\na:1 2 \nc:\r\n \narr:001.5,u;002.5,v;,w \ns:<yz ");
     }
