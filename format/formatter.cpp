@@ -137,7 +137,7 @@ inline void ScanFormat(const std::string& format, int& width, int* precision) {
 }
 
 size_t BoundedWidth(int width) {
-    return static_cast<size_t>(std::clamp(width, 0, kFormatterMaxWidth));
+    return static_cast<size_t>(std::clamp(width, 0, kMaxFormatWidth));
 }
 
 constexpr uint64_t kPowersOfTen[] = {1ULL,

@@ -11,7 +11,7 @@
 // - A negative precision counts as 0.
 // - A NaN float gives "nan", an infinite one "inf" or "-inf" (no padding). A float whose
 //   integer part does not fit 64 bits gives its exact whole digits.
-// - Widths and precisions above kFormatterMaxWidth count as kFormatterMaxWidth, so a stray
+// - Widths and precisions above kMaxFormatWidth count as kMaxFormatWidth, so a stray
 //   "%999999999d" costs at most 4096 characters of padding (or fraction digits), never all
 //   the memory. Up to the bound the texts are exactly what the format rules give.
 // - format() never throws: should memory run out, it gives an empty text.
@@ -24,8 +24,6 @@
 #include <utility>
 
 #include "formatv2/contract.h"
-
-constexpr int kFormatterMaxWidth = kMaxFormatWidth;
 
 // While a scope lives on a thread, formatters freed there keep their blocks for the next ones
 // to reuse; when the outermost scope ends, the blocks go back to the heap. The run driver holds

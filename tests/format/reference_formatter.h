@@ -24,7 +24,7 @@ class RefIntFormatter : public CFormatter {
         int width = 0;
         std::sscanf(m_strFormat.c_str(), "%%%dd", &width);
         std::ostringstream out;
-        out << std::setw(std::clamp(width, 0, kFormatterMaxWidth)) << std::setfill('0')
+        out << std::setw(std::clamp(width, 0, kMaxFormatWidth)) << std::setfill('0')
             << std::internal << m_value;
         return out.str();
     }
@@ -43,8 +43,8 @@ class RefFloatFormatter : public CFormatter {
         std::sscanf(m_strFormat.c_str(), "%%%d.%d", &width, &precision);
         if (std::isnan(m_value)) return "nan";
         if (std::isinf(m_value)) return m_value < 0 ? "-inf" : "inf";
-        width = std::clamp(width, 0, kFormatterMaxWidth);
-        precision = std::clamp(precision, 0, kFormatterMaxWidth);
+        width = std::clamp(width, 0, kMaxFormatWidth);
+        precision = std::clamp(precision, 0, kMaxFormatWidth);
 
         const float x = std::fabs(m_value);
         std::ostringstream integerText;

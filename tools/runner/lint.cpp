@@ -211,7 +211,7 @@ class Linter {
                          "rounds down (2.5 gives \"2.\", 3.5 gives \"3.\")",
                 "use a precision of 1 or more");
         }
-        if (width > kFormatterMaxWidth || precision > kFormatterMaxWidth) {
+        if (width > kMaxFormatWidth || precision > kMaxFormatWidth) {
             Add(at, "format-width-cap",
                 quoted + " asks for more than " + std::to_string(kMaxFormatWidth) +
                     " characters; the module stops at " + std::to_string(kMaxFormatWidth),
