@@ -12,7 +12,8 @@
 # A fault is built as the release preset, or as the preset its optional sixth field names
 # (asan for a fault that only AddressSanitizer can see). Each preset's unchanged copy must
 # build and pass every test before its first fault. After each build the harness checks that
-# every object file that depends on the planted file was written again (and notes when all of
+# every object file that depends on the planted file (or, for a file that only reaches the
+# link, every file linked with it) was written again (and notes when all of
 # them equal the unchanged copy's: the fault compiled to the same code); otherwise the fault
 # is NOT REBUILT.
 # A fault that survives is planted again on a clean build (every object rebuilt) before it is
@@ -107,7 +108,8 @@ def failing_tests(preset):
 
 
 def objects_of(preset, path):
-    """Each object file built from path or including it: its mtime and hash."""
+    """Each file built from path or including it (objects, or what a link input links): its
+    mtime and hash."""
     r = run(["ninja", "-C", f"build/{preset}", "-t", "deps"])
     here, dirname, found = os.path.abspath(os.path.join(src, path)), os.path.join(src, "build",
                                                                                    preset), {}
@@ -118,6 +120,12 @@ def objects_of(preset, path):
         elif obj and os.path.exists(obj) and os.path.abspath(os.path.join(dirname,
                                                                           line.strip())) == here:
             found[obj] = (os.stat(obj).st_mtime_ns, hashlib.sha1(open(obj, "rb").read()).digest())
+    # A file that only reaches the link (a version script) is an input of what it links.
+    r = run(["ninja", "-C", f"build/{preset}", "-t", "query", here])
+    for name in r.stdout.partition("outputs:")[2].split():
+        out = os.path.join(dirname, name)
+        if os.path.isfile(out) and out not in found:
+            found[out] = (os.stat(out).st_mtime_ns, hashlib.sha1(open(out, "rb").read()).digest())
     return found
 
 
