@@ -1,6 +1,6 @@
 // check's reports of one configuration: every finding at the same line and column in the
 // verdict, the compiler-style text (with its caret) and SARIF; the refusal the module stops at
-// marked; and test's JUnit report as a CI reads it.
+// marked; test's comparison of outputs; and its JUnit report as a CI reads it.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -8,6 +8,7 @@
 #include "formatv2/contract.h"
 #include "tools/runner/check.h"
 #include "tools/runner/diag.h"
+#include "tools/runner/expect.h"
 #include "tools/runner/test_report.h"
 
 namespace preview {
@@ -83,6 +84,34 @@ TEST(Check, EveryReportPlacesAFindingAlike) {
         seen = true;
     }
     EXPECT_TRUE(seen);
+}
+
+// An output expectation holds only for the same value, or for "not published" where the
+// session knows the name but the run published nothing under it.
+TEST(Check, OutputsCompareByValueAndPresence) {
+    RunReport run;
+    Value one;
+    one.ints = {1};
+    run.outputs.push_back({"a", one});
+    run.outputNames = {"a", "b"};
+    Value two = one;
+    two.ints = {2};
+    const struct {
+        const char* name;
+        std::optional<Value> expected;
+        bool holds;
+    } cases[] = {
+        {"a", one, true},  {"a", two, false},          {"a", std::nullopt, false},
+        {"b", one, false}, {"b", std::nullopt, true},  {"c", std::nullopt, false},
+    };
+    for (const auto& c : cases) {
+        Expectation expect;
+        expect.outputs.emplace_back(c.name, c.expected);
+        size_t checks = 0;
+        const auto found = CheckRun(expect, run, checks);
+        EXPECT_EQ(checks, 1u) << c.name;
+        EXPECT_EQ(found.empty(), c.holds) << c.name << (c.expected ? " published" : " absent");
+    }
 }
 
 // A testcase with two mismatches is one failure; markup in names and messages is escaped.
