@@ -13,7 +13,7 @@
 # (asan for a fault that only AddressSanitizer can see). Each preset's unchanged copy must
 # build and pass every test before its first fault. After each build the harness checks that
 # every object file that depends on the planted file (or, for a file that only reaches the
-# link, every file linked with it) was written again (and notes when all of
+# link, the library linked with it) was written again (and notes when all of
 # them equal the unchanged copy's: the fault compiled to the same code); otherwise the fault
 # is NOT REBUILT.
 # A fault that survives is planted again on a clean build (every object rebuilt) before it is
@@ -107,6 +107,10 @@ def failing_tests(preset):
     return re.findall(r"^\s*\d+ - (\S+) \(", tail, re.M)
 
 
+def stamp(path):
+    return os.stat(path).st_mtime_ns, hashlib.sha1(open(path, "rb").read()).digest()
+
+
 def objects_of(preset, path):
     """Each file built from path or including it (objects, or what a link input links): its
     mtime and hash."""
@@ -119,13 +123,13 @@ def objects_of(preset, path):
             obj = os.path.join(dirname, line.split(":")[0])
         elif obj and os.path.exists(obj) and os.path.abspath(os.path.join(dirname,
                                                                           line.strip())) == here:
-            found[obj] = (os.stat(obj).st_mtime_ns, hashlib.sha1(open(obj, "rb").read()).digest())
+            found[obj] = stamp(obj)
     # A file that only reaches the link (a version script) is an input of what it links.
     r = run(["ninja", "-C", f"build/{preset}", "-t", "query", here])
     for name in r.stdout.partition("outputs:")[2].split():
         out = os.path.join(dirname, name)
         if os.path.isfile(out) and out not in found:
-            found[out] = (os.stat(out).st_mtime_ns, hashlib.sha1(open(out, "rb").read()).digest())
+            found[out] = stamp(out)
     return found
 
 
