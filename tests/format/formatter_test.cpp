@@ -187,6 +187,31 @@ TEST(Formatter, BlocksAreReusedWithinAScopeUpToTheCap) {
     EXPECT_EQ(secondRound(3), 3);  // the outermost scope's end emptied the spares
 }
 
+// Whatever was written before, Room(n) leaves n bytes and a block more writable behind them
+// (Zeros fills whole blocks), and Take gives exactly what was committed. A builder's string
+// is allocated to its size here, so in the sanitizer build a write past the room is a heap
+// overflow.
+TEST(Formatter, TextBuilderKeepsABlockOfRoomBehind) {
+    for (size_t start : {0, 15, 16, 31, 32, 47, 64}) {
+        for (size_t before = 0; before < 48; ++before) {
+            for (size_t n = 1; n <= 33; ++n) {
+                TextBuilder text(start);
+                std::string expected;
+                std::memset(text.Room(before), 'a', before + 16);
+                text.Commit(before);
+                expected.append(before, 'a');
+                std::memset(text.Zeros(n) + n, 'b', 16);
+                text.Commit(n);
+                expected.append(n, '0');
+                const std::string piece(n % 17, 'c');
+                text.Append(piece);
+                expected += piece;
+                ASSERT_EQ(text.Take(), expected) << start << " " << before << " " << n;
+            }
+        }
+    }
+}
+
 // Formatters made outside a scope, as here, live on the heap: one thread's may die in another
 // (the sanitizer build checks for leaks).
 TEST(Formatter, LivesAndDiesOnAnyThread) {
