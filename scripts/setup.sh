@@ -3,8 +3,8 @@
 # Idempotent: packages already present are left alone and nothing is downloaded again.
 set -euo pipefail
 
-# debootstrap makes the Debian 11 device root (scripts/sysroot.sh); googletest's sources are
-# built for the old string ABI (the armhf-oldabi preset).
+# debootstrap makes the Debian 11 device root (scripts/sysroot.sh); googletest's sources let
+# a build outside the device root use the old string ABI (FORMATV2_OLD_STRING_ABI).
 native_pkgs=(cmake g++ make libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev
              libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr libcli11-dev
              python3 python3-jsonschema dpkg-dev file debootstrap googletest)
