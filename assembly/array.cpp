@@ -4,20 +4,15 @@
 #include <algorithm>
 #include <cstring>
 
-#include "assembly/array_text.h"
-#include "assembly/element_kind.h"
-#include "formatv2/formatv2.h"
-#include "formatv2/module_log.h"
-#include "host/zr_frame.h"
+#include "assembly/assembly.h"
+#include "format/formatter.h"
 
+namespace formatv2 {
 namespace {
 
-constexpr int kErrUnresolved = kStatusBadArgument;
-constexpr int kErrFieldRead = kStatusFieldRead;
 // Room reserved per cell that holds an element: a number of up to 12 characters. Longer
 // cells (wide formats, texts) make the text grow as usual.
 constexpr size_t kCellGuess = 12;
-
 // The scalar entry, when there is one, is a list of one; else a non-empty list entry.
 template <typename T>
 bool ReadField(const std::string& key, const std::unordered_map<std::string, T>& scalars,
@@ -35,39 +30,37 @@ bool ReadField(const std::string& key, const std::unordered_map<std::string, T>&
     return false;
 }
 
-// One cell: its formatter made, its text and separator written, the formatter dropped (so its
-// block serves the next cell). The formatter's own kind is known here, so its text goes
-// straight into the item's text instead of through a string of its own.
+// One cell: its own formatter, made on the stack, its text and separator written. The
+// formatter's kind is known here, so its text goes straight into the item's text instead of
+// through a string of its own.
 template <typename T, typename Formatter>
 void AppendCell(TextBuilder& text, const Any& list, size_t row, const std::string& format,
                 const std::string& separator) {
     const std::vector<T>& values = list.Held<std::vector<T>>();  // the kind was told first
     if (row < values.size()) {
-        const std::unique_ptr<CFormatter> cell = createFormatter<T>(values[row], format, separator);
-        static_cast<const Formatter&>(*cell).AppendTo(text);
-        text.Append(cell->m_strSeparator);
+        const Formatter cell(T(values[row]), format, separator);
+        cell.AppendTo(text);
+        text.Append(cell.m_strSeparator);
     } else {
-        const std::unique_ptr<CFormatter> cell =
-            createFormatter<std::string>(std::string(), format, separator);
-        static_cast<const StringFormatter&>(*cell).AppendTo(text);
-        text.Append(cell->m_strSeparator);
+        const StringFormatter cell(std::string(), format, separator);
+        cell.AppendTo(text);
+        text.Append(cell.m_strSeparator);
     }
 }
 
 }  // namespace
 
-int CFormatV2Module::FormatSingleOutputArrayData(void* frame, int inputIndex,
-                                                 const DataField& field, std::vector<Any>& lists,
-                                                 int& count) {
-    const std::string inputName = InputName(inputIndex);
+int FormatSingleOutputArrayData(RunInputs& inputs, const std::string& inputName,
+                                const DataField& field, std::vector<Any>& lists, int& count,
+                                const Logger& log) {
     const ElementKind kind = ElementKindOf(field.SubParam.type);
 
     std::shared_ptr<CScFrame> source;
     std::string key;
     // A resolution without a frame is as good as none.
-    if (ZR_M_Get_By_Map(frame, inputName, source, key) == 0 || !source) {
-        FV2_ERR("get subscribe failed(%s), no data\r\n", inputName.c_str());
-        return kErrUnresolved;
+    if (!inputs.Resolve(inputName, source, key) || !source) {
+        log.Say<Msg::kFieldUnresolved>(inputName.c_str());
+        return kStatusBadArgument;
     }
 
     bool found = true;
@@ -100,11 +93,12 @@ int CFormatV2Module::FormatSingleOutputArrayData(void* frame, int inputIndex,
             count = 0;
             return 0;
     }
-    if (!found) FV2_WARN("get subscribe failed(%s), no data\r\n", inputName.c_str());
+    if (!found) log.Say<Msg::kFieldNoData>(inputName.c_str());
     return 0;
 }
 
-int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& inputIndex) {
+int AssembleArrayData(RunInputs& inputs, const DYNAMIC_SUBSCRIBE_PARAM_LIST& table,
+                      DataSection& section, int& inputIndex, const Logger& log) {
     const std::vector<DataField>& fields = section.Array;
     const size_t fieldCount = fields.size();
     std::string text;
@@ -115,11 +109,12 @@ int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& i
         int count = 0;
         int rows = 0;
         for (size_t i = 0; i < fieldCount; ++i) {
-            int ret = FormatSingleOutputArrayData(frame, inputIndex + static_cast<int>(i),
-                                                  fields[i], lists, count);
+            const int ret = FormatSingleOutputArrayData(
+                inputs, InputName(table, inputIndex + static_cast<int>(i)), fields[i], lists,
+                count, log);
             if (ret != 0) {
-                FV2_ERR("get single array data err:0x%x\n", ret);
-                return kErrFieldRead;
+                log.Say<Msg::kFieldReadFailed>(ret);
+                return kStatusFieldRead;
             }
             rows = std::max(rows, count);
         }
@@ -178,3 +173,5 @@ std::string ArrayText(const std::vector<DataField>& fields, const std::vector<An
     }
     return text.Take();
 }
+
+}  // namespace formatv2

@@ -1,15 +1,17 @@
 // Fixed texts from the configuration: custom texts as typed, and line-break symbols turned
 // into the real control characters.
-#include "formatv2/formatv2.h"
+#include "assembly/assembly.h"
 
-int CFormatV2Module::AssembleCustomData(DataSection& section) {
+namespace formatv2 {
+
+int AssembleCustomData(DataSection& section) {
     section.SubParam.type = "%s";
     // One copy of the configured text; a braced list would copy it twice.
     section.Value = StringList(1, section.SubParamStr);
     return 0;
 }
 
-void CFormatV2Module::AssembleSymbolData(DataSection& section) {
+void AssembleSymbolData(DataSection& section) {
     std::string text = section.SubParamStr;
     // The longer escape goes first, so that "\r\n" never becomes CR followed by "\n".
     SpecialCharReplace(text, EscapedCrLf, "\r\n");
@@ -20,8 +22,7 @@ void CFormatV2Module::AssembleSymbolData(DataSection& section) {
     section.Value = std::move(value);
 }
 
-void CFormatV2Module::SpecialCharReplace(std::string& text, const std::string& from,
-                                         const std::string& to) {
+void SpecialCharReplace(std::string& text, const std::string& from, const std::string& to) {
     if (from.empty()) return;
     size_t pos = 0;
     while ((pos = text.find(from, pos)) != std::string::npos) {
@@ -30,3 +31,5 @@ void CFormatV2Module::SpecialCharReplace(std::string& text, const std::string& f
         pos += to.size();
     }
 }
+
+}  // namespace formatv2

@@ -2,22 +2,29 @@
 // elements ("*") or one of them, into the item's Value as a typed list.
 #include <algorithm>
 
-#include "assembly/element_kind.h"
-#include "formatv2/formatv2.h"
-#include "formatv2/module_log.h"
-#include "host/zr_frame.h"
+#include "assembly/assembly.h"
 
+namespace formatv2 {
 namespace {
 
-constexpr int kErrNotDelivered = kStatusNotDelivered;
+template <typename T>
+int Get(RunInputs& inputs, const std::string& name, int& count, std::vector<T>& list) {
+    if constexpr (std::is_same_v<T, int>) return inputs.GetInts(name, count, list);
+    if constexpr (std::is_same_v<T, float>) return inputs.GetFloats(name, count, list);
+    if constexpr (std::is_same_v<T, std::string>) return inputs.GetStrings(name, count, list);
+}
 
-}  // namespace
+template <typename T>
+const char* TypeName() {
+    if constexpr (std::is_same_v<T, int>) return "int";
+    if constexpr (std::is_same_v<T, float>) return "float";
+    return "string";
+}
 
 // The three workers differ only in the element type and the host getter.
-template <typename T, typename Getter>
-static int FetchSubscribed(CFormatV2Module& module, void* frame, DataSection& section,
-                           const std::string& inputName, Getter getter, const char* typeName) {
-    const int ModuleId = module.ModuleId;  // read by the log macros
+template <typename T>
+int Fetch(RunInputs& inputs, const std::string& inputName, DataSection& section,
+          const Logger& log) {
     // The list the item held is emptied and handed to the host to fill: its storage serves
     // again, where a new list would take a new heap block per item and run.
     std::vector<T> elements;
@@ -28,10 +35,9 @@ static int FetchSubscribed(CFormatV2Module& module, void* frame, DataSection& se
     section.Value.reset();
 
     int count = 0;
-    T single{};
-    if (getter(frame, inputName, count, single, elements) != 0) {
-        FV2_ERR("get subsribe[%s] %s data err.\n", inputName.c_str(), typeName);
-        return kErrNotDelivered;
+    if (Get(inputs, inputName, count, elements) != 0) {
+        log.Say<Msg::kFetchFailed>(inputName.c_str(), TypeName<T>());
+        return kStatusNotDelivered;
     }
 
     const std::string& index = section.SubParam.index;
@@ -42,17 +48,16 @@ static int FetchSubscribed(CFormatV2Module& module, void* frame, DataSection& se
 
     int number = 0;
     if (!ParseElementNumber(index, number)) {
-        FV2_ERR("Sunscribe data [%s], index [%s] is not a number\n", inputName.c_str(),
-                index.c_str());
-        return kErrNotDelivered;
+        log.Say<Msg::kIndexNotNumber>(inputName.c_str(), index.c_str());
+        return kStatusNotDelivered;
     }
     // The count is checked against the list really delivered, never only trusted. The
     // highest valid number is worked out in 64 bits: a host may report any count, INT_MIN too.
     const int available = std::min(count, static_cast<int>(elements.size()));
     if (number < 0 || number >= available) {
-        FV2_ERR("Sunscribe data [%s], index [%d] out of range [%lld]\n", inputName.c_str(), number,
-                static_cast<long long>(available) - 1);
-        return kErrNotDelivered;
+        log.Say<Msg::kIndexOutOfRange>(inputName.c_str(), number,
+                                       static_cast<long long>(available) - 1);
+        return kStatusNotDelivered;
     }
     // The chosen element becomes the delivered list's only one, and that list the value: no
     // second list is made.
@@ -62,41 +67,39 @@ static int FetchSubscribed(CFormatV2Module& module, void* frame, DataSection& se
     return 0;
 }
 
-int CFormatV2Module::FormatOutputByInt(void* frame, DataSection& section, int& inputIndex) {
-    return FetchSubscribed<int>(*this, frame, section, InputName(inputIndex), ZR_M_GetInt_Dynamic,
-                                "int");
-}
+}  // namespace
 
-int CFormatV2Module::FormatOutputByFloat(void* frame, DataSection& section, int& inputIndex) {
-    return FetchSubscribed<float>(*this, frame, section, InputName(inputIndex),
-                                  ZR_M_GetFloat_Dynamic, "float");
-}
-
-int CFormatV2Module::FormatOutputByString(void* frame, DataSection& section, int& inputIndex) {
-    return FetchSubscribed<std::string>(*this, frame, section, InputName(inputIndex),
-                                        ZR_M_GetString_Dynamic, "string");
-}
-
-int CFormatV2Module::AssembleSubscribeData(void* frame, DataSection& section, int& inputIndex) {
-    int ret = 0;
-    switch (ElementKindOf(section.SubParam.type)) {
+int FetchSubscribed(RunInputs& inputs, const std::string& inputName, ElementKind kind,
+                    DataSection& section, const Logger& log) {
+    switch (kind) {
         case ElementKind::kInt:
-            ret = FormatOutputByInt(frame, section, inputIndex);
-            if (ret != 0) FV2_ERR("get %s output by int err\n", section.ShowValue_EN.c_str());
-            break;
+            return Fetch<int>(inputs, inputName, section, log);
         case ElementKind::kFloat:
-            ret = FormatOutputByFloat(frame, section, inputIndex);
-            if (ret != 0) FV2_ERR("get %s output by float err\n", section.ShowValue_EN.c_str());
-            break;
+            return Fetch<float>(inputs, inputName, section, log);
         case ElementKind::kString:
-            ret = FormatOutputByString(frame, section, inputIndex);
-            if (ret != 0) FV2_ERR("get %s output by string err\n", section.ShowValue_EN.c_str());
-            break;
+            return Fetch<std::string>(inputs, inputName, section, log);
         case ElementKind::kNone:
-            // No worker: the item keeps the Value of its last run, which output combination
-            // then publishes again (or refuses when there never was one).
             break;
+    }
+    return 0;
+}
+
+int AssembleSubscribeData(RunInputs& inputs, const DYNAMIC_SUBSCRIBE_PARAM_LIST& table,
+                          DataSection& section, int& inputIndex, const Logger& log) {
+    const ElementKind kind = ElementKindOf(section.SubParam.type);
+    // No worker for kNone: the item keeps the Value of its last run, which output combination
+    // then publishes again (or refuses when there never was one).
+    const int ret = kind == ElementKind::kNone
+                        ? 0
+                        : FetchSubscribed(inputs, InputName(table, inputIndex), kind, section, log);
+    if (ret != 0) {
+        const char* label = section.ShowValue_EN.c_str();
+        if (kind == ElementKind::kInt) log.Say<Msg::kIntItemFailed>(label);
+        if (kind == ElementKind::kFloat) log.Say<Msg::kFloatItemFailed>(label);
+        if (kind == ElementKind::kString) log.Say<Msg::kStringItemFailed>(label);
     }
     ++inputIndex;
     return ret;
 }
+
+}  // namespace formatv2

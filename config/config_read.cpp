@@ -7,23 +7,14 @@
 
 #include <cjson/cJSON.h>
 
-#include <memory>
-#include <mutex>
-#include <type_traits>
+#include <pthread.h>
 
-#include "formatv2/module_log.h"
+#include <cstdio>
+#include <cstring>
+#include <memory>
 
 const std::string EscapedCrLf = "\\r\\n";
 const std::string EscapedCr = "\\r";
-
-// The module's Err line, when a log function was given.
-#define READER_ERR(msg, ...)                                                        \
-    do {                                                                            \
-        if (m_log != nullptr) {                                                     \
-            m_log(ModuleId, LOG_LEVEL_ERR, "\033[31m" FV2_LOG_PREFIX msg "\033[0m", \
-                  FV2_LOG_ARGS("Err", __LINE__), ##__VA_ARGS__);                    \
-        }                                                                           \
-    } while (0)
 
 namespace {
 
@@ -33,13 +24,21 @@ struct JsonDeleter {
 
 // cJSON's parser writes one process-wide variable (its error position) on every call, so
 // module instances that read their files on different threads would race inside cJSON.
-// Parses take turns. The mutex is constant-initialised and has no destructor: nothing is
-// registered to run at unload, and the library can still leave the process.
-std::mutex g_parseLock;
-static_assert(std::is_trivially_destructible_v<std::mutex>);
+// Parses take turns. A POSIX mutex initialised statically is ready before any constructor
+// runs and needs no destructor: nothing is registered to run at unload, and the library can
+// still leave the process.
+pthread_mutex_t g_parseLock = PTHREAD_MUTEX_INITIALIZER;
+
+class ParseTurn {
+  public:
+    ParseTurn() { pthread_mutex_lock(&g_parseLock); }
+    ~ParseTurn() { pthread_mutex_unlock(&g_parseLock); }
+    ParseTurn(const ParseTurn&) = delete;
+    ParseTurn& operator=(const ParseTurn&) = delete;
+};
 
 cJSON* ParseAlone(const char* text, const char** where) {
-    const std::lock_guard<std::mutex> turn(g_parseLock);
+    const ParseTurn turn;
     return cJSON_ParseWithOpts(text, where, 0);
 }
 
@@ -66,7 +65,7 @@ int ConfigReader::Parse(const char* text, const ConfigTarget& target) {
     const char* where = nullptr;
     std::unique_ptr<cJSON, JsonDeleter> root(ParseAlone(text, &where));
     if (!root) {
-        if (where != nullptr) READER_ERR("cJSON parse Error: %s\n", where);
+        if (where != nullptr) m_log.Say<formatv2::Msg::kJsonSyntax>(where);
         const size_t offset = where != nullptr ? static_cast<size_t>(where - text) : 0;
         Stop({ConfigRule::kNotJson, 0, -1, -1, nullptr, 0, offset});
         return kStatusConfigRefused;
@@ -93,14 +92,14 @@ int ConfigReader::Parse(const char* text, const ConfigTarget& target) {
 
     cJSON* list = cJSON_GetObjectItem(root.get(), "SubParamList");
     if (list == nullptr || !cJSON_IsArray(list)) {
-        READER_ERR("cJSON_GetObjectItem SubParamList failed\n");
+        m_log.Say<formatv2::Msg::kNoSubParamList>();
         Stop({ConfigRule::kList, 0, -1, -1, "SubParamList", 0, 0});
         return kStatusConfigRefused;
     }
 
     const int ret = ParseList(list, target);
     if (ret != 0) {
-        READER_ERR("parseSubParamList failed, ret=%d\n", ret);
+        m_log.Say<formatv2::Msg::kRowsRefused>(ret);
         return kStatusConfigRefused;
     }
     return refused ? kStatusConfigRefused : 0;
@@ -127,9 +126,9 @@ int ConfigReader::Elements(cJSON* array, int row, DataSection& item) {
             return kRowElementShowValueEn;
         }
         if (noText) continue;
-        const int r = CAlgoUtils::ParseSubscribeItem(field.SubParamStr, field.SubParam);
+        const int r = m_parse(field.SubParamStr, field.SubParam);
         if (r != 0) {
-            READER_ERR("ParseSubscribeItem failed, ret %d\n", r);
+            m_log.Say<formatv2::Msg::kFieldSubscriptionRefused>(r);
             if (StopRow(kRowElementSubscription, row, at, r)) return kRowElementSubscription;
         }
         item.Array.push_back(std::move(field));
@@ -152,16 +151,16 @@ int ConfigReader::Single(cJSON* row, int position, DataSection& item) {
         } else {
             item.DataType = FORMAT_V2_DATA_SUBSCRIBE;
             const int r =
-                noText ? 0 : CAlgoUtils::ParseSubscribeItem(item.SubParamStr, item.SubParam);
+                noText ? 0 : m_parse(item.SubParamStr, item.SubParam);
             if (r != 0) {
-                READER_ERR("ParseSubscribeItem failed, ret %d\n", r);
+                m_log.Say<formatv2::Msg::kRowSubscriptionRefused>(r);
                 if (StopRow(kRowSubscription, position, -1, r)) return kRowSubscription;
             }
         }
     } else if (customEdit == 1) {
         item.DataType = FORMAT_V2_DATA_CUSTOM;
     } else {
-        READER_ERR("Unsupported DATA type: [%d]\n", customEdit);
+        m_log.Say<formatv2::Msg::kCustomEditValue>(customEdit);
         if (StopRow(kRowCustomEditValue, position, -1)) return kRowCustomEditValue;
     }
     if (Fill(row, "ShowValue_CN", item.ShowValue_CN, kNull) != 0 &&
@@ -201,7 +200,7 @@ int ConfigReader::Named(cJSON* row, int position, DataSection& item, const Confi
     } else if (convertType == FORMAT_V2_VARIATE_STRING) {
         item.ConvertType = FORMAT_V2_VARIATE_STRING;
     } else {
-        READER_ERR("Unsupported convert type: %d\n", convertType);
+        m_log.Say<formatv2::Msg::kConvertTypeValue>(convertType);
         if (StopRow(kRowConvertTypeValue, position, -1)) return kRowConvertTypeValue;
     }
 
@@ -251,7 +250,7 @@ int ConfigReader::ParseList(cJSON* list, const ConfigTarget& target) {
 int ConfigReader::Fill(cJSON* object, const char* key, int& out, const int& def) {
     cJSON* value = cJSON_GetObjectItem(object, key);
     if (value == nullptr || !cJSON_IsNumber(value)) {
-        READER_ERR("FillJsonValue [%s] falied.\n", key);
+        m_log.Say<formatv2::Msg::kNumberKeyFailed>(key);
         out = def;
         return -1;
     }
@@ -263,7 +262,7 @@ int ConfigReader::Fill(cJSON* object, const char* key, int& out, const int& def)
 int ConfigReader::Fill(cJSON* object, const char* key, float& out, const float& def) {
     cJSON* value = cJSON_GetObjectItem(object, key);
     if (value == nullptr || !cJSON_IsNumber(value)) {
-        READER_ERR("FillJsonValue [%s] falied.\n", key);
+        m_log.Say<formatv2::Msg::kFloatKeyFailed>(key);
         out = def;
         return -1;
     }
@@ -274,7 +273,7 @@ int ConfigReader::Fill(cJSON* object, const char* key, float& out, const float& 
 int ConfigReader::Fill(cJSON* object, const char* key, std::string& out, const std::string& def) {
     cJSON* value = cJSON_GetObjectItem(object, key);
     if (value == nullptr || !cJSON_IsString(value) || value->valuestring == nullptr) {
-        READER_ERR("FillJsonValue [%s] falied.\n", key);
+        m_log.Say<formatv2::Msg::kTextKeyFailed>(key);
         out = def;
         return -1;
     }

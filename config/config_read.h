@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "config/item_model.h"
-#include "formatv2/contract.h"
+#include "contract/contract.h"
+#include "contract/messages.h"
 
 struct cJSON;
 
@@ -47,14 +48,19 @@ class ConfigRefusalSink {
     ~ConfigRefusalSink() = default;
 };
 
+// The host's reader of subscription texts (CAlgoUtils::ParseSubscribeItem): 0 with out filled,
+// or the host's code for a text it refuses.
+using SubscriptionParser = int (*)(const std::string& text, CAlgoUtils::SubParam& out);
+
 class ConfigReader {
   public:
-    using LogFn = void (*)(int module, int level, const char* format, ...);
-    // log: where the Err lines go (the module passes log_print_mod), null for none.
-    // sink: null to stop at the first refusal as the module does; otherwise the read goes on
-    // past each refusal to the next key, row and element, and tells the sink of each.
-    ConfigReader(LogFn log, int moduleId, ConfigRefusalSink* sink = nullptr)
-        : m_log(log), ModuleId(moduleId), m_sink(sink) {}
+    // log: where the Err lines go (a Logger without a function for none). parse: the host's
+    // subscription reader. sink: null to stop at the first refusal as the module does;
+    // otherwise the read goes on past each refusal to the next key, row and element, and tells
+    // the sink of each.
+    ConfigReader(const formatv2::Logger& log, SubscriptionParser parse,
+                 ConfigRefusalSink* sink = nullptr)
+        : m_log(log), m_parse(parse), m_sink(sink) {}
 
     // 0, kStatusMissing (no text) or kStatusConfigRefused.
     int Parse(const char* text, const ConfigTarget& target);
@@ -74,8 +80,8 @@ class ConfigReader {
     int Named(cJSON* row, int position, DataSection& item, const ConfigTarget& target,
               std::set<std::string>& names);
 
-    LogFn m_log;
-    int ModuleId;  // named as the module's member: the log macros read it
+    formatv2::Logger m_log;
+    SubscriptionParser m_parse;
     ConfigRefusalSink* m_sink;
     int m_firstCode = 0;
 };
@@ -83,3 +89,14 @@ class ConfigReader {
 // The number of dynamic subscriptions the items need: one per subscribed item, one per field
 // of an array item.
 size_t SubscriptionCount(const std::vector<DataSection>& items);
+
+namespace formatv2 {
+
+// The dynamic subscription table of the items: entry N feeds input "input" + N, in item order.
+// 0, or kStatusBadArgument (logged) with an empty table for more than kMaxSubscriptions.
+int BuildSubscriptionTable(const std::vector<DataSection>& items, int algoId,
+                           DYNAMIC_SUBSCRIBE_PARAM_LIST& table, const Logger& log);
+// The input name of table entry position, or "" past the table's count.
+std::string InputName(const DYNAMIC_SUBSCRIBE_PARAM_LIST& table, int position);
+
+}  // namespace formatv2

@@ -17,11 +17,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "contract/guard.h"
+#include "format/digits.h"
 #include "format/formatter.h"
-#include "formatv2/formatv2.h"
-#include "formatv2/guard.h"
 
 namespace {
+
+using formatv2::kDigitPairs;
 
 // The exact decimal value of any float has at most 112 significant digits (2^-149 has the
 // most), and %g drops trailing zeros, so any larger precision gives the same text. Clamping
@@ -150,17 +152,6 @@ bool RoundFast(uint32_t m, int e, int precision, Rounded& out) {
     }
 }
 
-// "00" to "99": the digits are written two at a time.
-constexpr std::array<char, 200> MakeDigitPairs() {
-    std::array<char, 200> pairs{};
-    for (int i = 0; i < 100; ++i) {
-        pairs[2 * i] = static_cast<char>('0' + i / 10);
-        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
-    }
-    return pairs;
-}
-constexpr auto kDigitPairs = MakeDigitPairs();
-
 // The %g layout of the rounded digits: positional when -4 <= exponent < precision, else
 // d.ddde+XX; trailing zeros and a trailing point go. Returns the end of the text, which
 // needs 18 characters of room: the copies are of fixed size (a few moves, no call), and what
@@ -254,8 +245,4 @@ std::string FloatToStringGeneral(float value, int precision) {
                 text, static_cast<size_t>(std::clamp(n, 0, static_cast<int>(sizeof text) - 1)));
         },
         [] { return std::string(); });
-}
-
-std::string CFormatV2Module::FloatToString(float value, int precision) {
-    return FloatToStringGeneral(value, precision);
 }

@@ -11,9 +11,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "formatv2/guard.h"
+#include "contract/guard.h"
+#include "format/digits.h"
 
 namespace {
+
+using formatv2::kDigitPairs;
 
 // isspace in the C locale, which is what sscanf skips.
 bool IsScanSpace(char c) {
@@ -55,85 +58,15 @@ bool ScanInt(const char*& s, int& out) {
 }
 
 // sscanf(text, "%%%d.%d", &width, &precision), or "%%%dd" when precision is null: whatever was
-// read before the first mismatch stays in force.
-void ScanWidth(const char* s, int& width, int* precision) {
+// read before the first mismatch stays in force. Returns how many numbers were read.
+int ScanWidth(const char* s, int& width, int* precision) {
     while (IsScanSpace(*s)) ++s;
-    if (*s != '%') return;
+    if (*s != '%') return 0;
     ++s;
-    if (!ScanInt(s, width) || precision == nullptr || *s != '.') return;
+    if (!ScanInt(s, width)) return 0;
+    if (precision == nullptr || *s != '.') return 1;
     ++s;
-    ScanInt(s, *precision);
-}
-
-// The numbers of the last format text a thread scanned, one memo for int formats and one for
-// float formats: the cells of an array field share their format text, so most cells find
-// their numbers here instead of scanning again. Plain data, so the thread-local storage needs
-// no destructor (see the spare blocks below).
-struct ScanMemo {
-    size_t length = SIZE_MAX;  // no text memoised yet
-    uint64_t key[2] = {0, 0};
-    int width = 0;
-    int precision = 0;
-};
-thread_local ScanMemo tIntScan, tFloatScan;
-
-// The memo holds texts of up to kMemoLength bytes.
-constexpr size_t kMemoLength = 16;
-
-// A text of up to kMemoLength bytes as two numbers that are equal, for texts of one length,
-// exactly when the texts are: two overlapping reads cover every byte, and nothing beyond the
-// text is read. Cheaper than comparing byte by byte, and than a call to memcmp.
-template <typename Word>
-void ReadOverlapping(const char* text, size_t length, uint64_t (&key)[2]) {
-    Word first;
-    Word last;
-    std::memcpy(&first, text, sizeof first);
-    std::memcpy(&last, text + length - sizeof last, sizeof last);
-    key[0] = first;
-    key[1] = last;
-}
-
-void KeyOf(const char* text, size_t length, uint64_t (&key)[2]) {
-    if (length >= 8) {
-        ReadOverlapping<uint64_t>(text, length, key);
-    } else if (length >= 4) {
-        ReadOverlapping<uint32_t>(text, length, key);
-    } else if (length >= 2) {
-        ReadOverlapping<uint16_t>(text, length, key);
-    } else {
-        key[0] = length == 1 ? static_cast<unsigned char>(text[0]) : 0;
-        key[1] = 0;
-    }
-}
-
-// ScanWidth, remembered in memo; format texts longer than the memo holds are always scanned.
-__attribute__((noinline)) void ScanAndRemember(ScanMemo& memo, const std::string& format,
-                                               int& width, int* precision) {
-    ScanWidth(format.c_str(), width, precision);
-    const size_t length = format.size();
-    if (length <= kMemoLength) {
-        KeyOf(format.data(), length, memo.key);
-        memo.length = length;
-        memo.width = width;
-        memo.precision = precision != nullptr ? *precision : 0;
-    }
-}
-
-// ScanWidth through the memo. The memo's answer is the common case and stays in line; a
-// miss, once per field and run, goes out to the scan.
-inline void ScanFormat(const std::string& format, int& width, int* precision) {
-    ScanMemo& memo = precision == nullptr ? tIntScan : tFloatScan;
-    const size_t length = format.size();
-    if (length == memo.length) {  // never true for a text longer than kMemoLength
-        uint64_t key[2];
-        KeyOf(format.data(), length, key);
-        if (key[0] == memo.key[0] && key[1] == memo.key[1]) {
-            width = memo.width;
-            if (precision != nullptr) *precision = memo.precision;
-            return;
-        }
-    }
-    ScanAndRemember(memo, format, width, precision);
+    return ScanInt(s, *precision) ? 2 : 1;
 }
 
 size_t BoundedWidth(int width) {
@@ -177,20 +110,16 @@ size_t DecimalLength(uint64_t value) {
 // bits stay in 32-bit arithmetic: 64-bit division is a library call on the 32-bit device.
 template <typename Unsigned>
 void WriteDecimal(char* end, Unsigned value) {
-    static constexpr char kPairs[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
     while (value >= 100) {
         const unsigned pair = static_cast<unsigned>(value % 100);
         value /= 100;
         end -= 2;
-        end[0] = kPairs[2 * pair];
-        end[1] = kPairs[2 * pair + 1];
+        end[0] = kDigitPairs[2 * pair];
+        end[1] = kDigitPairs[2 * pair + 1];
     }
     if (value >= 10) {
-        end[-2] = kPairs[2 * value];
-        end[-1] = kPairs[2 * value + 1];
+        end[-2] = kDigitPairs[2 * value];
+        end[-1] = kDigitPairs[2 * value + 1];
     } else {
         end[-1] = static_cast<char>('0' + value);
     }
@@ -305,7 +234,7 @@ class IntText {
   public:
     IntText(int value, const std::string& format) {
         int width = 0;
-        ScanFormat(format, width, nullptr);
+        ScanWidth(format.c_str(), width, nullptr);
         negative_ = value < 0;
         magnitude_ = negative_ ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
         digits_ = DecimalLength(magnitude_);
@@ -342,7 +271,7 @@ class FloatText {
         }
         int width = 0;
         int precision = 0;
-        ScanFormat(format, width, &precision);
+        ScanWidth(format.c_str(), width, &precision);
         negative_ = value < 0;  // -0.0 is not, and gets no sign
         fractionLength_ = BoundedWidth(precision);
         const float magnitude = std::fabs(value);
@@ -428,65 +357,12 @@ std::string TextOf(const Text& text) {
     return made;
 }
 
-// Every formatter class fits one block (the largest, StringFormatter, is 104 bytes on a 64-bit
-// ABI). The spare blocks are plain thread-local data on purpose: thread-local storage with
-// a destructor registers that destructor with the runtime, which then keeps the whole library
-// loaded until the thread ends, so a host's dlclose would unload nothing. A run holds one
-// formatter at a time (an array drops each cell's before it makes the next), so a few spare
-// blocks are all the reuse there is.
-constexpr std::size_t kBlockSize = 128;
-constexpr unsigned kMaxSpareBlocks = 8;
-
-struct FreeBlock {
-    FreeBlock* next;
-};
-
-// One thread-local object rather than three variables: in a shared library each reaches its
-// thread's copy through a runtime call, and a cell frees and takes a block every time.
-struct SpareBlocks {
-    FreeBlock* head = nullptr;
-    unsigned count = 0;
-    unsigned scopes = 0;  // FormatterBlockScope objects alive on the thread
-};
-thread_local SpareBlocks tBlocks;
-
 }  // namespace
 
-void* CFormatter::operator new(std::size_t size) {
-    if (size > kBlockSize) return ::operator new(size);
-    SpareBlocks& spares = tBlocks;
-    FreeBlock* block = spares.head;
-    if (block == nullptr) return ::operator new(kBlockSize);
-    spares.head = block->next;
-    --spares.count;
-    return block;
-}
-
-void CFormatter::operator delete(void* block, std::size_t size) noexcept {
-    SpareBlocks& spares = tBlocks;
-    if (size > kBlockSize || spares.scopes == 0 || spares.count >= kMaxSpareBlocks) {
-        ::operator delete(block);
-        return;
-    }
-    FreeBlock* spare = static_cast<FreeBlock*>(block);
-    spare->next = spares.head;
-    spares.head = spare;
-    ++spares.count;
-}
-
-FormatterBlockScope::FormatterBlockScope() noexcept {
-    ++tBlocks.scopes;
-}
-
-FormatterBlockScope::~FormatterBlockScope() {
-    SpareBlocks& spares = tBlocks;
-    if (--spares.scopes != 0) return;
-    while (spares.head != nullptr) {
-        FreeBlock* block = spares.head;
-        spares.head = block->next;
-        ::operator delete(block);
-    }
-    spares.count = 0;
+FormatSpec ReadFormatSpec(const std::string& format, bool withPrecision) {
+    FormatSpec spec;
+    spec.read = ScanWidth(format.c_str(), spec.width, withPrecision ? &spec.precision : nullptr);
+    return spec;
 }
 
 // format() never fails: memory exhausted while building a text gives "".

@@ -23,19 +23,7 @@
 #include <string>
 #include <utility>
 
-#include "formatv2/contract.h"
-
-// While a scope lives on a thread, formatters freed there keep their blocks for the next ones
-// to reuse; when the outermost scope ends, the blocks go back to the heap. The run driver holds
-// one per run, so a thread that ends, or a library that is unloaded, leaves nothing behind,
-// and formatters made outside a run use the heap directly.
-class FormatterBlockScope {
-  public:
-    FormatterBlockScope() noexcept;
-    ~FormatterBlockScope();
-    FormatterBlockScope(const FormatterBlockScope&) = delete;
-    FormatterBlockScope& operator=(const FormatterBlockScope&) = delete;
-};
+#include "contract/contract.h"
 
 // A text built by appending, written in place: the string is kept longer than what was
 // written, grows by doubling when the room falls short, and is cut to what was written at the
@@ -109,12 +97,6 @@ class CFormatter {
     // The formatted value; never fails, never throws.
     virtual std::string format() = 0;
 
-    // An array item creates and drops one formatter per cell, thousands per run, one after the
-    // other. Within a FormatterBlockScope a thread keeps a few freed blocks to reuse instead of
-    // going to the heap each time.
-    static void* operator new(std::size_t size);
-    static void operator delete(void* block, std::size_t size) noexcept;
-
     std::string m_strFormat;
     std::string m_strSeparator;  // appended by the caller after format(); not read here
 };
@@ -176,6 +158,16 @@ inline std::unique_ptr<CFormatter> createFormatter<std::string>(std::string valu
                                                                 const std::string& separator) {
     return std::make_unique<StringFormatter>(std::move(value), format, separator);
 }
+
+// The numbers a formatter reads from a format text, as sscanf reads them with "%%%dd" or, with
+// a precision, "%%%d.%d": how many it read, and the width and precision (0 when not read). The
+// formatters cap both at kMaxFormatWidth when they use them.
+struct FormatSpec {
+    int read = 0;
+    int width = 0;
+    int precision = 0;
+};
+FormatSpec ReadFormatSpec(const std::string& format, bool withPrecision);
 
 // printf's "%.*g" of value widened to double: general notation, precision significant digits
 // (a negative precision counts as 6, 0 as 1). Never throws (an empty text when memory runs out).

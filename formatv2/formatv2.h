@@ -1,7 +1,7 @@
-// The formatv2 module: the class the host creates through CreateModule and drives through
-// its virtual interface. The operations are grouped by subsystem; each group is implemented
-// in its own folder (config/, assembly/, publish/, format/), this folder holding the entry
-// points, the lifecycle, the run driver and the result display output.
+// The formatv2 module: the class the host creates through CreateModule and drives through its
+// virtual interface. A thin shell: each operation reaches the host through its services and
+// hands the work to the layers below (config/, assembly/, publish/, format/), which take what
+// they need as arguments and log through the Logger the shell gives them.
 #pragma once
 
 #include <memory>
@@ -10,14 +10,11 @@
 
 #include "config/config_read.h"
 #include "config/item_model.h"
-#include "formatv2/contract.h"
-#include "format/formatter.h"
+#include "contract/contract.h"
+#include "contract/messages.h"
 #include "host/algo.h"
 
 struct cJSON;
-
-#define FORMATV2_API __attribute__((visibility("default")))
-
 
 class CFormatV2Module : public CAlgo {
   public:
@@ -91,14 +88,16 @@ class CFormatV2Module : public CAlgo {
     DYNAMIC_PUBLISH_PARAM_LIST DynamicPubList;
 
   private:
+    // Where the layers below log: the library's log_print_mod under this module's id.
+    formatv2::Logger Log() const;
+    // What a configuration read fills.
+    ConfigTarget Target();
     // Steps of a run up to output combination, on the run's input frame (null: none);
     // Process adds the end-of-run steps.
     int RunItems(const std::shared_ptr<CScFrame>& frame, void* input, void* output);
-    // The input name of dynamic subscription entry position, or "" past the table's count.
-    std::string InputName(int position) const;
 };
 
 extern "C" {
-FORMATV2_API CAbstractUserModule* CreateModule();
-FORMATV2_API void DestroyModule(void* reserved, CAbstractUserModule* module);
+FORMATV2_EXPORT CAbstractUserModule* CreateModule();
+FORMATV2_EXPORT void DestroyModule(void* reserved, CAbstractUserModule* module);
 }

@@ -3,17 +3,11 @@
 #include <cstring>
 #include <new>
 
+#include "format/formatter.h"
 #include "formatv2/formatv2.h"
-#include "formatv2/module_log.h"
 #include "host/osal.h"
 
-namespace {
-
-constexpr int kErrCopyDefaultJson = kStatusCopyFailed;
-constexpr int kErrBadArgument = kStatusBadArgument;
-constexpr const char* kDefaultPrivJson = "/mnt/app/zrs_so/so/formatv2/json/algo_private.json";
-
-}  // namespace
+using formatv2::Msg;
 
 CAbstractUserModule* CreateModule() {
     return new CFormatV2Module();
@@ -28,39 +22,44 @@ CFormatV2Module::CFormatV2Module()
 
 CFormatV2Module::~CFormatV2Module() = default;
 
+formatv2::Logger CFormatV2Module::Log() const {
+    return {&log_print_mod, ModuleId};
+}
+
 int CFormatV2Module::SetPwd(const char* path) {
-    std::memcpy(AlgoModuleName, "formatv2", sizeof "formatv2");
+    std::memcpy(AlgoModuleName, kModuleName, sizeof kModuleName);
     WorkDir.assign(path != nullptr ? path : "");
     return CAlgo::Init();
 }
 
 int CFormatV2Module::InitAlgoPrivate() {
-    FV2_INFO_AT(951, "func init start\n");
+    const formatv2::Logger log = Log();
+    log.Say<Msg::kInitStart>();
 
     const algo::ModuleType type = algo::MODULE_TYPE_OUTPUT;
     int ret = ResultManage.SetModuleType(type);
     if (ret != 0) {
-        FV2_ERR_AT(956, "resultManage SetModuleType failed, nErrCode = 0x%x\r\n", ret);
+        log.Say<Msg::kSetModuleTypeFailed>(ret);
     } else if ((ret = InitPrivJson()) != 0) {
-        FV2_ERR_AT(963, "init private json failed, nErrCode = 0x%x\r\n", ret);
+        log.Say<Msg::kInitPrivJsonFailed>(ret);
     } else if ((ret = GetSubParamList()) != 0) {
-        FV2_ERR_AT(970, "GetSubParamList failed, ret 0x%x\r\n", ret);
+        log.Say<Msg::kInitReadFailed>(ret);
     }
 
-    FV2_INFO_AT(975, "func init end\r\n");
+    log.Say<Msg::kInitEnd>();
     return ret;
 }
 
 int CFormatV2Module::InitPrivJson() {
     // 512 bytes as the host's path buffers are; a longer path is cut, never overrun.
     char path[512] = {0};
-    std::snprintf(path, sizeof path, "%s/%s", WorkDir.c_str(), "algo_private.json");
+    std::snprintf(path, sizeof path, "%s/%s", WorkDir.c_str(), kConfigFileName);
     if (osal_is_file_exist(path) != 0) return 0;
 
-    int ret = osal_copy(kDefaultPrivJson, path);
+    const int ret = osal_copy(kDefaultConfigPath, path);
     if (ret == 0) return 0;
-    FV2_ERR_AT(941, "copy default private json failed, nRet = %d\r\n", ret);
-    return kErrCopyDefaultJson;
+    Log().Say<Msg::kCopyDefaultFailed>(ret);
+    return kStatusCopyFailed;
 }
 
 int CFormatV2Module::UpdatePwdPrivate(const char*) {
@@ -80,5 +79,9 @@ int CFormatV2Module::SetLogLevel(eLOG_LEVEL, eLOG_CHANNEL) {
 }
 
 int CFormatV2Module::GetDebugInfo(MODULE_DEBUG_INFO* info) {
-    return info == nullptr ? kErrBadArgument : 0;
+    return info == nullptr ? kStatusBadArgument : 0;
+}
+
+std::string CFormatV2Module::FloatToString(float value, int precision) {
+    return FloatToStringGeneral(value, precision);
 }

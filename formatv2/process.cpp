@@ -1,21 +1,44 @@
-// The run driver: one call per run of the host's processing graph.
+// The run driver: one call per run of the host's processing graph. The items are assembled
+// by kind from the run's inputs (through the host's getters), then published.
 #include <time.h>
 
 #include <cstdint>
 
+#include "assembly/assembly.h"
+#include "contract/guard.h"
 #include "formatv2/formatv2.h"
-#include "formatv2/guard.h"
-#include "formatv2/module_log.h"
 #include "host/zr_frame.h"
+#include "publish/publish.h"
+
+using formatv2::Msg;
 
 namespace {
 
-constexpr int kErrNoInputFrame = kStatusMissing;
-constexpr int kErrNoImgMode = kStatusNoImgMode;
-constexpr int kErrNoItems = kStatusNoItems;
-// Whatever is thrown during a run (in practice bad_alloc) ends it with this status instead
-// of crossing into the host.
-constexpr int kErrThrown = kStatusMissing;
+// The run's inputs as the host delivers them, through the opaque input handle.
+class HostInputs final : public formatv2::RunInputs {
+  public:
+    explicit HostInputs(void* handle) : handle_(handle) {}
+    int GetInts(const std::string& input, int& count, std::vector<int>& list) override {
+        int single = 0;
+        return ZR_M_GetInt_Dynamic(handle_, input, count, single, list);
+    }
+    int GetFloats(const std::string& input, int& count, std::vector<float>& list) override {
+        float single = 0.0f;
+        return ZR_M_GetFloat_Dynamic(handle_, input, count, single, list);
+    }
+    int GetStrings(const std::string& input, int& count,
+                   std::vector<std::string>& list) override {
+        std::string single;
+        return ZR_M_GetString_Dynamic(handle_, input, count, single, list);
+    }
+    bool Resolve(const std::string& input, std::shared_ptr<CScFrame>& frame,
+                 std::string& key) override {
+        return ZR_M_Get_By_Map(handle_, input, frame, key) != 0;
+    }
+
+  private:
+    void* handle_;
+};
 
 // The monotonic clock in milliseconds, to the nearest, halves up.
 double MonotonicMillis() {
@@ -29,29 +52,31 @@ double MonotonicMillis() {
 }  // namespace
 
 int CFormatV2Module::Process(void* input, void* output) {
+    // Whatever is thrown during a run (in practice bad_alloc) ends it with kStatusMissing
+    // instead of crossing into the host.
+    const formatv2::Logger log = Log();
     // Held to the very end of the run, after the result display: the host may recycle the
     // frame once it is released.
     std::shared_ptr<CScFrame> frame;
-    const FormatterBlockScope blocks;  // released when the run ends, however it ends
     int status = 0;
     if (!Guarded([&] {
             frame = ZR_M_Get_Frame_ByID(input, 0);
             status = RunItems(frame, input, output);
         })) {
-        status = kErrThrown;
-        Guarded([&] { FV2_ERR("[%s] occur error:(0x%x)\r\n", "Process", status); });
+        status = kStatusMissing;
+        Guarded([&] { log.Say<Msg::kRunThrown>("Process", status); });
     }
 
     // The end of the run is reached from every path, and nothing may escape into the host:
     // not even from a log callback or a host service. Each step is guarded on its own.
-    Guarded([&] { FV2_INFO_AT(536, "formatv2 Process end, status : %d\n", status); });
+    Guarded([&] { log.Say<Msg::kProcessEnd>(status); });
     Guarded([&] { UpProcessTime(); });
     // A verdict that could not be written whole is no success: a run that had succeeded fails
     // as any run that threw, and the result display is tried once more, now with NG.
     if (!Guarded([&] { SendOutputParam(output, status); })) {
         if (status == 0) {
-            status = kErrThrown;
-            Guarded([&] { FV2_ERR("[%s] occur error:(0x%x)\r\n", "Process", status); });
+            status = kStatusMissing;
+            Guarded([&] { log.Say<Msg::kResultThrown>("Process", status); });
         }
         Guarded([&] { SendOutputParam(output, status); });
     }
@@ -60,54 +85,135 @@ int CFormatV2Module::Process(void* input, void* output) {
 }
 
 int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* input, void* output) {
+    const formatv2::Logger log = Log();
     int inputIndex = 0;
     if (!frame) {
-        FV2_ERR_AT(490, "[%s] occur error(0x%x)\r\n", "Process", kErrNoInputFrame);
-        return kErrNoInputFrame;
+        log.Say<Msg::kNoInputFrame>("Process", kStatusMissing);
+        return kStatusMissing;
     }
 
     ProcStartTime = MonotonicMillis();
     ProcTime = 0;
     ShowTextCN.clear();
     ShowTextEN.clear();
-    FV2_INFO_AT(496, "formatv2 Process start\n");
+    log.Say<Msg::kProcessStart>();
 
-    auto imgMode = frame->IntTable.find("SINGLE_img_mode");
+    auto imgMode = frame->IntTable.find(kEntryImgMode);
     if (imgMode == frame->IntTable.end()) {
-        FV2_ERR_AT(499, "[%s] occur error:(0x%x)\r\n", "Process", kErrNoImgMode);
-        return kErrNoImgMode;
+        log.Say<Msg::kNoImgMode>("Process", kStatusNoImgMode);
+        return kStatusNoImgMode;
     }
     ImgMode = imgMode->second;
 
-    if (SubParamList.empty()) return kErrNoItems;
+    if (SubParamList.empty()) return kStatusNoItems;
     ConcatText.clear();
 
+    HostInputs inputs(input);
     for (DataSection& item : SubParamList) {
         int ret = 0;
         switch (item.DataType) {
             case FORMAT_V2_DATA_SUBSCRIBE:
-                ret = AssembleSubscribeData(input, item, inputIndex);
+                ret = formatv2::AssembleSubscribeData(inputs, DynamicSubList, item, inputIndex,
+                                                      log);
                 break;
             case FORMAT_V2_DATA_SYMBOL:
-                AssembleSymbolData(item);
+                formatv2::AssembleSymbolData(item);
                 break;
             case FORMAT_V2_DATA_ARRAY:
-                ret = AssembleArrayData(input, item, inputIndex);
+                ret = formatv2::AssembleArrayData(inputs, DynamicSubList, item, inputIndex, log);
                 break;
             case FORMAT_V2_DATA_CUSTOM:
-                ret = AssembleCustomData(item);
+                ret = formatv2::AssembleCustomData(item);
                 break;
             default:
-                FV2_ERR_AT(525, "No such data format %d\n", static_cast<int>(item.DataType));
+                log.Say<Msg::kNoSuchDataFormat>(static_cast<int>(item.DataType));
                 break;
         }
         if (ret != 0) {
-            FV2_ERR_AT(529, "[%s] occur error:(0x%x)\r\n", "Process", ret);
+            log.Say<Msg::kItemFailed>("Process", ret);
             return ret;
         }
     }
 
-    int status = CombineSubOutputValue(output);
-    if (status != 0) FV2_ERR_AT(533, "[%s] occur error:(0x%x)\r\n", "Process", status);
+    const int status = CombineSubOutputValue(output);
+    if (status != 0) log.Say<Msg::kCombineFailed>("Process", status);
     return status;
 }
+
+// ---- the operations of one item, each a step of the run above ----
+
+int CFormatV2Module::AssembleSubscribeData(void* frame, DataSection& section, int& inputIndex) {
+    HostInputs inputs(frame);
+    return formatv2::AssembleSubscribeData(inputs, DynamicSubList, section, inputIndex, Log());
+}
+
+int CFormatV2Module::FormatOutputByInt(void* frame, DataSection& section, int& inputIndex) {
+    HostInputs inputs(frame);
+    return formatv2::FetchSubscribed(inputs, formatv2::InputName(DynamicSubList, inputIndex),
+                                     ElementKind::kInt, section, Log());
+}
+
+int CFormatV2Module::FormatOutputByFloat(void* frame, DataSection& section, int& inputIndex) {
+    HostInputs inputs(frame);
+    return formatv2::FetchSubscribed(inputs, formatv2::InputName(DynamicSubList, inputIndex),
+                                     ElementKind::kFloat, section, Log());
+}
+
+int CFormatV2Module::FormatOutputByString(void* frame, DataSection& section, int& inputIndex) {
+    HostInputs inputs(frame);
+    return formatv2::FetchSubscribed(inputs, formatv2::InputName(DynamicSubList, inputIndex),
+                                     ElementKind::kString, section, Log());
+}
+
+int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& inputIndex) {
+    HostInputs inputs(frame);
+    return formatv2::AssembleArrayData(inputs, DynamicSubList, section, inputIndex, Log());
+}
+
+int CFormatV2Module::FormatSingleOutputArrayData(void* frame, int inputIndex,
+                                                 const DataField& field, std::vector<Any>& lists,
+                                                 int& count) {
+    HostInputs inputs(frame);
+    return formatv2::FormatSingleOutputArrayData(
+        inputs, formatv2::InputName(DynamicSubList, inputIndex), field, lists, count, Log());
+}
+
+int CFormatV2Module::AssembleCustomData(DataSection& section) {
+    return formatv2::AssembleCustomData(section);
+}
+
+void CFormatV2Module::AssembleSymbolData(DataSection& section) {
+    formatv2::AssembleSymbolData(section);
+}
+
+void CFormatV2Module::SpecialCharReplace(std::string& text, const std::string& from,
+                                         const std::string& to) {
+    formatv2::SpecialCharReplace(text, from, to);
+}
+
+int CFormatV2Module::CombineSubOutputValue(void* output) {
+    std::shared_ptr<CScFrame> frame = ZR_M_Get_Frame_ByHOutput(output);
+    formatv2::Publication run{SubParamList, StrConcateEnable, ParamName, ConcatText,
+                              ShowTextCN,   ShowTextEN,       Log()};
+    return formatv2::CombineSubOutputValue(run, frame);
+}
+
+template <typename T>
+int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
+                                               const DataSection& item, const T& value,
+                                               const int& index) {
+    formatv2::Publication run{SubParamList, StrConcateEnable, ParamName, ConcatText,
+                              ShowTextCN,   ShowTextEN,       Log()};
+    return formatv2::ConvertAndSendOutputValue<T>(run, frame, item, value, index);
+}
+
+template int CFormatV2Module::ConvertAndSendOutputValue<int>(std::shared_ptr<CScFrame>&,
+                                                             const DataSection&, const int&,
+                                                             const int&);
+template int CFormatV2Module::ConvertAndSendOutputValue<float>(std::shared_ptr<CScFrame>&,
+                                                               const DataSection&, const float&,
+                                                               const int&);
+template int CFormatV2Module::ConvertAndSendOutputValue<std::string>(std::shared_ptr<CScFrame>&,
+                                                                     const DataSection&,
+                                                                     const std::string&,
+                                                                     const int&);

@@ -3,24 +3,25 @@
 #include <cstdio>
 #include <string>
 
+#include "contract/guard.h"
 #include "formatv2/formatv2.h"
-#include "formatv2/guard.h"
-#include "formatv2/module_log.h"
 #include "host/zr_frame.h"
+
+using formatv2::Msg;
 
 namespace {
 
 // The entry names, made once: most are longer than a short string holds, and a name spelled
 // as a literal at each store is a new heap copy per store and run.
 struct ResultKeys {
-    const std::string status = "SINGLE_status";
-    const std::string textX = "SINGLE_show_text_x";
-    const std::string textY = "SINGLE_show_text_y";
-    const std::string textAngle = "SINGLE_show_text_ang";
-    const std::string textCn = "SINGLE_show_text_cn";
-    const std::string textEn = "SINGLE_show_text_en";
-    const std::string statusText = "SINGLE_param_status_string";
-    const std::string paramStatus = "SINGLE_param_status";
+    const std::string status = kEntryStatus;
+    const std::string textX = kEntryTextX;
+    const std::string textY = kEntryTextY;
+    const std::string textAngle = kEntryTextAngle;
+    const std::string textCn = kEntryTextCn;
+    const std::string textEn = kEntryTextEn;
+    const std::string statusText = kEntryStatusText;
+    const std::string paramStatus = kEntryParamStatus;
 };
 
 const ResultKeys& Keys() {
@@ -40,7 +41,7 @@ int CFormatV2Module::SendOutputParam(void* output, int status) {
 
     if (status == 0 && ImgMode == 0) {
         int ret = ResultManage.AddResultInfo(1, 1);
-        if (ret != 0) FV2_ERR_AT(776, "add result info failed, nErrCode = 0x%x\n", ret);
+        if (ret != 0) Log().Say<Msg::kAddResultInfoFailed>(ret);
     }
 
     if (frame) {
@@ -49,18 +50,18 @@ int CFormatV2Module::SendOutputParam(void* output, int status) {
         frame->FloatTable[keys.textAngle] = 0.0f;
         frame->StringTable[keys.textCn] = ShowTextCN;
         frame->StringTable[keys.textEn] = ShowTextEN;
-        frame->StringTable[keys.statusText] = ok ? "OK" : "NG";
+        frame->StringTable[keys.statusText] = ok ? kVerdictOk : kVerdictNg;
         frame->IntTable[keys.paramStatus] = ok;
     }
 
     // The notice texts travel in zeroed 256-byte buffers, as the result manager expects.
     char textCn[256] = {0};
     char textEn[256] = {0};
-    std::snprintf(textCn, sizeof textCn, "%s", "全部输出为OK");
-    std::snprintf(textEn, sizeof textEn, "%s", "Full output is OK");
+    std::snprintf(textCn, sizeof textCn, "%s", kNoticeCn);
+    std::snprintf(textEn, sizeof textEn, "%s", kNoticeEn);
     ResultManage.SendResultInfoExist(ok, 0, textCn, textEn, frame);
 
     // Everything has reached the host by now: a log line that fails changes nothing.
-    Guarded([&] { FV2_INFO_AT(794, "send output param end\n"); });
+    Guarded([&] { Log().Say<Msg::kSendOutputEnd>(); });
     return 0;
 }

@@ -3,24 +3,33 @@
 // each item's heading. In concatenation mode the joined text is published at the end.
 #include <cstring>
 
-#include "formatv2/formatv2.h"
-#include "formatv2/module_log.h"
-#include "host/zr_frame.h"
-#include "publish/dynamic_pub.h"
+#include "publish/publish.h"
 
+namespace formatv2 {
 namespace {
-
-constexpr int kErrUnknownType = kStatusIndex;
 
 void FillPub(DynamicPub& pub, const std::string& name, const char* type) {
     CopyCut(pub.param_name, name.c_str());
     CopyCut(pub.type, type);
 }
 
+// Every value of the list, with its place in it; stops at the first that fails.
+template <typename T>
+int SendAll(Publication& run, std::shared_ptr<CScFrame>& frame, const DataSection& item,
+            const std::vector<T>& values) {
+    int ret = 0;
+    for (int i = 0; ret == 0 && i < static_cast<int>(values.size()); ++i) {
+        ret = ConvertAndSendOutputValue<T>(run, frame, item, values[i], i);
+    }
+    return ret;
+}
+
 }  // namespace
 
-int CFormatV2Module::CombineSubOutputValue(void* output) {
-    std::shared_ptr<CScFrame> frame = ZR_M_Get_Frame_ByHOutput(output);
+int CombineSubOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame) {
+    const std::vector<DataSection>& SubParamList = run.items;
+    const int StrConcateEnable = run.strConcateEnable;
+    const std::string& ParamName = run.paramName;
     DynamicPub pub;
     std::memset(&pub, 0, sizeof pub);
 
@@ -28,44 +37,32 @@ int CFormatV2Module::CombineSubOutputValue(void* output) {
 
     DynamicPubRecords* list = nullptr;
     if (!SubParamList.empty() && frame) {
-        list = frame->getData<DynamicPubRecords>("DynamicPub", true);
+        list = frame->getData<DynamicPubRecords>(kDynamicPubKey, true);
     }
 
-    for (DataSection& item : SubParamList) {
+    for (const DataSection& item : SubParamList) {
         if (StrConcateEnable == 0) {
             const std::string heading = "\n" + item.ParamName + ":";
-            ShowTextEN += heading;
-            ShowTextCN += heading;
+            run.showTextEn += heading;
+            run.showTextCn += heading;
         }
 
         int ret = 0;
-        int line = 0;
-        if (item.Value.Is<IntList>()) {
-            const IntList& values = item.Value.AnyCast<IntList>();
-            for (int i = 0; ret == 0 && i < static_cast<int>(values.size()); ++i) {
-                ret = ConvertAndSendOutputValue<int>(frame, item, values[i], i);
-            }
-            line = 682;
-        } else if (item.Value.Is<FloatList>()) {
-            const FloatList& values = item.Value.AnyCast<FloatList>();
-            for (int i = 0; ret == 0 && i < static_cast<int>(values.size()); ++i) {
-                ret = ConvertAndSendOutputValue<float>(frame, item, values[i], i);
-            }
-            line = 692;
-        } else if (item.Value.Is<StringList>()) {
-            const StringList& values = item.Value.AnyCast<StringList>();
-            for (int i = 0; ret == 0 && i < static_cast<int>(values.size()); ++i) {
-                ret = ConvertAndSendOutputValue<std::string>(frame, item, values[i], i);
-            }
-            line = 702;
+        const char* const where = "CombineSubOutputValue";
+        if (const IntList* ints = item.Value.Find<IntList>()) {
+            ret = SendAll(run, frame, item, *ints);
+            if (ret != 0) run.log.Say<Msg::kIntListFailed>(where, ret);
+        } else if (const FloatList* floats = item.Value.Find<FloatList>()) {
+            ret = SendAll(run, frame, item, *floats);
+            if (ret != 0) run.log.Say<Msg::kFloatListFailed>(where, ret);
+        } else if (const StringList* texts = item.Value.Find<StringList>()) {
+            ret = SendAll(run, frame, item, *texts);
+            if (ret != 0) run.log.Say<Msg::kStringListFailed>(where, ret);
         } else {
-            FV2_ERR_AT(708, "Unknown value type.\n");
-            return kErrUnknownType;
+            run.log.Say<Msg::kUnknownValueType>();
+            return kStatusIndex;
         }
-        if (ret != 0) {
-            FV2_ERR_AT(line, "[%s] occur error:(0x%x)\r\n", "CombineSubOutputValue", ret);
-            return ret;
-        }
+        if (ret != 0) return ret;
 
         if (list != nullptr) {
             // The reader refuses a row of any other convert type, so the items of a
@@ -81,9 +78,11 @@ int CFormatV2Module::CombineSubOutputValue(void* output) {
         list->push_back(pub);
     }
 
-    const std::string joined = "\n" + ParamName + ":" + ConcatText;
-    ShowTextEN += joined;
-    ShowTextCN += joined;
-    if (frame) frame->StringTable[ParamName] = ConcatText;
+    const std::string joined = "\n" + ParamName + ":" + run.concatText;
+    run.showTextEn += joined;
+    run.showTextCn += joined;
+    if (frame) frame->StringTable[ParamName] = run.concatText;
     return 0;
 }
+
+}  // namespace formatv2

@@ -15,15 +15,12 @@
 #include <utility>
 #include <vector>
 
+#include "contract/guard.h"
 #include "format/formatter.h"
-#include "formatv2/formatv2.h"
-#include "formatv2/guard.h"
-#include "formatv2/module_log.h"
+#include "publish/publish.h"
 
+namespace formatv2 {
 namespace {
-
-constexpr int kErrNotConvertible = kStatusNotConvertible;
-constexpr int kErrUnknownType = kStatusIndex;
 
 // The conversions throw (std::stoi, std::stof, allocation); the caller turns that into the
 // failure of the conversion.
@@ -108,13 +105,22 @@ void DeleteAll(std::string& text, const std::string& pattern) {
 
 }  // namespace
 
+bool TruncateText(std::string& text, long long start, long long length) {
+    if (start < 0 || start >= static_cast<long long>(text.size()) || length < 0) {
+        text.clear();
+        return false;
+    }
+    text.erase(0, static_cast<size_t>(start));
+    if (text.size() > static_cast<size_t>(length)) text.resize(static_cast<size_t>(length));
+    return true;
+}
+
 template <typename T>
-int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
-                                               const DataSection& item, const T& value,
-                                               const int& index) {
-    const auto show = [this](const std::string& text) {
-        ShowTextEN.append(text).append(1, ' ');
-        ShowTextCN.append(text).append(1, ' ');
+int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame,
+                              const DataSection& item, const T& value, int index) {
+    const auto show = [&run](const std::string& text) {
+        run.showTextEn.append(text).append(1, ' ');
+        run.showTextCn.append(text).append(1, ' ');
     };
 
     switch (item.ConvertType) {
@@ -125,9 +131,8 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
                             item);
                     show(std::to_string(number));
                 })) {
-                FV2_ERR_AT(565, "Subscribe param:[%s] value convert to [int] failed.\n",
-                           item.ParamName.c_str());
-                return kErrNotConvertible;
+                run.log.Say<Msg::kIntConvertFailed>(item.ParamName.c_str());
+                return kStatusNotConvertible;
             }
             return 0;
 
@@ -136,11 +141,10 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
                     const float number = ToFloat(value);
                     StoreAt(ListOf(frame, &CScFrame::FloatListTable, item.ParamName), number, index,
                             item);
-                    show(FloatToString(number, 6));
+                    show(FloatToStringGeneral(number, 6));
                 })) {
-                FV2_ERR_AT(583, "Subscribe param:[%s] value convert to [float] failed.\n",
-                           item.ParamName.c_str());
-                return kErrNotConvertible;
+                run.log.Say<Msg::kFloatConvertFailed>(item.ParamName.c_str());
+                return kStatusNotConvertible;
             }
             return 0;
 
@@ -149,39 +153,28 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
             // storing) is ordinary run work, and whatever it throws ends the run instead.
             std::string text;
             if (!Guarded([&] { text = ToText(value, item); })) {
-                FV2_ERR_AT(597, "Subscribe param:[%s] value convert to [string] failed.\n",
-                           item.ParamName.c_str());
-                return kErrNotConvertible;
+                run.log.Say<Msg::kStringConvertFailed>(item.ParamName.c_str());
+                return kStatusNotConvertible;
             }
 
-            if (item.StrTruncEnable != 0) {
-                const long long start = item.StrTruncStart;
-                const long long length = item.StrTruncLen;
-                if (start >= 0 && start < static_cast<long long>(text.size()) && length >= 0) {
-                    text.erase(0, static_cast<size_t>(start));
-                    if (text.size() > static_cast<size_t>(length)) {
-                        text.resize(static_cast<size_t>(length));
-                    }
-                } else {
-                    text.clear();
-                    FV2_WARN_AT(611, "Subscribe param:[%s] start idx:[%d], length:[%d]\n",
-                                item.SubParamStr.c_str(), item.StrTruncStart, item.StrTruncLen);
-                }
+            if (item.StrTruncEnable != 0 &&
+                !TruncateText(text, item.StrTruncStart, item.StrTruncLen)) {
+                run.log.Say<Msg::kTruncationEmpty>(item.SubParamStr.c_str(), item.StrTruncStart,
+                                                   item.StrTruncLen);
             }
 
             // Decorated in place: an array item's text can be megabytes long.
             text.insert(0, item.StrPrefix).append(item.StrSuffix);
             if (!item.StrDelete.empty()) DeleteAll(text, item.StrDelete);
 
-            if (StrConcateEnable != 0) {
-                ConcatText += text;
+            if (run.strConcateEnable != 0) {
+                run.concatText += text;
                 return 0;
             }
             if (!frame) {
                 // No output frame to store into: the value cannot be published.
-                FV2_ERR_AT(597, "Subscribe param:[%s] value convert to [string] failed.\n",
-                           item.ParamName.c_str());
-                return kErrNotConvertible;
+                run.log.Say<Msg::kStringConvertFailed>(item.ParamName.c_str());
+                return kStatusNotConvertible;
             }
             const std::string& stored =
                 StoreAt(frame->StringListTable[item.ParamName], std::move(text), index, item);
@@ -191,18 +184,16 @@ int CFormatV2Module::ConvertAndSendOutputValue(std::shared_ptr<CScFrame>& frame,
         }
 
         default:
-            FV2_ERR_AT(646, "Subscribe param value convert to unknown type.\n");
-            return kErrUnknownType;
+            run.log.Say<Msg::kUnknownConvertType>();
+            return kStatusIndex;
     }
 }
 
-template int CFormatV2Module::ConvertAndSendOutputValue<int>(std::shared_ptr<CScFrame>&,
-                                                             const DataSection&, const int&,
-                                                             const int&);
-template int CFormatV2Module::ConvertAndSendOutputValue<float>(std::shared_ptr<CScFrame>&,
-                                                               const DataSection&, const float&,
-                                                               const int&);
-template int CFormatV2Module::ConvertAndSendOutputValue<std::string>(std::shared_ptr<CScFrame>&,
-                                                                     const DataSection&,
-                                                                     const std::string&,
-                                                                     const int&);
+template int ConvertAndSendOutputValue<int>(Publication&, std::shared_ptr<CScFrame>&,
+                                            const DataSection&, const int&, int);
+template int ConvertAndSendOutputValue<float>(Publication&, std::shared_ptr<CScFrame>&,
+                                              const DataSection&, const float&, int);
+template int ConvertAndSendOutputValue<std::string>(Publication&, std::shared_ptr<CScFrame>&,
+                                                    const DataSection&, const std::string&, int);
+
+}  // namespace formatv2

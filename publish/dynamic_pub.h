@@ -7,7 +7,7 @@
 #include <cstring>
 #include <list>
 
-#include "formatv2/contract.h"
+#include "contract/contract.h"
 
 struct DynamicPub {
     char param_name[48];

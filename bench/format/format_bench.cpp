@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "assembly/array_text.h"
+#include "assembly/assembly.h"
 #include "format/formatter.h"
 #include "format/reference_formatter.h"
 

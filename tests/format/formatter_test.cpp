@@ -1,8 +1,3 @@
-// operator new is replaced here to count heap blocks; both it and delete use malloc and free,
-// which GCC, seeing free() inlined where a new-expression's pointer is released, would call a
-// mismatch.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -19,22 +14,6 @@
 
 #include "format/formatter.h"
 #include "format/reference_formatter.h"
-
-namespace {
-long g_heapBlocks = 0;  // operator new calls so far
-}  // namespace
-
-void* operator new(std::size_t size) {
-    ++g_heapBlocks;
-    if (void* p = std::malloc(size ? size : 1)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
 
 namespace {
 
@@ -158,35 +137,6 @@ TEST(Formatter, MatchesThePlainScanAndStreamTexts) {
     }
 }
 
-// Freed formatter blocks are kept for reuse only while a FormatterBlockScope lives on the
-// thread, at most 8 of them, and go back to the heap when the outermost scope ends.
-TEST(Formatter, BlocksAreReusedWithinAScopeUpToTheCap) {
-    // Makes n formatters at once and drops them, twice; the heap blocks the second round took.
-    // The texts are made once: with the old string ABI every new text is a heap block, while
-    // copies of it share that block.
-    const std::string format = "%d", none;
-    const auto fromHeap = [&](int n) {
-        std::vector<std::unique_ptr<CFormatter>> made;
-        made.reserve(static_cast<size_t>(n));
-        const long before = g_heapBlocks;
-        for (int i = 0; i < n; ++i) made.push_back(createFormatter<int>(i, format, none));
-        return g_heapBlocks - before;
-    };
-    const auto secondRound = [&](int n) {
-        fromHeap(n);
-        return fromHeap(n);
-    };
-    EXPECT_EQ(secondRound(3), 3);  // no scope: every formatter from the heap
-    {
-        const FormatterBlockScope run;
-        EXPECT_EQ(secondRound(3), 0);
-        EXPECT_EQ(secondRound(12), 4);         // eight were kept
-        { const FormatterBlockScope nested; }
-        EXPECT_EQ(fromHeap(8), 0);  // the nested scope's end handed none of the eight back
-    }
-    EXPECT_EQ(secondRound(3), 3);  // the outermost scope's end emptied the spares
-}
-
 // Whatever was written before, Room(n) leaves n bytes and a block more writable behind them
 // (Zeros fills whole blocks), and Take gives exactly what was committed. A builder's string
 // is allocated to its size here, so in the sanitizer build a write past the room is a heap
@@ -212,8 +162,7 @@ TEST(Formatter, TextBuilderKeepsABlockOfRoomBehind) {
     }
 }
 
-// Formatters made outside a scope, as here, live on the heap: one thread's may die in another
-// (the sanitizer build checks for leaks).
+// A formatter made on one thread may die on another (the sanitizer build checks for leaks).
 TEST(Formatter, LivesAndDiesOnAnyThread) {
     std::vector<std::unique_ptr<CFormatter>> made;
     std::thread([&made] {

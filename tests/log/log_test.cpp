@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "formatv2/module_log.h"
+#include "contract/messages.h"
 #include "log/log.h"
 #include "log/log_internal.h"
 
@@ -53,16 +53,20 @@ int Record(int module, int level, int flag, const char* line, int len) {
 }
 
 TEST(LogOutput, ModuleLinesReachOutputAndCallbackByteExact) {
-    int ModuleId = 5;  // what the module's macros log under
+    using formatv2::Msg;
+    const formatv2::Logger log{&log_print_mod, 5};  // as the module logs under id 5
     log_set_callbacker(LOG_LEVEL_INFO, Record);
     Capture out;
-    FV2_INFO_AT(496, "ready %d\n", 7);
-    FV2_WARN_AT(12, "slow\r\n");
-    FV2_ERR_AT(1234, "failed 0x%X\n", 0xE000000Au);
+    log.Say<Msg::kProcessEnd>(7);
+    log.Say<Msg::kFieldNoData>("input3");
+    log.Say<Msg::kNoInputFrame>("Process", static_cast<int>(0xE000000A));
+    formatv2::Logger{}.Say<Msg::kProcessStart>();  // no function: nothing at all
     const std::string lines[] = {
-        "| Info | 005formatv2 | formatv2.cpp:0496: ready 7\n",
-        "\033[33m| Warn | 005formatv2 | formatv2.cpp:0012: slow\r\n\033[0m",
-        "\033[31m| Err  | 005formatv2 | formatv2.cpp:1234: failed 0xE000000A\n\033[0m"};
+        "| Info | 005formatv2 | formatv2.cpp:0536: formatv2 Process end, status : 7\n",
+        "\033[33m| Warn | 005formatv2 | formatv2.cpp:0103: get subscribe failed(input3), no "
+        "data\r\n\033[0m",
+        "\033[31m| Err  | 005formatv2 | formatv2.cpp:0490: [Process] occur error(0xe000000a)\r\n"
+        "\033[0m"};
     EXPECT_EQ(out.take(), lines[0] + lines[1] + lines[2]);
     EXPECT_THAT(g_calls,
                 ElementsAre("5 4 0:" + lines[0], "5 5 0:" + lines[1], "5 6 0:" + lines[2]));

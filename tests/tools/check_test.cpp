@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "formatv2/contract.h"
+#include "contract/contract.h"
 #include "tools/runner/check.h"
 #include "tools/runner/diag.h"
 #include "tools/runner/expect.h"

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "formatv2/contract.h"
+#include "contract/contract.h"
 #include "tools/runner/check.h"
 
 namespace {

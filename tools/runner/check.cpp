@@ -193,7 +193,7 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
     std::string paramName;
     int concat = 0;
     std::vector<DataSection> items;
-    ConfigReader(nullptr, 0, &collect).Parse(text.c_str(), {moduleName, concat, paramName, items});
+    ConfigReader({}, &CAlgoUtils::ParseSubscribeItem, &collect).Parse(text.c_str(), {moduleName, concat, paramName, items});
     std::vector<Refusal> out;
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     if (!collect.all.empty() && collect.all[0].rule == ConfigRule::kNotJson) {

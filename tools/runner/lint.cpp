@@ -8,13 +8,13 @@
 #include <iterator>
 #include <memory>
 
-#include "assembly/element_kind.h"
+#include "config/element_kind.h"
 #include "config/config_read.h"
 #include "config/item_model.h"
 #include "diag.h"
 #include "format/formatter.h"
 #include "host/algo.h"
-#include "formatv2/contract.h"
+#include "contract/contract.h"
 #include "report.h"
 
 namespace preview {

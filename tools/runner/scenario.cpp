@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "diag.h"
-#include "formatv2/contract.h"
+#include "contract/contract.h"
 #include "report.h"
 
 namespace preview {

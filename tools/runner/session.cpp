@@ -10,7 +10,7 @@
 #include <map>
 
 #include "diag.h"
-#include "formatv2/contract.h"
+#include "contract/contract.h"
 #include "host/algo.h"
 #include "log/log.h"
 

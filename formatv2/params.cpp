@@ -4,47 +4,41 @@
 #include <cstring>
 
 #include "formatv2/formatv2.h"
-#include "formatv2/module_log.h"
 
-namespace {
-
-constexpr int kErrBadArgument = kStatusBadArgument;
-constexpr int kErrNoText = kStatusMissing;
-constexpr const char* kEnsureCommand = "CommandFormatV2Ensure";
-
-}  // namespace
+using formatv2::Msg;
 
 int CFormatV2Module::SetParam(const char* name, const char* value, int length) {
     // Only a zero length is refused: the value goes on whole, as a terminated text, and its
     // length is the host's business. ParamManage is made by the base class; a host that drops
     // it gets a refusal rather than a crash.
     if (name == nullptr || name[0] == '\0' || value == nullptr || length == 0 || !ParamManage) {
-        return kErrBadArgument;
+        return kStatusBadArgument;
     }
 
+    const formatv2::Logger log = Log();
     int status = ParamManage->CheckParam(name, value);
     if (status != 0) {
-        FV2_ERR("CheckParam %s value %s is not valid\r\n", name, value);
+        log.Say<Msg::kCheckParamFailed>(name, value);
     } else if (std::strcmp(name, kEnsureCommand) == 0) {
         status = GetSubParamList();
-        if (status != 0) FV2_ERR("GetSubParamList failed, ret 0x%x\r\n", status);
+        if (status != 0) log.Say<Msg::kEnsureFailed>(status);
     } else {
-        FV2_INFO("SetParam %s: %s\r\n", name, value);
+        log.Say<Msg::kSetParamStart>(name, value);
         status = SetmoduParaHandle(name, value, length);
         if (status == 0) {
             status = ParamManage->SetParam(name, value, 0);
-            if (status != 0) FV2_ERR("UpParam2Map failed, ret = %d\r\n", status);
+            if (status != 0) log.Say<Msg::kStoreParamFailed>(status);
         }
     }
 
-    FV2_INFO("func set param[%s] end, data[%s]\r\n", name, value);
+    log.Say<Msg::kSetParamEnd>(name, value);
     return status;
 }
 
 int CFormatV2Module::GetParam(const char* name, char* buffer, int size, int* length) {
     if (name == nullptr || name[0] == '\0' || buffer == nullptr || length == nullptr || size < 1 ||
         !ParamManage) {
-        return kErrBadArgument;
+        return kStatusBadArgument;
     }
     const std::string value = ParamManage->GetParam(name, 0);
     // snprintf cuts to size - 1 characters and always terminates.
@@ -54,5 +48,5 @@ int CFormatV2Module::GetParam(const char* name, char* buffer, int size, int* len
 }
 
 int CFormatV2Module::SetmoduParaHandle(const char* name, const char* value, int /*length*/) {
-    return (name != nullptr && value != nullptr) ? 0 : kErrNoText;
+    return (name != nullptr && value != nullptr) ? 0 : kStatusMissing;
 }

@@ -65,6 +65,38 @@ constexpr const char* StatusMeaningOf(int status) {
     return nullptr;
 }
 
+// ---- names the host and the integrator see ----
+// The module's name and log tag, written into its subscription records too.
+inline constexpr const char kModuleName[] = "formatv2";
+// Input N of the module is named kInputPrefix followed by N in decimal.
+inline constexpr const char kInputPrefix[] = "input";
+// The configuration file in the working directory, and the default copied there when missing.
+inline constexpr const char kConfigFileName[] = "algo_private.json";
+inline constexpr const char kInstallDir[] = "/mnt/app/zrs_so/so/formatv2";
+inline constexpr const char kDefaultConfigPath[] =
+    "/mnt/app/zrs_so/so/formatv2/json/algo_private.json";
+inline constexpr const char kInstalledModulePath[] = "/mnt/app/zrs_so/so/formatv2/libformatv2.so";
+// Setting this parameter reads the configuration file again.
+inline constexpr const char kEnsureCommand[] = "CommandFormatV2Ensure";
+// The output frame's list of the outputs a run published.
+inline constexpr const char kDynamicPubKey[] = "DynamicPub";
+// The input frame's image mode, and the result entries of the output frame.
+inline constexpr const char kEntryImgMode[] = "SINGLE_img_mode";
+inline constexpr const char kEntryPrefix[] = "SINGLE_";
+inline constexpr const char kEntryStatus[] = "SINGLE_status";
+inline constexpr const char kEntryTextX[] = "SINGLE_show_text_x";
+inline constexpr const char kEntryTextY[] = "SINGLE_show_text_y";
+inline constexpr const char kEntryTextAngle[] = "SINGLE_show_text_ang";
+inline constexpr const char kEntryTextCn[] = "SINGLE_show_text_cn";
+inline constexpr const char kEntryTextEn[] = "SINGLE_show_text_en";
+inline constexpr const char kEntryStatusText[] = "SINGLE_param_status_string";
+inline constexpr const char kEntryParamStatus[] = "SINGLE_param_status";
+// The verdicts, and the result notice's texts, which are the same for every status.
+inline constexpr const char kVerdictOk[] = "OK";
+inline constexpr const char kVerdictNg[] = "NG";
+inline constexpr const char kNoticeCn[] = "全部输出为OK";
+inline constexpr const char kNoticeEn[] = "Full output is OK";
+
 // ---- limits ----
 // 127, not 128: the subscription table has 128 records, but the module refuses the 128th.
 constexpr int kMaxSubscriptions = 127;

@@ -1,0 +1,47 @@
+// Dynamic publishing: the table of outputs the module may publish, and per run the items'
+// values converted to their published types and written into the output frame (one output
+// per item, or all joined into one text), with the display texts growing by each value.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "config/item_model.h"
+#include "contract/messages.h"
+#include "host/scframe.h"
+#include "publish/dynamic_pub.h"
+
+namespace formatv2 {
+
+// Appends the joined output's record and one per item to a table that holds the host's own
+// entries. 0, or kStatusBadArgument (logged, the table emptied) when they do not all fit: an
+// output is never dropped in silence.
+int BuildPublishTable(const std::vector<DataSection>& items, const std::string& paramName,
+                      int strConcateEnable, DYNAMIC_PUBLISH_PARAM_LIST& table, const Logger& log);
+
+// What a run publishes from, and the texts it builds: the module's own members.
+struct Publication {
+    const std::vector<DataSection>& items;
+    int strConcateEnable;
+    const std::string& paramName;  // the joined output's name
+    std::string& concatText;
+    std::string& showTextCn;
+    std::string& showTextEn;
+    Logger log;
+};
+
+// Every value of every item converted and sent, each output listed under "DynamicPub", and the
+// joined text published in concatenation mode. 0 or the first code met.
+int CombineSubOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame);
+// One value of item, at its place index in the item's list: 0, kStatusNotConvertible or
+// kStatusIndex.
+template <typename T>
+int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame,
+                              const DataSection& item, const T& value, int index);
+
+// The cut of a text value: the part from start with at most length characters. False, with the
+// text emptied, when start lies outside the text or length is negative.
+bool TruncateText(std::string& text, long long start, long long length);
+
+}  // namespace formatv2
