@@ -33,6 +33,24 @@ Place Find(const std::string& what, size_t line) {
     return place;
 }
 
+// The verdict comes from the loaded module, the explanation from the runner's own reader:
+// where the two builds disagree, the report says which gave which verdict.
+TEST(Check, SaysWhenTheLoadedModuleAndTheRunnersReaderDisagree) {
+    const std::string valid =
+        R"({"ModuleName": "m", "StrConcateEnable": 0, "ParamName": "all", "SubParamList": []})";
+    const Verdict refusedByModule = Examine(kStatusConfigRefused, valid);
+    ASSERT_TRUE(refusedByModule.refusal);
+    EXPECT_EQ(refusedByModule.refusal->ruleId, "verdicts-differ");
+    EXPECT_NE(refusedByModule.refusal->message.find("runner's own reader accepts it"),
+              std::string::npos);
+
+    const Verdict acceptedByModule = Examine(0, R"({"ModuleName": "m"})");
+    EXPECT_FALSE(acceptedByModule.refusal);
+    ASSERT_EQ(acceptedByModule.warnings.size(), 1u);
+    EXPECT_EQ(acceptedByModule.warnings[0].rule, "verdicts-differ");
+    EXPECT_EQ(Examine(0, valid).warnings.size(), 0u);
+}
+
 TEST(Check, EveryReportPlacesAFindingAlike) {
     std::string text;
     for (const std::string& line : kLines) text += line + "\n";

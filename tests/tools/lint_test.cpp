@@ -141,7 +141,7 @@ TEST(Lint, SaysWhatTheFormattersDo) {
         {"% 5d", "pads with zeros", 42, "00042"},
         {"%#8d", "not padded", 42, "42"},
         {"%-5d", "not padded", 42, "42"},
-        {"%3.0f", "2.5 gives \"2.\"", 2.5f, "002."},
+        {"%3.0f", "2.5 gives \"002.\"", 2.5f, "002."},
         {"%1.0f", "3.5 gives \"3.\"", 3.5f, "3."},
         {"%.2f", "12.3456 gives \"12.\"", 12.3456f, "12."},
         {"%8x", "signed decimal", 255, "00000255"},

@@ -193,7 +193,8 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
     std::string paramName;
     int concat = 0;
     std::vector<DataSection> items;
-    ConfigReader({}, &CAlgoUtils::ParseSubscribeItem, &collect).Parse(text.c_str(), {moduleName, concat, paramName, items});
+    const int readerStatus = ConfigReader({}, &CAlgoUtils::ParseSubscribeItem, &collect)
+                                 .Parse(text.c_str(), {moduleName, concat, paramName, items});
     std::vector<Refusal> out;
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     if (!collect.all.empty() && collect.all[0].rule == ConfigRule::kNotJson) {
@@ -243,11 +244,18 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
         out.push_back(r);
     }
     if (out.empty()) {
+        // The loaded module and the reader linked into the runner are different builds: say
+        // which gave which verdict rather than guess a reason.
         Refusal r;
         r.status = status;
-        r.ruleId = "refused";
-        r.rule = "refused by the module";
-        r.message = "the module refused the configuration";
+        r.ruleId = "verdicts-differ";
+        r.rule = "refused by the loaded module only";
+        r.message = "the loaded module refused the configuration with " + StatusText(status) +
+                    ", while this runner's own reader " +
+                    (readerStatus == 0 ? std::string("accepts it")
+                                       : "refuses it with " + StatusText(readerStatus)) +
+                    ": the module is another build than the runner (see --module)";
+        r.fix = "check with the runner built with that module";
         out.push_back(r);
     }
     out.front().stops = true;
@@ -268,6 +276,23 @@ Verdict Examine(int status, const std::string& text) {
     if (status != 0) {
         v.refusals = Refusals(status, text, lines, scan);
         v.refusal = v.refusals.front();
+    } else {
+        Collect ignored;
+        std::string moduleName;
+        std::string paramName;
+        int concat = 0;
+        std::vector<DataSection> items;
+        const int readerStatus = ConfigReader({}, &CAlgoUtils::ParseSubscribeItem, &ignored)
+                                     .Parse(text.c_str(), {moduleName, concat, paramName, items});
+        if (readerStatus != 0) {
+            v.warnings.push_back({Location{}, "verdicts-differ",
+                                  "the loaded module accepts the configuration, while this "
+                                  "runner's own reader refuses it with " +
+                                      StatusText(readerStatus) +
+                                      ": the module is another build than the runner (see "
+                                      "--module)",
+                                  "check with the runner built with that module", Place{}});
+        }
     }
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     for (const JsonIssue& issue : scan.loose) {

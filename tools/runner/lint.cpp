@@ -8,6 +8,7 @@
 #include <iterator>
 #include <memory>
 
+#include "assembly/assembly.h"
 #include "config/element_kind.h"
 #include "config/config_read.h"
 #include "config/item_model.h"
@@ -15,10 +16,18 @@
 #include "format/formatter.h"
 #include "host/algo.h"
 #include "contract/contract.h"
+#include "publish/publish.h"
 #include "report.h"
 
 namespace preview {
 namespace {
+
+// A module log message's text as its line shows it, without the line end.
+std::string ModuleMessage(formatv2::Msg id) {
+    std::string text = formatv2::MessageOf(id).text;
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    return text;
+}
 
 // Keys an array row does not read.
 const char* const kSingleOnlyKeys[] = {"SubParamStr", "IsCustomEdit", "ShowValue_CN",
@@ -152,7 +161,7 @@ class Linter {
                 ", which selects no value type: " +
                 (arrayField ? "the field is read as an empty list and its cells stay empty"
                             : "the item never gets a value and every run fails with " +
-                                  Hex(kStatusIndex) + " (\"Unknown value type.\")"),
+                                  Hex(kStatusIndex) + " (\"" + ModuleMessage(formatv2::Msg::kUnknownValueType) + "\")"),
             fix);
     }
 
@@ -160,10 +169,14 @@ class Linter {
     void Format(const Location& at, const std::string& type) {
         const ElementKind valueType = ElementKindOf(type);
         const Printf p = ReadPrintf(type);
-        int width = 0;
-        int precision = 0;
-        const int read = std::sscanf(type.c_str(), valueType == ElementKind::kFloat ? "%%%d.%d" : "%%%dd",
-                                     &width, &precision);
+        // The numbers as the formatters read them, and what they then make of an example.
+        const FormatSpec spec = ReadFormatSpec(type, valueType == ElementKind::kFloat);
+        const int read = spec.read;
+        const int width = spec.width;
+        const int precision = spec.precision;
+        const auto example = [&type](float value) {
+            return Quote(createFormatter<float>(value, type, "")->format());
+        };
         const std::string quoted = Quote(type);
         if (valueType == ElementKind::kString) {
             if (p.width || p.precision) {
@@ -200,15 +213,16 @@ class Linter {
             Add(at, "format-no-precision",
                 p.precision && !p.width
                     ? quoted + " has a precision but no width: the module reads neither, so "
-                               "12.3456 gives \"12.\" (no fraction digits)"
+                               "12.3456 gives " + example(12.3456f) + " (no fraction digits)"
                     : quoted + " has no precision: the module prints no fraction digits, so "
-                               "12.3456 gives \"12.\" (zero-filled to the width)",
+                               "12.3456 gives " + example(12.3456f) + " (zero-filled to the width)",
                 "write a width and a precision, e.g. \"%1.2f\" for two decimals without padding");
         }
         if (valueType == ElementKind::kFloat && read == 2 && precision == 0) {
             Add(at, "format-zero-precision",
                 quoted + " has precision 0: the fraction is rounded on its own, so an exact half "
-                         "rounds down (2.5 gives \"2.\", 3.5 gives \"3.\")",
+                         "rounds down (2.5 gives " + example(2.5f) + ", 3.5 gives " +
+                    example(3.5f) + ")",
                 "use a precision of 1 or more");
         }
         if (width > kMaxFormatWidth || precision > kMaxFormatWidth) {
@@ -311,11 +325,22 @@ class Linter {
         const int start = Number(row, "StrTruncStart");
         const int length = Number(row, "StrTruncLen");
         const bool fixedText = kind == FORMAT_V2_DATA_CUSTOM || kind == FORMAT_V2_DATA_SYMBOL;
-        std::string known = kind == FORMAT_V2_DATA_CUSTOM ? text : "";
-        if (kind == FORMAT_V2_DATA_SYMBOL) known = text == EscapedCr ? "\r" : "\r\n";
-        if (start >= 0 && length > 0 && !(fixedText && static_cast<size_t>(start) >= known.size())) {
+        // The module's own cut, on the text a fixed row always has, or else on the shortest text
+        // from which the start could keep anything (a start past a long text keeps something
+        // of a longer one, so none is tried).
+        std::string probe;
+        if (fixedText) {
+            DataSection item;
+            item.SubParamStr = text;
+            if (kind == FORMAT_V2_DATA_SYMBOL) formatv2::AssembleSymbolData(item);
+            if (kind == FORMAT_V2_DATA_CUSTOM) formatv2::AssembleCustomData(item);
+            probe = item.Value.Held<StringList>().front();
+        } else if (start >= 0 && start < (1 << 16)) {
+            probe.assign(static_cast<size_t>(start) + 1, 'x');
+        } else if (start >= 0) {
             return;
         }
+        if (formatv2::TruncateText(probe, start, length) && !probe.empty()) return;
         key.key = start < 0 || (fixedText && length > 0) ? "StrTruncStart" : "StrTruncLen";
         Add(key, "truncation-empty",
             "\"StrTruncStart\" " + std::to_string(start) + " with \"StrTruncLen\" " +

@@ -7,24 +7,16 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "contract/messages.h"
 #include "diag.h"
 
 namespace preview {
 namespace {
 
+// The tag the module's line carries, and "Bytes" for a byte dump.
 const char* LevelName(int level) {
-    switch (level) {
-        case 4:
-            return "Info";
-        case 5:
-            return "Warn";
-        case 6:
-            return "Err";
-        case 7:
-            return "Bytes";
-        default:
-            return "Other";
-    }
+    if (const char* tag = formatv2::LevelTag(level)) return tag;
+    return level == LOG_LEVEL_BYTES ? "Bytes" : "Other";
 }
 
 }  // namespace

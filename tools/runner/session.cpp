@@ -46,7 +46,7 @@ template <typename T>
 void AddOutputs(const std::unordered_map<std::string, T>& table, Value::Kind kind, bool list,
                 std::vector<Output>& out) {
     for (const auto& [name, data] : table) {
-        if (name.rfind("SINGLE_", 0) == 0) continue;
+        if (name.rfind(kEntryPrefix, 0) == 0) continue;
         Output o;
         o.name = name;
         o.value.kind = kind;
@@ -117,7 +117,7 @@ Session::Session() = default;
 Session::~Session() {
     if (m_module != nullptr) m_library->destroy(nullptr, m_module);
     if (!m_workDir.empty()) {
-        unlink((m_workDir + "/algo_private.json").c_str());
+        unlink((m_workDir + "/" + kConfigFileName).c_str());
         rmdir(m_workDir.c_str());
     }
 }
@@ -145,7 +145,7 @@ bool Session::Open(const std::string& library, std::string& error) {
 }
 
 bool Session::WriteConfig(const std::string& text) {
-    std::ofstream out(m_workDir + "/algo_private.json", std::ios::binary | std::ios::trunc);
+    std::ofstream out(m_workDir + "/" + kConfigFileName, std::ios::binary | std::ios::trunc);
     out << text;
     return static_cast<bool>(out);
 }
@@ -181,13 +181,13 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
     }
     m_workDir = dir;
     if (!WriteConfig(scenario.config.text)) {
-        error = "cannot write " + m_workDir + "/algo_private.json";
+        error = "cannot write " + m_workDir + "/" + kConfigFileName;
         return false;
     }
 
     // Each session starts from a host that has seen nothing: no parameters, no result calls.
     standin::Reset();
-    standin::DeclareParam("CommandFormatV2Ensure", PARAM_TYPE_STRING, {}, "");
+    standin::DeclareParam(kEnsureCommand, PARAM_TYPE_STRING, {}, "");
     for (const ParamDecl& p : scenario.params) {
         standin::DeclareParam(p.name, p.type, p.accepted, p.initial);
     }
@@ -210,7 +210,7 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
 void Session::SetParam(const RunSpec& plan, RunReport& report) {
     report.paramStatus = m_module->SetParam(plan.paramName->c_str(), plan.paramValue.c_str(),
                                             static_cast<int>(plan.paramValue.size()));
-    if (*plan.paramName == "CommandFormatV2Ensure") {
+    if (*plan.paramName == kEnsureCommand) {
         m_accepted = *report.paramStatus == 0;
         m_tables = ReadTables();
         report.tables = m_tables;
@@ -244,19 +244,19 @@ bool Session::Wire(const RunSpec& plan, standin::InputHandle& input, RunReport& 
     }
     if (plan.inputFrame) {
         input.frame = std::make_shared<CScFrame>();
-        if (plan.imgMode) input.frame->IntTable["SINGLE_img_mode"] = *plan.imgMode;
+        if (plan.imgMode) input.frame->IntTable[kEntryImgMode] = *plan.imgMode;
     }
     return true;
 }
 
 // What the run left in its output frame and in the host's result manager.
 void Session::Collect(CScFrame& out, size_t callsBefore, RunReport& report) const {
-    auto text = out.StringTable.find("SINGLE_param_status_string");
+    auto text = out.StringTable.find(kEntryStatusText);
     report.verdict = text != out.StringTable.end() ? text->second : "";
-    if (auto cn = out.StringTable.find("SINGLE_show_text_cn"); cn != out.StringTable.end()) {
+    if (auto cn = out.StringTable.find(kEntryTextCn); cn != out.StringTable.end()) {
         report.showTextCn = cn->second;
     }
-    if (auto en = out.StringTable.find("SINGLE_show_text_en"); en != out.StringTable.end()) {
+    if (auto en = out.StringTable.find(kEntryTextEn); en != out.StringTable.end()) {
         report.showTextEn = en->second;
     }
     AddOutputs(out.IntTable, Value::Kind::kInt, false, report.outputs);
@@ -267,7 +267,7 @@ void Session::Collect(CScFrame& out, size_t callsBefore, RunReport& report) cons
     AddOutputs(out.StringListTable, Value::Kind::kString, true, report.outputs);
     SortOutputs(report.outputs, m_tables);
     report.outputNames = m_outputNames;
-    if (auto* pubs = out.getData<DynamicPubRecords>("DynamicPub", false)) {
+    if (auto* pubs = out.getData<DynamicPubRecords>(kDynamicPubKey, false)) {
         report.dynamicPub.assign(pubs->begin(), pubs->end());
     }
     const auto& calls = standin::ResultCalls();
