@@ -1,7 +1,6 @@
 // The array workload: 1000 rows of two "%5d" int fields and two "%8.3f" float fields, laid
 // out by the module's own array assembly (ArrayText, which a run calls once its field lists
-// are read): one formatter per cell, made, written and dropped in turn inside a run's
-// FormatterBlockScope. Peers producing the same text: the plain sscanf-and-stream formatters
+// are read): one formatter per cell, made on the stack and written in turn. Peers producing the same text: the plain sscanf-and-stream formatters
 // (one std::ostringstream per cell, the text joined from format() and the separators) and
 // {fmt}'s runtime API writing every cell into one buffer. FloatToString is timed against
 // snprintf("%.6g") and std::to_chars(general, 6) (libstdc++'s Ryu-based conversion), each
@@ -129,7 +128,7 @@ const ModuleInput& TheModuleInput() {
 // The module's array assembly, as a run calls it.
 std::string BuildWithModule() {
     const ModuleInput& in = TheModuleInput();
-    return ArrayText(in.fields, in.lists, kRows);
+    return formatv2::ArrayText(in.fields, in.lists, kRows);
 }
 
 // {fmt} with the equivalent runtime format texts: "%5d" is "{:05d}"; "%8.3f" counts integer
@@ -164,7 +163,6 @@ void SetPerCell(benchmark::State& state, int perIteration) {
 
 void BM_ArrayModule(benchmark::State& state) {
     for (auto _ : state) {
-        const FormatterBlockScope blocks;  // one per run, as the run driver holds it
         benchmark::DoNotOptimize(BuildWithModule());
     }
     SetPerCell(state, kCells);
@@ -248,10 +246,7 @@ void RequireSame(const std::string& what, const std::string& expected, const std
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string module = [] {
-        const FormatterBlockScope blocks;
-        return BuildWithModule();
-    }();
+    const std::string module = BuildWithModule();
     RequireSame("plain stream peer", module, BuildWithStreams());
     RequireSame("{fmt} peer", module, BuildWithFmt());
     for (float v : GeneralValues()) {
