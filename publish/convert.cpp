@@ -48,10 +48,11 @@ float ToFloat(const std::string& value) {
 }
 
 std::string ToText(int value, const DataSection& item) {
-    return createFormatter<int>(value, item.SubParam.type, std::string())->format();
+    // A formatter of its own for the value, on the stack: no heap block per value and run.
+    return IntFormatter(value, item.SubParam.type, std::string()).format();
 }
 std::string ToText(float value, const DataSection& item) {
-    return createFormatter<float>(value, item.SubParam.type, std::string())->format();
+    return FloatFormatter(value, item.SubParam.type, std::string()).format();
 }
 // The copy has room for the item's prefix and suffix from the start: an array item's text
 // can be long, and decorating an exact-size copy would copy it all once more.
