@@ -1,19 +1,25 @@
 """Checks of what the device gets.
 
-  check_package.py needs READELF MODULE README
-      the README's "Deploying to the device" names exactly the libraries the module needs and
-      the highest symbol version it asks of each (GLIBC_, GLIBCXX_, CXXABI_, GCC_)
-  check_package.py floor READELF PACKAGE_DIR VERSION README
-      no ELF file in the .deb packages asks for a symbol version newer than the floor that the
-      README's "Deploying to the device" states (its paragraph starting "**Floor.**"); prints
-      the newest version each file asks for
+  check_package.py needs READELF MODULE DATA
+      DATA (cmake/device-needs.json) names exactly the libraries the module needs and the
+      highest symbol version it asks of each (GLIBC_, GLIBCXX_, CXXABI_, GCC_)
+  check_package.py floor READELF PACKAGE_DIR VERSION DATA
+      no ELF file in the .deb packages asks for a symbol version newer than DATA's floor;
+      prints the newest version each file asks for
   check_package.py content READELF PACKAGE_DIR VERSION DEFAULT_CONFIG
       the module tarball holds a stripped 32-bit ARM module exporting the entry points and the
       default configuration, and no libalgo.so; the runner's tarball keeps its stand-in in a
       private folder on its RPATH; the module's .deb declares dependencies
+  check_package.py doc DATA DOC
+      DOC (docs/deploying.md) shows DATA's table of needs as it is, and its paragraph starting
+      "**Floor.**" names exactly DATA's floor
+  check_package.py table DATA
+      prints DATA's table of needs in Markdown, as DOC must show it
 """
-import re
+import difflib
+import json
 import pathlib
+import re
 import subprocess
 import sys
 import tarfile
@@ -21,7 +27,6 @@ import tempfile
 
 DEVICE_DIR = "mnt/app/zrs_so/so/formatv2/"
 PREVIEW_LIB_DIR = "usr/lib/formatv2-preview"
-SONAME = re.compile(r"\b(?:lib[\w+-]*|ld-linux[\w-]*)\.so(?:\.\d+)*\b")
 VERSION = re.compile(r"\b(GLIBCXX|GLIBC|CXXABI|GCC)_(\d+(?:\.\d+)*)\b")
 failures = []
 
@@ -45,28 +50,61 @@ def highest_versions(dump):
     return {f"{family}_{'.'.join(map(str, key))}" for family, key in best.items()}
 
 
-def deploy_section(readme):
-    """The README's deployment section split into its table of needs and its floor paragraph."""
-    text = open(readme, encoding="utf-8").read()
-    section = re.search(r"^## Deploying to the device\n(.*?)(?=^## |\Z)", text, re.S | re.M)
-    check(section, "README has no section '## Deploying to the device'")
-    body = section.group(1) if section else ""
-    floor = re.search(r"^\*\*Floor\.\*\*(.*?)(?:\n\n|\Z)", body, re.S | re.M)
-    check(floor, "README states no '**Floor.**' paragraph")
-    return re.sub(r"^\*\*Floor\.\*\*.*?(?:\n\n|\Z)", "", body, flags=re.S | re.M), \
-        floor.group(1) if floor else ""
+def load(data):
+    """DATA's needs and floor; every version name it gives is checked for its form."""
+    with open(data, encoding="utf-8") as f:
+        content = json.load(f)
+    for name in [v for row in content["needs"] for v in row["versions"]] + content["floor"]:
+        if not VERSION.fullmatch(name):
+            sys.exit(f"{data}: {name!r} is no symbol version name")
+    return content["needs"], content["floor"]
 
 
-def needs(tool, module, readme):
+def needs(tool, module, data):
     dynamic = readelf(tool, ["-d", "-V"], module)
     needed = set(re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic))
     own = set(re.findall(r"\(SONAME\).*\[(.*)\]", dynamic))
-    section, _ = deploy_section(readme)
-    named = set(SONAME.findall(section)) - own
-    check(named == needed, f"libraries: module needs {sorted(needed)}, README names {sorted(named)}")
+    rows, _ = load(data)
+    named = {lib for row in rows for lib in row["libraries"]} - own
+    check(named == needed, f"libraries: module needs {sorted(needed)}, {data} names {sorted(named)}")
     wanted = highest_versions(dynamic.split(".gnu.version_r", 1)[-1])
-    stated = {m.group(0) for m in VERSION.finditer(section)}
-    check(stated == wanted, f"versions: module asks {sorted(wanted)}, README states {sorted(stated)}")
+    stated = {v for row in rows for v in row["versions"]}
+    check(stated == wanted, f"versions: module asks {sorted(wanted)}, {data} states {sorted(stated)}")
+
+
+def table(data):
+    """DATA's needs as the Markdown table that docs/deploying.md shows."""
+    def noted(text, note):
+        return f"{text} ({note})" if note else text
+
+    lines = ["| library | what for | newest symbol version asked for | Debian package |",
+             "|---|---|---|---|"]
+    for row in load(data)[0]:
+        libraries = ", ".join(f"`{lib}`" for lib in row["libraries"])
+        versions = noted(", ".join(f"`{v}`" for v in row["versions"]) or "-", row["versions_note"])
+        package = noted(f"`{row['package']}`", row["package_note"]) if row["package"] \
+            else row["package_note"]
+        lines.append(f"| {libraries} | {row['for']} | {versions} | {package} |")
+    return lines
+
+
+def doc(data, path):
+    text = open(path, encoding="utf-8").read()
+    lines = text.splitlines()
+    want = table(data)
+    at = [i for i, line in enumerate(lines) if line == want[0]]
+    check(len(at) == 1, f"{path}: {len(at)} tables of needs (header {want[0]!r}), expected one")
+    if len(at) == 1:
+        shown = lines[at[0]:]
+        shown = shown[:next((i for i, line in enumerate(shown) if not line.startswith("|")),
+                            len(shown))]
+        check(shown == want, f"{path}: the table of needs is not {data}'s:\n" +
+              "\n".join(difflib.unified_diff(shown, want, path, data, lineterm="")))
+    _, limits = load(data)
+    paragraph = re.search(r"^\*\*Floor\.\*\*(.*?)(?:\n\n|\Z)", text, re.S | re.M)
+    check(paragraph, f"{path} states no '**Floor.**' paragraph")
+    stated = {m.group(0) for m in VERSION.finditer(paragraph.group(1))} if paragraph else set()
+    check(stated == set(limits), f"{path}: the floor names {sorted(stated)}, {data} {sorted(limits)}")
 
 
 def version_key(name):
@@ -74,8 +112,8 @@ def version_key(name):
     return family, tuple(int(n) for n in number.split("."))
 
 
-def floor(tool, folder, version, readme):
-    limits = dict(version_key(m.group(0)) for m in VERSION.finditer(deploy_section(readme)[1]))
+def floor(tool, folder, version, data):
+    limits = dict(map(version_key, load(data)[1]))
     debs = sorted(pathlib.Path(folder).glob(f"*_{version}_armhf.deb"))
     check(len(debs) == 2, f"expected the two .deb packages in {folder}, found {debs}")
     for deb in debs:
@@ -136,7 +174,10 @@ def content(tool, folder, version, default_config):
 
 
 if __name__ == "__main__":
-    {"needs": needs, "floor": floor, "content": content}[sys.argv[1]](*sys.argv[2:])
+    if sys.argv[1:2] == ["table"]:
+        print("\n".join(table(*sys.argv[2:])))
+        sys.exit(0)
+    {"needs": needs, "floor": floor, "content": content, "doc": doc}[sys.argv[1]](*sys.argv[2:])
     for failure in failures:
         print(f"FAIL: {failure}")
     sys.exit(1 if failures else 0)
