@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -418,6 +419,36 @@ TEST(LogRedirect, ToAFileOrATerminalAndBackWithoutLeaks) {
     EXPECT_EQ(log_redirection_dev(file.path.c_str()) + log_redirection_close(), 0);
     EXPECT_EQ(out.take(), "tcgetattr error.\r\n");
     close(master);
+}
+
+// A stream already used keeps its buffering: what it held goes to the old target, what it takes
+// while redirected goes to the new one by the close at the latest. A stream that has seen no I/O
+// yet is made unbuffered; a child's reopened stdout stands for one.
+TEST(LogRedirect, UsedStreamsAreFlushedFreshOnesUnbuffered) {
+    Capture fresh_target;  // only the files of these two are used here
+    fresh_target.take();
+    Capture new_target;
+    new_target.take();
+    Capture old_target;
+    fputs("held ", stdout);
+    ASSERT_EQ(log_redirection_output(new_target.path.c_str()), 0);
+    fputs("kept", stdout);
+    const std::string while_redirected = new_target.text();
+    ASSERT_EQ(log_redirection_close(), 0);
+    EXPECT_EQ(old_target.take(), "held ");
+    EXPECT_EQ(while_redirected + "|" + new_target.text(), "|kept");
+
+    const pid_t child = fork();
+    if (child == 0) {  // leaves without flushing anything
+        const bool done = freopen("/dev/null", "w", stdout) != nullptr &&
+                          log_redirection_output(fresh_target.path.c_str()) == 0 &&
+                          fputs("at once", stdout) >= 0;
+        _exit(done ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(fresh_target.text(), "at once");
 }
 
 }  // namespace
