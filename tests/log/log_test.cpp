@@ -176,6 +176,44 @@ TEST(LogOutput, BufferedLinesAreQueuedOrCountedAsLost) {
     EXPECT_EQ(log_get_loss_cnt(), 1u);
 }
 
+// Settings change on any thread while another logs (the tsan build checks for races). The
+// filter, a record too large to store at once, is never seen half old and half new.
+TEST(LogOutput, SettingsChangeWhileAnotherThreadLogs) {
+    Capture out;
+    std::atomic<bool> stop{false};
+    std::atomic<int> torn{0};
+    const auto whole = [](const log_filter_t& f) {
+        return std::all_of(f.data, std::end(f.data),
+                           [&](unsigned char c) { return c == f.data[0]; });
+    };
+    std::thread logger([&] {
+        while (!stop) {
+            log_print_mod(1, LOG_LEVEL_WARN, "w\n");
+            if (!whole(formatv2::logging::stored_filter())) ++torn;
+        }
+    });
+    const auto setter = [](unsigned char fill) {
+        const log_callbacker_t ignore = [](int, int, int, const char*, int) { return 0; };
+        log_filter_t filter;
+        memset(filter.data, fill, sizeof filter.data);
+        for (int i = 0; i < 5000; ++i) {
+            log_set_filter(filter);
+            log_set_priority(1, i % 2 ? LOG_LEVEL_INFO : LOG_LEVEL_OFF);
+            log_set_timestamp_en(i % 2);
+            log_set_callbacker(LOG_LEVEL_INFO, i % 2 ? nullptr : ignore);
+            log_set_mode(0);
+        }
+    };
+    std::thread a(setter, 'a'), b(setter, 'b');
+    a.join();
+    b.join();
+    stop = true;
+    logger.join();
+    EXPECT_EQ(torn, 0);
+    const log_filter_t last = formatv2::logging::stored_filter();
+    EXPECT_TRUE(whole(last) && (last.data[0] == 'a' || last.data[0] == 'b'));
+}
+
 int push(const std::string& bytes) {
     return log_buf_push_back({static_cast<unsigned short>(bytes.size()), 0, bytes.data()});
 }
