@@ -3,6 +3,8 @@
 
 #include <mutex>
 
+#include "log/log.h"
+
 namespace formatv2::logging {
 
 // Guards the ring buffer. Statically initialised, so it is usable before log_prt_init and is
@@ -16,6 +18,9 @@ void store_mode(int mode);
 void reset_loss_count();
 // Forgets any redirection without touching descriptors 0, 1 and 2.
 void reset_redirect_state();
+
+// Test-only: the filter record as log_set_filter last stored it.
+log_filter_t stored_filter();
 
 // Test-only view of the ring: offsets relative to the buffer's start, -1 for a null pointer.
 struct RingView {

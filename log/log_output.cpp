@@ -1,7 +1,9 @@
-// Concurrency: every setting is a relaxed atomic, so setters are plain stores that any thread
-// may make while others log (a line sees each setting either before or after the change).
-// Only the ring buffer is guarded, by g_log_lock; direct-mode writes and the callback take no
+// Concurrency: every setting but the filter is a relaxed atomic, so setters are plain stores
+// that any thread may make while others log (a line sees each setting either before or after
+// the change). The filter record is too large to be lock-free and has a lock of its own; the
+// ring buffer is guarded by g_log_lock; direct-mode writes and the callback take no
 // lock, and each line leaves in a single write() so concurrent lines never interleave.
+#include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -30,7 +32,16 @@ std::atomic<unsigned char> g_cb_level;
 std::atomic<unsigned char> g_timestamp_en;
 std::atomic<log_callbacker_t> g_callback;
 std::atomic<unsigned int> g_loss;  // wraps at 2^32 lines
-log_filter_t g_filter;             // stored on request; nothing reads it
+// Stored on request; nothing reads it. Its lock is a plain pthread mutex, statically initialised
+// and trivially destructible, so the library registers nothing to run at exit or unload.
+log_filter_t g_filter;
+pthread_mutex_t g_filter_lock = PTHREAD_MUTEX_INITIALIZER;
+
+void store_filter(const log_filter_t& filter) {
+    pthread_mutex_lock(&g_filter_lock);
+    g_filter = filter;
+    pthread_mutex_unlock(&g_filter_lock);
+}
 
 // No allocation on the logging path: the three texts live on the caller's stack. A message
 // keeps at most 463 characters; the line text holds the longest timestamp (47) plus the
@@ -110,8 +121,15 @@ void reset_output_state() {
     g_cb_level.store(LOG_LEVEL_OFF, kRelaxed);
     g_timestamp_en.store(0, kRelaxed);
     g_callback.store(nullptr, kRelaxed);
-    g_filter = log_filter_t{};
+    store_filter(log_filter_t{});
     g_loss.store(0, kRelaxed);
+}
+
+log_filter_t stored_filter() {
+    pthread_mutex_lock(&g_filter_lock);
+    const log_filter_t filter = g_filter;
+    pthread_mutex_unlock(&g_filter_lock);
+    return filter;
 }
 
 void store_mode(int mode) {
@@ -172,9 +190,8 @@ unsigned char log_get_priority(int module) {
 }
 
 void log_set_mode(int mode) {
-    if (g_mode.load(kRelaxed) == mode) return;
-    g_mode.store(mode, kRelaxed);
-    g_loss.store(0, kRelaxed);
+    // One exchange: whether this call changed the mode holds even while another sets it too.
+    if (g_mode.exchange(mode, kRelaxed) != mode) g_loss.store(0, kRelaxed);
 }
 
 void log_set_callbacker(int level, log_callbacker_t callback) {
@@ -187,7 +204,7 @@ void log_set_timestamp_en(int enable) {
 }
 
 void log_set_filter(log_filter_t filter) {
-    g_filter = filter;
+    store_filter(filter);
 }
 
 unsigned int log_get_loss_cnt(void) {

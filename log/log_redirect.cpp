@@ -4,6 +4,7 @@
 // while nothing else logs. A failed redirection puts descriptors 0, 1 and 2 back as they were
 // and closes whatever it opened, so repeated attempts leak nothing.
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -37,16 +38,27 @@ void restore(int target, int saved) {
     close(saved);
 }
 
-// Text that stdio still holds belongs to the old destination; once redirected the streams are
-// unbuffered so stdio and direct writes to the descriptors keep their order.
-void flush_streams() {
-    fflush(stdout);
-    fflush(stderr);
+// stdout and stderr as a redirection leaves them. setvbuf is valid only on a stream that has
+// seen no I/O yet (no buffer set up): such a stream is made unbuffered, so that stdio and
+// direct writes to the descriptors keep their order. A stream already used keeps its
+// buffering; what it holds belongs to the old destination and is flushed before the switch,
+// and whatever it takes from then on is flushed into the new one at the latest by
+// log_redirection_close.
+struct Streams {
+    bool out_fresh;
+    bool err_fresh;
+};
+
+Streams flush_streams() {
+    const Streams streams{__fbufsize(stdout) == 0, __fbufsize(stderr) == 0};
+    if (!streams.out_fresh) fflush(stdout);
+    if (!streams.err_fresh) fflush(stderr);
+    return streams;
 }
 
-void unbuffer_streams() {
-    setvbuf(stdout, nullptr, _IONBF, 0);
-    setvbuf(stderr, nullptr, _IONBF, 0);
+void unbuffer_fresh(Streams streams) {
+    if (streams.out_fresh) setvbuf(stdout, nullptr, _IONBF, 0);
+    if (streams.err_fresh) setvbuf(stderr, nullptr, _IONBF, 0);
 }
 
 }  // namespace
@@ -66,7 +78,7 @@ int log_redirection_output(const char* path) {
     if (redirected()) return -2;
     const int file = open(path, O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC);
     if (file < 0) return -3;
-    flush_streams();
+    const Streams streams = flush_streams();
 
     const int saved_out = save(1);
     if (saved_out < 0) {
@@ -91,7 +103,7 @@ int log_redirection_output(const char* path) {
         return -7;
     }
 
-    unbuffer_streams();
+    unbuffer_fresh(streams);
     g_saved_stdout = saved_out;
     g_saved_stderr = saved_err;
     g_out_fd = file;
@@ -116,7 +128,7 @@ int log_redirection_dev(const char* path) {
     } else {
         puts("tcgetattr error.\r");
     }
-    flush_streams();
+    const Streams streams = flush_streams();
 
     const int saved_in = save(0);
     if (saved_in < 0) {
@@ -153,7 +165,7 @@ int log_redirection_dev(const char* path) {
         return -9;
     }
 
-    unbuffer_streams();
+    unbuffer_fresh(streams);
     g_saved_stdin = saved_in;
     g_saved_stdout = saved_out;
     g_saved_stderr = saved_err;
@@ -163,6 +175,10 @@ int log_redirection_dev(const char* path) {
 }
 
 int log_redirection_close(void) {
+    if (redirected()) {  // a stream left buffered may still hold text for the redirection
+        fflush(stdout);
+        fflush(stderr);
+    }
     if (g_dev_fd >= 0) {
         if (dup2(g_saved_stdin, 0) < 0) return -1;
         close(g_saved_stdin);
