@@ -6,7 +6,7 @@ set -euo pipefail
 # debootstrap makes the Debian 11 device root (scripts/sysroot.sh); googletest's sources let
 # a build outside the device root use the old string ABI (FORMATV2_OLD_STRING_ABI).
 native_pkgs=(cmake g++ make libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev
-             libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr libcli11-dev
+             libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr
              python3 python3-jsonschema dpkg-dev file debootstrap googletest)
 # libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
 # package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.
