@@ -9,7 +9,7 @@ set -euo pipefail
 # lists the tracked files for the fault harness and the test share (scripts/test-share.sh).
 native_pkgs=(cmake g++ make ninja-build git libcjson-dev libgtest-dev libgmock-dev
              libbenchmark-dev libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr
-             libcli11-dev python3 python3-jsonschema dpkg-dev file debootstrap googletest)
+             python3 python3-jsonschema dpkg-dev file debootstrap googletest)
 # libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
 # package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.
 armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf

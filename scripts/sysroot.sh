@@ -16,12 +16,9 @@ mirror="${mirror%/}"
 # Build: C and C++ headers and libraries, cJSON, googletest's sources (the tests build it with
 # the same headers and string ABI). Run: libcjson1, libstdc++6.
 packages=libc6-dev,libstdc++-10-dev,libgcc-10-dev,libcjson-dev,libcjson1,libstdc++6,googletest
-# The runner's command-line parser is header-only and not in Debian 11: this machine's copy
-# (the architecture-independent libcli11-dev) is unpacked into the root too.
-extra_debs=(libcli11-dev)
 done_mark="${root}/.formatv2-root-done"
 
-if [ -f "${done_mark}" ] && [ "$(cat "${done_mark}")" = "${packages} ${extra_debs[*]}" ]; then
+if [ -f "${done_mark}" ] && [ "$(cat "${done_mark}")" = "${packages}" ]; then
   echo "sysroot: ${root} is ready"
   exit 0
 fi
@@ -42,8 +39,6 @@ unpack_cache() {
   rm -f "${root}"/var/cache/apt/archives/*.deb
 }
 unpack_cache
-(cd "${root}/var/cache/apt/archives" && apt-get download "${extra_debs[@]}")
-unpack_cache
 # Links that point at absolute paths would leave the root: make them relative (libc.so's
 # linker scripts name /lib/... and /usr/lib/..., which the linker already maps into a sysroot).
 find "${root}" -type l -lname '/*' | while read -r link; do
@@ -55,5 +50,5 @@ done
 rm -rf "${root:?}"/dev/*
 # The root's own (empty) loader cache: without one, qemu would hand the loader this machine's.
 ldconfig -r "${root}"
-echo "${packages} ${extra_debs[*]}" >"${done_mark}"
+echo "${packages}" >"${done_mark}"
 echo "sysroot: ${root} made"

@@ -154,8 +154,9 @@ bool TestScenario(Outcome& o, const Options& options, const Diagnostics& diag) {
     return true;
 }
 
-// --update: a scenario that does not hold gets what its runs gave as its expectations.
-void Update(Outcome& o, const Diagnostics& diag) {
+// --update: a scenario that does not hold gets what its runs gave as its expectations. False
+// (said) when the file cannot be rewritten: the scenario then still fails with its mismatches.
+bool Update(Outcome& o, const Diagnostics& diag) {
     std::string text;
     std::string reason;
     if (o.path == "-") reason = "standard input cannot be updated";
@@ -171,10 +172,10 @@ void Update(Outcome& o, const Diagnostics& diag) {
                          std::string(cJSON_GetStringValue(f.mismatch.expectedJson.get())) +
                          "\"; the text was dropped");
         }
-        return;
+        return true;
     }
     diag.Say(Severity::kError, o.file, reason);
-    o.error = o.file + ": " + reason;
+    return false;
 }
 
 // The summary of a test: JSON, or a line per scenario and the counts.
@@ -349,9 +350,9 @@ int TestCommand(const std::vector<std::string>& paths, const Options& options) {
         o.path = path;
         o.file = DisplayName(path);
         if (!TestScenario(o, options, diag)) return kExitUsage;
-        if (options.update && !o.Broken() && !o.Holds()) Update(o, diag);
-        const int mine = o.Broken() ? kExitUsage : o.Holds() || o.updated ? kExitOk : kExitFailed;
-        exit = std::max(exit, mine);
+        const bool unwritten = options.update && !o.Broken() && !o.Holds() && !Update(o, diag);
+        const int mine = o.Holds() || o.updated ? kExitOk : kExitFailed;
+        exit = std::max(exit, o.Broken() || unwritten ? kExitUsage : mine);
     }
     if (!options.junit.empty()) {
         std::string reason;

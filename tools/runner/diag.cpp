@@ -170,8 +170,30 @@ void Print(const char* format, ...) {
     std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
     if (length > 0) std::vsnprintf(text.data(), text.size() + 1, format, again);
     va_end(again);
-    const std::string safe = EscapeInvalidUtf8(text, Escape::kText);
-    std::fwrite(safe.data(), 1, safe.size(), stdout);
+    WriteOutput(EscapeInvalidUtf8(text, Escape::kText));
+}
+
+namespace {
+
+int g_outputError = 0;  // errno of the first write to standard output that failed
+
+void KeepOutputError() {
+    if (g_outputError == 0) g_outputError = errno != 0 ? errno : EIO;
+}
+
+}  // namespace
+
+void WriteOutput(const std::string& text) {
+    errno = 0;
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) KeepOutputError();
+}
+
+bool FlushOutput(std::string& reason) {
+    errno = 0;
+    if (std::fflush(stdout) != 0) KeepOutputError();
+    if (g_outputError == 0 && std::ferror(stdout) == 0) return true;
+    reason = std::strerror(g_outputError != 0 ? g_outputError : EIO);
+    return false;
 }
 
 bool WriteFile(const std::string& path, const std::string& text, std::string& reason) {

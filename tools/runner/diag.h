@@ -61,9 +61,14 @@ std::string EscapeInvalidUtf8(const std::string& text, Escape style);
 // A JSON text with each \udcHH (HH 80 to FF) inside its strings turned back into the byte.
 std::string ReadByteEscapes(const std::string& json);
 
-// printf to standard output through EscapeInvalidUtf8. A failed write shows in ferror(stdout),
-// which main turns into exit code 2.
+// printf to standard output through EscapeInvalidUtf8 and WriteOutput.
 void Print(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// Writes to standard output. The system's reason for the first write that fails is kept: later
+// calls (or the buffer dropped by the failed write) would leave errno saying something else.
+void WriteOutput(const std::string& text);
+// Flushes standard output; false with the system's reason when something written to it was
+// lost.
+bool FlushOutput(std::string& reason);
 // Writes a whole text to a file; false with the system's reason on failure.
 bool WriteFile(const std::string& path, const std::string& text, std::string& reason);
 

@@ -275,8 +275,7 @@ void PrintJson(cJSON* root) {
     if (text != nullptr) {
         // cJSON copies a string's bytes as they are; only its strings can hold bytes >= 0x80,
         // so escaping the printed text escapes exactly those.
-        const std::string safe = EscapeInvalidUtf8(text, Escape::kJson) + "\n";
-        std::fwrite(safe.data(), 1, safe.size(), stdout);
+        WriteOutput(EscapeInvalidUtf8(text, Escape::kJson) + "\n");
     }
     cJSON_free(text);
     cJSON_Delete(root);

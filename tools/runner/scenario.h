@@ -73,8 +73,9 @@ struct FileError {
     std::string message;
 };
 
-// Reads a scenario file. Unknown keys are errors naming the key's place
-// (runs[2].img_mod) and the closest known key.
+// Reads a scenario file. Every error is placed at FILE:LINE:COL of the key or value concerned
+// and names the key's path (runs[2].img_mod); unknown keys name the closest known key. Numbers
+// must fit what they are read into (whole where an int is meant).
 bool LoadScenario(const std::string& path, Scenario& out, FileError& error);
 
 }  // namespace preview
