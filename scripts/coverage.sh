@@ -23,7 +23,7 @@ for target in config format runs; do
   fi
 done
 
-folders=(config format publish assembly formatv2 log)
+folders=(contract config format publish assembly formatv2 log)
 filter="^($(IFS='|'; echo "${folders[*]}"))/"
 common=(--root . --object-directory build/coverage --filter "${filter}"
         --exclude-directories '.*/CMakeFiles/[0-9.]+')

@@ -185,16 +185,22 @@ Refusal Syntax(const JsonIssue& issue, int status, const LineIndex& lines) {
     return r;
 }
 
+// The text read by the reader linked into the runner, every refusal told to collect: its status.
+int ReadWithRunnersReader(const std::string& text, Collect& collect,
+                          std::vector<DataSection>& items) {
+    std::string moduleName;
+    std::string paramName;
+    int concat = 0;
+    return ConfigReader({}, &CAlgoUtils::ParseSubscribeItem, &collect)
+        .Parse(text.c_str(), {moduleName, concat, paramName, items});
+}
+
 // What the reader refuses, in reading order; the first is where the module stops.
 std::vector<Refusal> Refusals(int status, const std::string& text, const LineIndex& lines,
                               const JsonScan& scan) {
     Collect collect;
-    std::string moduleName;
-    std::string paramName;
-    int concat = 0;
     std::vector<DataSection> items;
-    const int readerStatus = ConfigReader({}, &CAlgoUtils::ParseSubscribeItem, &collect)
-                                 .Parse(text.c_str(), {moduleName, concat, paramName, items});
+    const int readerStatus = ReadWithRunnersReader(text, collect, items);
     std::vector<Refusal> out;
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     if (!collect.all.empty() && collect.all[0].rule == ConfigRule::kNotJson) {
@@ -278,12 +284,8 @@ Verdict Examine(int status, const std::string& text) {
         v.refusal = v.refusals.front();
     } else {
         Collect ignored;
-        std::string moduleName;
-        std::string paramName;
-        int concat = 0;
         std::vector<DataSection> items;
-        const int readerStatus = ConfigReader({}, &CAlgoUtils::ParseSubscribeItem, &ignored)
-                                     .Parse(text.c_str(), {moduleName, concat, paramName, items});
+        const int readerStatus = ReadWithRunnersReader(text, ignored, items);
         if (readerStatus != 0) {
             v.warnings.push_back({Location{}, "verdicts-differ",
                                   "the loaded module accepts the configuration, while this "
