@@ -58,7 +58,7 @@ TEST(CommandLine, AcceptedAsGivenInAnyOrder) {
          "check --odd.json - | json level=4 module=default.so"},
         {{"test", "dir", "--junit", "out.xml", "--update", "b.json", "--json"},
          "test dir b.json | json update junit=out.xml level=4 module=default.so"},
-        {{"test", "--junit=-", "-"}, "test - | junit=- level=4 module=default.so"},
+        {{"test", "--junit=r.xml", "-"}, "test - | junit=r.xml level=4 module=default.so"},
     };
     for (const auto& c : cases) {
         const CommandLine line = Parse(c.args);

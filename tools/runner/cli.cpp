@@ -161,8 +161,7 @@ std::string Written(const char* element) {
                                                                     : std::string(element);
 }
 
-// Options are written in full: a shortened one (which getopt_long would take) is refused, so
-// that adding an option later cannot change what a command line means.
+// An option that is none of codes, with the one it most likely meant.
 std::string Unknown(const std::string& written, const std::vector<int>& codes,
                     const char* command) {
     std::vector<std::string> names;
@@ -190,7 +189,9 @@ std::string Refusal(int result, char* const* args, const std::vector<int>& codes
     return std::string("--") + s.name + " takes no value";
 }
 
-// A long option that getopt_long took, as written, when that is not its full name.
+// A long option that getopt_long took, as written, when that is not its full name. Options are
+// written in full: a shortened one (which getopt_long would take) is refused, so that adding an
+// option later cannot change what a command line means.
 std::string Shortened(char* const* args, const option& taken) {
     const bool separateValue = optarg != nullptr && optind >= 2 && optarg == args[optind - 1];
     const std::string written = Written(args[optind - (separateValue ? 2 : 1)]);
