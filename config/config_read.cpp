@@ -9,8 +9,6 @@
 
 #include <pthread.h>
 
-#include <cstdio>
-#include <cstring>
 #include <memory>
 
 const std::string EscapedCrLf = "\\r\\n";

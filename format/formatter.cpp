@@ -359,10 +359,10 @@ std::string TextOf(const Text& text) {
 
 }  // namespace
 
-FormatSpec ReadFormatSpec(const std::string& format, bool withPrecision) {
-    FormatSpec spec;
-    spec.read = ScanWidth(format.c_str(), spec.width, withPrecision ? &spec.precision : nullptr);
-    return spec;
+FormatNumbers ReadFormatNumbers(const std::string& format, bool withPrecision) {
+    FormatNumbers numbers;
+    numbers.read = ScanWidth(format.c_str(), numbers.width, withPrecision ? &numbers.precision : nullptr);
+    return numbers;
 }
 
 // format() never fails: memory exhausted while building a text gives "".

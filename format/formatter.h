@@ -162,12 +162,12 @@ inline std::unique_ptr<CFormatter> createFormatter<std::string>(std::string valu
 // The numbers a formatter reads from a format text, as sscanf reads them with "%%%dd" or, with
 // a precision, "%%%d.%d": how many it read, and the width and precision (0 when not read). The
 // formatters cap both at kMaxFormatWidth when they use them.
-struct FormatSpec {
+struct FormatNumbers {
     int read = 0;
     int width = 0;
     int precision = 0;
 };
-FormatSpec ReadFormatSpec(const std::string& format, bool withPrecision);
+FormatNumbers ReadFormatNumbers(const std::string& format, bool withPrecision);
 
 // printf's "%.*g" of value widened to double: general notation, precision significant digits
 // (a negative precision counts as 6, 0 as 1). Never throws (an empty text when memory runs out).

@@ -40,6 +40,14 @@ class HostInputs final : public formatv2::RunInputs {
     void* handle_;
 };
 
+// The worker of one element type on the input at inputIndex, as the run's assembly calls it.
+int FetchAt(void* frame, const DYNAMIC_SUBSCRIBE_PARAM_LIST& table, DataSection& section,
+            int inputIndex, ElementKind kind, const formatv2::Logger& log) {
+    HostInputs inputs(frame);
+    return formatv2::FetchSubscribed(inputs, formatv2::InputName(table, inputIndex), kind, section,
+                                     log);
+}
+
 // The monotonic clock in milliseconds, to the nearest, halves up.
 double MonotonicMillis() {
     struct timespec now {};
@@ -148,21 +156,15 @@ int CFormatV2Module::AssembleSubscribeData(void* frame, DataSection& section, in
 }
 
 int CFormatV2Module::FormatOutputByInt(void* frame, DataSection& section, int& inputIndex) {
-    HostInputs inputs(frame);
-    return formatv2::FetchSubscribed(inputs, formatv2::InputName(DynamicSubList, inputIndex),
-                                     ElementKind::kInt, section, Log());
+    return FetchAt(frame, DynamicSubList, section, inputIndex, ElementKind::kInt, Log());
 }
 
 int CFormatV2Module::FormatOutputByFloat(void* frame, DataSection& section, int& inputIndex) {
-    HostInputs inputs(frame);
-    return formatv2::FetchSubscribed(inputs, formatv2::InputName(DynamicSubList, inputIndex),
-                                     ElementKind::kFloat, section, Log());
+    return FetchAt(frame, DynamicSubList, section, inputIndex, ElementKind::kFloat, Log());
 }
 
 int CFormatV2Module::FormatOutputByString(void* frame, DataSection& section, int& inputIndex) {
-    HostInputs inputs(frame);
-    return formatv2::FetchSubscribed(inputs, formatv2::InputName(DynamicSubList, inputIndex),
-                                     ElementKind::kString, section, Log());
+    return FetchAt(frame, DynamicSubList, section, inputIndex, ElementKind::kString, Log());
 }
 
 int CFormatV2Module::AssembleArrayData(void* frame, DataSection& section, int& inputIndex) {

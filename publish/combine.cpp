@@ -27,21 +27,18 @@ int SendAll(Publication& run, std::shared_ptr<CScFrame>& frame, const DataSectio
 }  // namespace
 
 int CombineSubOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame) {
-    const std::vector<DataSection>& SubParamList = run.items;
-    const int StrConcateEnable = run.strConcateEnable;
-    const std::string& ParamName = run.paramName;
     DynamicPub pub;
     std::memset(&pub, 0, sizeof pub);
 
-    if (SubParamList.empty() && StrConcateEnable == 0) return 0;
+    if (run.items.empty() && run.strConcateEnable == 0) return 0;
 
     DynamicPubRecords* list = nullptr;
-    if (!SubParamList.empty() && frame) {
+    if (!run.items.empty() && frame) {
         list = frame->getData<DynamicPubRecords>(kDynamicPubKey, true);
     }
 
-    for (const DataSection& item : SubParamList) {
-        if (StrConcateEnable == 0) {
+    for (const DataSection& item : run.items) {
+        if (run.strConcateEnable == 0) {
             const std::string heading = "\n" + item.ParamName + ":";
             run.showTextEn += heading;
             run.showTextCn += heading;
@@ -72,16 +69,16 @@ int CombineSubOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame) {
         }
     }
 
-    if (StrConcateEnable == 0) return 0;
+    if (run.strConcateEnable == 0) return 0;
     if (list != nullptr) {
-        FillPub(pub, ParamName, "string");
+        FillPub(pub, run.paramName, "string");
         list->push_back(pub);
     }
 
-    const std::string joined = "\n" + ParamName + ":" + run.concatText;
+    const std::string joined = "\n" + run.paramName + ":" + run.concatText;
     run.showTextEn += joined;
     run.showTextCn += joined;
-    if (frame) frame->StringTable[ParamName] = run.concatText;
+    if (frame) frame->StringTable[run.paramName] = run.concatText;
     return 0;
 }
 

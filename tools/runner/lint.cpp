@@ -170,10 +170,10 @@ class Linter {
         const ElementKind valueType = ElementKindOf(type);
         const Printf p = ReadPrintf(type);
         // The numbers as the formatters read them, and what they then make of an example.
-        const FormatSpec spec = ReadFormatSpec(type, valueType == ElementKind::kFloat);
-        const int read = spec.read;
-        const int width = spec.width;
-        const int precision = spec.precision;
+        const FormatNumbers numbers = ReadFormatNumbers(type, valueType == ElementKind::kFloat);
+        const int read = numbers.read;
+        const int width = numbers.width;
+        const int precision = numbers.precision;
         const auto example = [&type](float value) {
             return Quote(createFormatter<float>(value, type, "")->format());
         };
