@@ -1,8 +1,3 @@
-// operator new is replaced here to count heap blocks; both it and delete use malloc and free,
-// which GCC, seeing free() inlined where a new-expression's pointer is released, would call a
-// mismatch.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -19,22 +14,7 @@
 
 #include "format/formatter.h"
 #include "format/reference_formatter.h"
-
-namespace {
-long g_heapBlocks = 0;  // operator new calls so far
-}  // namespace
-
-void* operator new(std::size_t size) {
-    ++g_heapBlocks;
-    if (void* p = std::malloc(size ? size : 1)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
+#include "support/alloc_counter.h"
 
 namespace {
 
@@ -168,9 +148,9 @@ TEST(Formatter, BlocksAreReusedWithinAScopeUpToTheCap) {
     const auto fromHeap = [&](int n) {
         std::vector<std::unique_ptr<CFormatter>> made;
         made.reserve(static_cast<size_t>(n));
-        const long before = g_heapBlocks;
+        const long before = fv2test::AllocationCount();
         for (int i = 0; i < n; ++i) made.push_back(createFormatter<int>(i, format, none));
-        return g_heapBlocks - before;
+        return fv2test::AllocationCount() - before;
     };
     const auto secondRound = [&](int n) {
         fromHeap(n);
@@ -180,7 +160,7 @@ TEST(Formatter, BlocksAreReusedWithinAScopeUpToTheCap) {
     {
         const FormatterBlockScope run;
         EXPECT_EQ(secondRound(3), 0);
-        EXPECT_EQ(secondRound(12), 4);         // eight were kept
+        EXPECT_EQ(secondRound(12), 4);  // eight were kept
         { const FormatterBlockScope nested; }
         EXPECT_EQ(fromHeap(8), 0);  // the nested scope's end handed none of the eight back
     }
