@@ -8,7 +8,7 @@
 // code with the format texts parsed in advance, reading the source lists directly. Both must
 // leave identical output frames; that is checked before anything is timed.
 //
-// Heap allocations are counted by replacing the global operator new.
+// Heap allocations are counted by the tests' replacement of the global operator new.
 #include <benchmark/benchmark.h>
 
 #include <charconv>
@@ -25,25 +25,8 @@
 #include "host/standin/standin.h"
 #include "log/log.h"
 #include "publish/dynamic_pub.h"
+#include "tests/support/alloc_counter.h"
 #include "tests/support/config_text.h"
-
-namespace {
-long long g_allocations = 0;
-}
-
-// Both use malloc and free; GCC would otherwise call an inlined free() a mismatch.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) {
-    ++g_allocations;
-    if (void* p = std::malloc(size ? size : 1)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
 
 namespace {
 
@@ -417,10 +400,10 @@ void Measure(benchmark::State& state, Body body) {
         state.PauseTiming();
         out.frame = std::make_shared<CScFrame>();
         standin::Reset();  // drops the frames the stand-in's result manager keeps
-        const long long before = g_allocations;
+        const long long before = fv2test::AllocationCount();
         state.ResumeTiming();
         body(w, out);
-        allocations += g_allocations - before;
+        allocations += fv2test::AllocationCount() - before;
     }
     const double runs = static_cast<double>(state.iterations());
     state.counters["allocs/run"] = static_cast<double>(allocations) / runs;

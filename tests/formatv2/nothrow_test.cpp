@@ -1,9 +1,6 @@
 // Nothing may throw into the host. Every allocation a run or a conversion makes is made to
 // fail in turn (operator new is replaced in this binary), and each such call must return a
 // status. The fixture's log capture allocates too, so log calls throw as well.
-// new and delete below both use malloc and free; GCC, seeing free() inlined where a
-// new-expression's pointer is released, would call that a mismatch.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 
 #include <gmock/gmock.h>
 
@@ -12,24 +9,8 @@
 #include <new>
 #include <tuple>
 
+#include "support/alloc_counter.h"
 #include "support/fixture.h"
-
-namespace {
-long g_allocations = 0;
-long g_failAt = -1;  // the allocation number that throws; -1 for none
-}  // namespace
-
-void* operator new(std::size_t size) {
-    if (g_failAt >= 0 && ++g_allocations == g_failAt) throw std::bad_alloc();
-    if (void* p = std::malloc(size ? size : 1)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
 
 using namespace fv2test;
 using NoThrow = Fixture;
@@ -45,14 +26,15 @@ std::vector<int> FailEachAllocation(
     std::vector<int> statuses;
     for (long n = 1;; ++n) {
         prepare();
-        g_allocations = 0;
-        g_failAt = n;
+        const long before = AllocationCount();
+        FailNthAllocation(n);
         int status = 0;
         EXPECT_NO_THROW(status = run()) << "allocation " << n;
-        g_failAt = -1;
+        const long made = AllocationCount() - before;
+        FailNthAllocation(0);
         statuses.push_back(status);
         check(status);
-        if (g_allocations < n) return statuses;
+        if (made < n) return statuses;
     }
 }
 
