@@ -110,8 +110,8 @@ int AssembleArrayData(RunInputs& inputs, const DYNAMIC_SUBSCRIBE_PARAM_LIST& tab
         int rows = 0;
         for (size_t i = 0; i < fieldCount; ++i) {
             const int ret = FormatSingleOutputArrayData(
-                inputs, InputName(table, inputIndex + static_cast<int>(i)), fields[i], lists,
-                count, log);
+                inputs, InputName(table, inputIndex + static_cast<int>(i)), fields[i], lists, count,
+                log);
             if (ret != 0) {
                 log.Say<Msg::kFieldReadFailed>(ret);
                 return kStatusFieldRead;

@@ -148,8 +148,7 @@ int ConfigReader::Single(cJSON* row, int position, DataSection& item) {
             item.DataType = FORMAT_V2_DATA_SYMBOL;
         } else {
             item.DataType = FORMAT_V2_DATA_SUBSCRIBE;
-            const int r =
-                noText ? 0 : m_parse(item.SubParamStr, item.SubParam);
+            const int r = noText ? 0 : m_parse(item.SubParamStr, item.SubParam);
             if (r != 0) {
                 m_log.Say<formatv2::Msg::kRowSubscriptionRefused>(r);
                 if (StopRow(kRowSubscription, position, -1, r)) return kRowSubscription;

@@ -361,7 +361,8 @@ std::string TextOf(const Text& text) {
 
 FormatNumbers ReadFormatNumbers(const std::string& format, bool withPrecision) {
     FormatNumbers numbers;
-    numbers.read = ScanWidth(format.c_str(), numbers.width, withPrecision ? &numbers.precision : nullptr);
+    numbers.read =
+        ScanWidth(format.c_str(), numbers.width, withPrecision ? &numbers.precision : nullptr);
     return numbers;
 }
 

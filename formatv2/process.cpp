@@ -26,8 +26,7 @@ class HostInputs final : public formatv2::RunInputs {
         float single = 0.0f;
         return ZR_M_GetFloat_Dynamic(handle_, input, count, single, list);
     }
-    int GetStrings(const std::string& input, int& count,
-                   std::vector<std::string>& list) override {
+    int GetStrings(const std::string& input, int& count, std::vector<std::string>& list) override {
         std::string single;
         return ZR_M_GetString_Dynamic(handle_, input, count, single, list);
     }
@@ -121,8 +120,8 @@ int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* inpu
         int ret = 0;
         switch (item.DataType) {
             case FORMAT_V2_DATA_SUBSCRIBE:
-                ret = formatv2::AssembleSubscribeData(inputs, DynamicSubList, item, inputIndex,
-                                                      log);
+                ret =
+                    formatv2::AssembleSubscribeData(inputs, DynamicSubList, item, inputIndex, log);
                 break;
             case FORMAT_V2_DATA_SYMBOL:
                 formatv2::AssembleSymbolData(item);

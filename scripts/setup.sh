@@ -6,9 +6,10 @@ set -euo pipefail
 # debootstrap makes the Debian 11 device root (scripts/sysroot.sh); googletest's sources let
 # a build outside the device root use the old string ABI (FORMATV2_OLD_STRING_ABI); the fault
 # harness (scripts/mutants.sh) builds with Ninja and asks it for each object's inputs; git
-# lists the tracked files for the fault harness and the test share (scripts/test-share.sh).
+# lists the tracked files for the fault harness, the test share (scripts/test-share.sh) and the
+# format check (scripts/format-check.sh, with clang-format).
 native_pkgs=(cmake g++ make ninja-build git libcjson-dev libgtest-dev libgmock-dev
-             libbenchmark-dev libfmt-dev libspdlog-dev clang libclang-rt-14-dev gcovr
+             libbenchmark-dev libfmt-dev libspdlog-dev clang clang-format libclang-rt-14-dev gcovr
              python3 python3-jsonschema dpkg-dev file debootstrap googletest)
 # libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
 # package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.

@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
-# Builds and runs every test: native, AddressSanitizer+UBSan, ThreadSanitizer, and under qemu
-# the device build (against the Debian 11 root; its tests install the packages into that root
-# and run the examples there) and the same device build for the old string ABI; then each fuzz
-# target for a minute. Installs what is missing first. Exits non-zero on the first failure.
+# Checks that the code follows .clang-format, then builds and runs every test: native,
+# AddressSanitizer+UBSan, ThreadSanitizer, and under qemu the device build (against the Debian 11
+# root; its tests install the packages into that root and run the examples there) and the same
+# device build for the old string ABI; then each fuzz target for a minute. Installs what is
+# missing first. Exits non-zero on the first failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 bash scripts/sysroot.sh
+bash scripts/format-check.sh
 
 jobs=$(nproc)
 for preset in release asan tsan device armhf-oldabi; do

@@ -1,11 +1,11 @@
 // The array workload: 1000 rows of two "%5d" int fields and two "%8.3f" float fields, laid
 // out by the module's own array assembly (ArrayText, which a run calls once its field lists
-// are read): one formatter per cell, made on the stack and written in turn. Peers producing the same text: the plain sscanf-and-stream formatters
-// (one std::ostringstream per cell, the text joined from format() and the separators) and
-// {fmt}'s runtime API writing every cell into one buffer. FloatToString is timed against
-// snprintf("%.6g") and std::to_chars(general, 6) (libstdc++'s Ryu-based conversion), each
-// making a std::string.
-// Every text is checked against the module's before anything is timed.
+// are read): one formatter per cell, made on the stack and written in turn. Peers producing the
+// same text: the plain sscanf-and-stream formatters (one std::ostringstream per cell, the text
+// joined from format() and the separators) and {fmt}'s runtime API writing every cell into one
+// buffer. FloatToString is timed against snprintf("%.6g") and std::to_chars(general, 6)
+// (libstdc++'s Ryu-based conversion), each making a std::string. Every text is checked against the
+// module's before anything is timed.
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
 

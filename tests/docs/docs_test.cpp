@@ -17,8 +17,11 @@ std::vector<std::string> Cells(const std::string& line) {
     std::stringstream in(line.substr(1));
     for (std::string cell; std::getline(in, cell, '|');) {
         const size_t first = cell.find_first_not_of(' ');
-        cell = first == std::string::npos ? "" : cell.substr(first, cell.find_last_not_of(' ') - first + 1);
-        if (cell.size() >= 2 && cell.front() == '`' && cell.back() == '`') cell = cell.substr(1, cell.size() - 2);
+        cell = first == std::string::npos
+                   ? ""
+                   : cell.substr(first, cell.find_last_not_of(' ') - first + 1);
+        if (cell.size() >= 2 && cell.front() == '`' && cell.back() == '`')
+            cell = cell.substr(1, cell.size() - 2);
         cells.push_back(cell);
     }
     return cells;

@@ -119,8 +119,8 @@ TEST(Check, OutputsCompareByValueAndPresence) {
         std::optional<Value> expected;
         bool holds;
     } cases[] = {
-        {"a", one, true},  {"a", two, false},          {"a", std::nullopt, false},
-        {"b", one, false}, {"b", std::nullopt, true},  {"c", std::nullopt, false},
+        {"a", one, true},  {"a", two, false},         {"a", std::nullopt, false},
+        {"b", one, false}, {"b", std::nullopt, true}, {"c", std::nullopt, false},
     };
     for (const auto& c : cases) {
         Expectation expect;
@@ -150,11 +150,15 @@ TEST(Check, JUnitCountsTestcasesAndEscapesMarkup) {
     std::vector<Outcome> all;
     all.push_back(std::move(o));
     const std::string xml = JUnitXml(all);
-    EXPECT_NE(xml.find(R"(<testsuite name="say &quot;&lt;hi&gt;&quot; &amp; go.json" tests="2" failures="1" errors="0">)"),
-              std::string::npos)
+    EXPECT_NE(
+        xml.find(
+            R"(<testsuite name="say &quot;&lt;hi&gt;&quot; &amp; go.json" tests="2" failures="1" errors="0">)"),
+        std::string::npos)
         << xml;
-    EXPECT_NE(xml.find(R"(message="2 expectations do not hold">status: expected &quot;a&quot;, got &quot;b&quot;)"),
-              std::string::npos)
+    EXPECT_NE(
+        xml.find(
+            R"(message="2 expectations do not hold">status: expected &quot;a&quot;, got &quot;b&quot;)"),
+        std::string::npos)
         << xml;
     EXPECT_EQ(xml.find("\"<"), std::string::npos) << xml;
 }

@@ -53,11 +53,16 @@ TEST(JsonScan, LooseJsonIsFlaggedWhereItStands) {
         const char* rule;
         size_t column;
     } cases[] = {
-        {R"({"a": "<\uqqqq>"})", "escape-nul", 9},  {R"({"a": "\u0000"})", "escape-nul", 8},
-        {R"({"a": 012})", "loose-number", 7},       {R"({"a": 1.})", "loose-number", 7},
-        {R"({"a": -.5})", "loose-number", 7},       {"{\"a\": \"x\ty\"}", "raw-control", 9},
-        {"{\"a\": \"x\ny\"}", "raw-control", 9},    {std::string("{\"a\": 1}\0{", 10), "text-after-nul", 9},
-        {R"({"a": 1} x)", "trailing-text", 10},     {"{\"a\":\f1}", "control-character", 6},
+        {R"({"a": "<\uqqqq>"})", "escape-nul", 9},
+        {R"({"a": "\u0000"})", "escape-nul", 8},
+        {R"({"a": 012})", "loose-number", 7},
+        {R"({"a": 1.})", "loose-number", 7},
+        {R"({"a": -.5})", "loose-number", 7},
+        {"{\"a\": \"x\ty\"}", "raw-control", 9},
+        {"{\"a\": \"x\ny\"}", "raw-control", 9},
+        {std::string("{\"a\": 1}\0{", 10), "text-after-nul", 9},
+        {R"({"a": 1} x)", "trailing-text", 10},
+        {"{\"a\":\f1}", "control-character", 6},
         {R"({"a": 1.5e3, "b": "\u00e9\ud83d\ude00"})", "", 0},
     };
     for (const auto& c : cases) {

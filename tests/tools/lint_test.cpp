@@ -11,7 +11,6 @@
 
 namespace {
 
-
 // A configuration of one row: the case's keys, then the keys of a clean subscribed row that
 // the case does not set.
 std::string Build(const std::string& overrides) {
@@ -46,7 +45,8 @@ const std::string kArray = R"("Array": [{"SubParamStr": "1:cam:a:*:%d", "Separat
                                           "ShowValue_CN": "", "ShowValue_EN": ""}, )";
 
 TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
-    const std::string field = kArray + R"({"Separator": "", "ShowValue_CN": "", "ShowValue_EN": "", "SubParamStr": )";
+    const std::string field =
+        kArray + R"({"Separator": "", "ShowValue_CN": "", "ShowValue_EN": "", "SubParamStr": )";
     const std::string cases[][4] = {
         // Conversion texts and their numbers.
         {R"("SubParamStr": "1:cam:v:*:%e")", "no-value-type", "SubParamStr", ""},
@@ -74,24 +74,31 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         {R"("ParamName": ")" + std::string(48, 'n') + "\"", "name-cut", "ParamName", ""},
         {R"("ParamName": ")" + std::string(64, 'n') + "\"", "name-cut", "ParamName", ""},
         // Texts converted to numbers, text settings on numbers, truncation.
-        {R"("SubParamStr": "12", "IsCustomEdit": 1, "ConvertType": 1)", "convert-text-to-number", "ConvertType", ""},
-        {R"("SubParamStr": "\\r\\n", "ConvertType": 2)", "convert-text-to-number", "ConvertType", ""},
-        {kArray + R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "", "ShowValue_CN": "", "ShowValue_EN": ""}], "ConvertType": 1)",
+        {R"("SubParamStr": "12", "IsCustomEdit": 1, "ConvertType": 1)", "convert-text-to-number",
+         "ConvertType", ""},
+        {R"("SubParamStr": "\\r\\n", "ConvertType": 2)", "convert-text-to-number", "ConvertType",
+         ""},
+        {kArray +
+             R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "", "ShowValue_CN": "", "ShowValue_EN": ""}], "ConvertType": 1)",
          "convert-text-to-number", "ConvertType", ""},
         {R"("ConvertType": 1, "StrPrefix": "x")", "text-settings-ignored", "StrPrefix", ""},
-        {R"("StrTruncEnable": 1, "StrTruncStart": -1, "StrTruncLen": 3)", "truncation-empty", "StrTruncStart", ""},
-        {R"("StrTruncEnable": 1, "StrTruncStart": 0, "StrTruncLen": 0)", "truncation-empty", "StrTruncLen", ""},
+        {R"("StrTruncEnable": 1, "StrTruncStart": -1, "StrTruncLen": 3)", "truncation-empty",
+         "StrTruncStart", ""},
+        {R"("StrTruncEnable": 1, "StrTruncStart": 0, "StrTruncLen": 0)", "truncation-empty",
+         "StrTruncLen", ""},
         {R"("SubParamStr": "Lot", "IsCustomEdit": 1, "StrTruncEnable": 1, "StrTruncStart": 3, "StrTruncLen": 1)",
          "truncation-empty", "StrTruncStart", ""},
         // Escapes that stay as typed, and keys.
         {R"("StrSuffix": "\\r\\n")", "literal-escape", "StrSuffix", ""},
         {R"("SubParamStr": "a\\nb", "IsCustomEdit": 1)", "literal-escape", "SubParamStr", ""},
-        {kArray + R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "\\r\\n", "ShowValue_CN": "", "ShowValue_EN": ""}])",
+        {kArray +
+             R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "\\r\\n", "ShowValue_CN": "", "ShowValue_EN": ""}])",
          "literal-escape", "Separator", "1"},
         {R"("StrPerfix": "")", "unknown-key", "StrPerfix", ""},
         {R"("convertType": 3)", "key-case", "convertType", ""},
         {R"("ParamName": "v", "ParamName": "w")", "duplicate-key", "ParamName", ""},
-        {kArray + R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "", "ShowValue_CN": "", "ShowValue_EN": ""}], "IsCustomEdit": 0)",
+        {kArray +
+             R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "", "ShowValue_CN": "", "ShowValue_EN": ""}], "IsCustomEdit": 0)",
          "key-not-read", "IsCustomEdit", ""},
         {R"("Array": "none")", "array-not-list", "Array", ""},
         // What works as meant gives no warning.
@@ -99,9 +106,12 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         {R"("SubParamStr": "1:cam:v:3:%8.3f")", "", "", ""},
         {R"("SubParamStr": "1:cam:v:*:%.2f", "ConvertType": 2)", "", "", ""},
         {R"("SubParamStr": "1:cam:v:*:%s", "ConvertType": 1)", "", "", ""},
-        {R"("SubParamStr": "\\r", "StrTruncEnable": 1, "StrTruncStart": 0, "StrTruncLen": 1)", "", "", ""},
+        {R"("SubParamStr": "\\r", "StrTruncEnable": 1, "StrTruncStart": 0, "StrTruncLen": 1)", "",
+         "", ""},
         {R"("StrSuffix": "\r\n", "StrDelete": "-")", "", "", ""},
-        {kArray + R"({"SubParamStr": "1:cam:b:*:%s", "Separator": ";", "ShowValue_CN": "", "ShowValue_EN": ""}])", "", "", ""},
+        {kArray +
+             R"({"SubParamStr": "1:cam:b:*:%s", "Separator": ";", "ShowValue_CN": "", "ShowValue_EN": ""}])",
+         "", "", ""},
     };
     for (const auto& c : cases) {
         const std::string text = Build(c[0]);
@@ -121,7 +131,8 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         EXPECT_FALSE(w.message.empty() || w.fix.empty()) << c[0];
     }
     // Top level: a joined output without a name.
-    const std::string concat = R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []})";
+    const std::string concat =
+        R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []})";
     const auto top = preview::Lint(concat);
     ASSERT_EQ(top.size(), 1u);
     EXPECT_EQ(top[0].rule, "empty-name");
@@ -153,8 +164,9 @@ TEST(Lint, SaysWhatTheFormattersDo) {
         for (const auto& w : warnings) said += w.message + "\n";
         EXPECT_NE(said.find(c.claim), std::string::npos) << c.format << ": " << said;
         const bool isFloat = format.back() == 'f';
-        const std::string got = isFloat ? createFormatter<float>(c.value, format, "")->format()
-                                        : createFormatter<int>(static_cast<int>(c.value), format, "")->format();
+        const std::string got =
+            isFloat ? createFormatter<float>(c.value, format, "")->format()
+                    : createFormatter<int>(static_cast<int>(c.value), format, "")->format();
         EXPECT_EQ(got, c.result) << c.format;
     }
 }

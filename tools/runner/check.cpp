@@ -334,8 +334,8 @@ void Excerpt(const std::string& text, const Place& place) {
     }
     if (line.size() > 160) return;  // a minified file: the column says enough
     std::fprintf(stderr, "%6zu | %s\n       | %*s^\n", place.line,
-                 EscapeInvalidUtf8(line, Escape::kText).c_str(),
-                 static_cast<int>(place.column - 1), "");
+                 EscapeInvalidUtf8(line, Escape::kText).c_str(), static_cast<int>(place.column - 1),
+                 "");
 }
 
 std::string At(const std::string& name, const Place& place) {

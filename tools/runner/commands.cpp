@@ -236,8 +236,9 @@ int RunCommand(const std::string& path, const Options& options) {
             reread = Examine(*run.paramStatus, current.text);
             if (reread.refusal) {
                 diag.Say(Severity::kNote, DisplayName(path),
-                         where + ": re-reading the configuration was refused; the module keeps "
-                                 "what the failed read left");
+                         where +
+                             ": re-reading the configuration was refused; the module keeps "
+                             "what the failed read left");
                 exit = kExitFailed;
             }
             Tell(diag, current.name, current.text, reread);
@@ -286,13 +287,17 @@ cJSON* CheckJson(const Checked& c) {
     cJSON_AddStringToObject(entry, "file", c.name.c_str());
     const Verdict& v = c.verdict;
     cJSON_AddBoolToObject(entry, "valid", c.error.empty() && !v.refusal);
-    if (v.refusal) cJSON_AddItemToObject(entry, "refusal", RefusalJson(*v.refusal));
-    else cJSON_AddNullToObject(entry, "refusal");
+    if (v.refusal)
+        cJSON_AddItemToObject(entry, "refusal", RefusalJson(*v.refusal));
+    else
+        cJSON_AddNullToObject(entry, "refusal");
     cJSON* all = cJSON_AddArrayToObject(entry, "refusals");
     for (const Refusal& r : v.refusals) cJSON_AddItemToArray(all, RefusalJson(r));
     cJSON_AddItemToObject(entry, "warnings", WarningsJson(v.warnings));
-    if (!c.error.empty()) cJSON_AddStringToObject(entry, "error", c.error.c_str());
-    else if (!v.refusal) cJSON_AddItemToObject(entry, "tables", TablesJson(c.tables));
+    if (!c.error.empty())
+        cJSON_AddStringToObject(entry, "error", c.error.c_str());
+    else if (!v.refusal)
+        cJSON_AddItemToObject(entry, "tables", TablesJson(c.tables));
     return entry;
 }
 
@@ -303,8 +308,8 @@ void CheckText(const Checked& c) {
     const std::string warnings = std::to_string(n) + " warning" + (n == 1 ? "" : "s");
     if (v.refusal) {
         const size_t r = v.refusals.size();
-        Print("%s: refused, %s; %zu refusal%s, %s\n", c.name.c_str(),
-                    StatusText(c.status).c_str(), r, r == 1 ? "" : "s", warnings.c_str());
+        Print("%s: refused, %s; %zu refusal%s, %s\n", c.name.c_str(), StatusText(c.status).c_str(),
+              r, r == 1 ? "" : "s", warnings.c_str());
         return;
     }
     Print("%s: valid%s\n", c.name.c_str(), n == 0 ? "" : (", " + warnings).c_str());

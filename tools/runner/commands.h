@@ -21,7 +21,7 @@ struct Options {
     bool strict = false;
     std::string junit;    // test: the JUnit XML file to write
     bool update = false;  // test: rewrite the expectations of scenarios that do not hold
-    bool sarif = false;                  // check: SARIF 2.1.0 instead of text or JSON
+    bool sarif = false;   // check: SARIF 2.1.0 instead of text or JSON
     std::vector<std::string> disabled;  // check: lint rules not reported
 };
 

@@ -22,7 +22,9 @@ bool ColourFor(int fd) {
     return isatty(fd) != 0;
 }
 
-std::string DisplayName(const std::string& path) { return path == "-" ? "<stdin>" : path; }
+std::string DisplayName(const std::string& path) {
+    return path == "-" ? "<stdin>" : path;
+}
 
 bool ReadInput(const std::string& path, std::string& out, std::string& reason) {
     const bool standardInput = path == "-";

@@ -7,7 +7,9 @@
 namespace preview {
 namespace {
 
-std::string Quoted(const std::string& text) { return "\"" + Visible(text) + "\""; }
+std::string Quoted(const std::string& text) {
+    return "\"" + Visible(text) + "\"";
+}
 
 void Status(const Expectation& e, int actual, std::vector<Mismatch>& out, size_t& checks) {
     if (!e.status) return;

@@ -28,8 +28,7 @@ struct Mismatch {
 // expectations looked at.
 std::vector<Mismatch> CheckRun(const Expectation& expect, const RunReport& run, size_t& checks);
 // The first read: its status and log lines.
-std::vector<Mismatch> CheckInit(const Expectation& expect, const InitReport& init,
-                                size_t& checks);
+std::vector<Mismatch> CheckInit(const Expectation& expect, const InitReport& init, size_t& checks);
 // Whether some log line contains wanted (colour codes aside).
 bool LogHolds(const std::string& wanted, const std::vector<LogLine>& log);
 // A status mismatch: expected and actual as "0x... (meaning)" and as numbers.

@@ -8,8 +8,8 @@
 namespace preview {
 
 struct Location {
-    int row = -1;      // position in "SubParamList"; -1 for a top-level key
-    int element = -1;  // position in the row's "Array"; -1 when none
+    int row = -1;                          // position in "SubParamList"; -1 for a top-level key
+    int element = -1;                      // position in the row's "Array"; -1 when none
     std::optional<std::string> paramName;  // the row's "ParamName", when it is a text
     std::string key;                       // the key concerned ("" for the whole row or file)
     int member = -1;  // the key's position among the object's members, when known
@@ -36,8 +36,8 @@ struct Warning {
 
 // Why the module refused a configuration.
 struct Refusal {
-    int status = 0;            // the read's status (kStatusConfigRefused, ...)
-    std::optional<int> code;   // the configuration reader's row code (-1 .. -22)
+    int status = 0;           // the read's status (kStatusConfigRefused, ...)
+    std::optional<int> code;  // the configuration reader's row code (-1 .. -22)
     Location at;
     std::string rule;                  // the rule broken, in words
     std::optional<std::string> value;  // the offending value as JSON text

@@ -9,13 +9,13 @@
 #include <memory>
 
 #include "assembly/assembly.h"
-#include "config/element_kind.h"
 #include "config/config_read.h"
+#include "config/element_kind.h"
 #include "config/item_model.h"
+#include "contract/contract.h"
 #include "diag.h"
 #include "format/formatter.h"
 #include "host/algo.h"
-#include "contract/contract.h"
 #include "publish/publish.h"
 #include "report.h"
 
@@ -33,7 +33,9 @@ std::string ModuleMessage(formatv2::Msg id) {
 const char* const kSingleOnlyKeys[] = {"SubParamStr", "IsCustomEdit", "ShowValue_CN",
                                        "ShowValue_EN"};
 
-std::string Quote(const std::string& text) { return "\"" + text + "\""; }
+std::string Quote(const std::string& text) {
+    return "\"" + text + "\"";
+}
 
 std::string Text(const cJSON* object, const char* key) {
     const cJSON* item = cJSON_GetObjectItem(object, key);
@@ -58,7 +60,8 @@ Printf ReadPrintf(const std::string& text) {
     size_t i = text.find('%');
     if (i == std::string::npos) return p;
     for (++i; i < text.size() && std::strchr("-+ #0", text[i]) != nullptr; ++i) p.flags += text[i];
-    for (; i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])); ++i) p.width = true;
+    for (; i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])); ++i)
+        p.width = true;
     p.precision = i < text.size() && text[i] == '.';
     return p;
 }
@@ -117,14 +120,13 @@ class Linter {
         } else if (name.size() > kPublishNameMax) {
             Add(at, "name-cut",
                 "the publish table keeps only the first " + std::to_string(kPublishNameMax) +
-                    " bytes: other modules see " +
-                    Quote(name.substr(0, kPublishNameMax)) + ", while the values are published under the whole name",
+                    " bytes: other modules see " + Quote(name.substr(0, kPublishNameMax)) +
+                    ", while the values are published under the whole name",
                 "use at most " + std::to_string(kRunNameMax) + " bytes");
         } else if (name.size() > kRunNameMax) {
             Add(at, "name-cut",
                 "each run's DynamicPub record keeps only the first " + std::to_string(kRunNameMax) +
-                    " bytes: " +
-                    Quote(name.substr(0, kRunNameMax)),
+                    " bytes: " + Quote(name.substr(0, kRunNameMax)),
                 "use at most " + std::to_string(kRunNameMax) + " bytes");
         }
     }
@@ -136,7 +138,8 @@ class Linter {
                 Add(at, "literal-escape",
                     std::string("the text keeps the two characters '") + escape +
                         "' as typed; this key turns no escape into a control character",
-                    "for a line break add a row with \"SubParamStr\" \"\\\\r\\\\n\" (or \"\\\\r\") and "
+                    "for a line break add a row with \"SubParamStr\" \"\\\\r\\\\n\" (or \"\\\\r\") "
+                    "and "
                     "\"IsCustomEdit\" 0; for a real control character write the JSON escape "
                     "(\"\\r\", \"\\n\") instead");
                 return;
@@ -159,9 +162,10 @@ class Linter {
             "the conversion text " + Quote(type) +
                 (type.empty() ? " is empty" : std::string(" ends in '") + last + "'") +
                 ", which selects no value type: " +
-                (arrayField ? "the field is read as an empty list and its cells stay empty"
-                            : "the item never gets a value and every run fails with " +
-                                  Hex(kStatusIndex) + " (\"" + ModuleMessage(formatv2::Msg::kUnknownValueType) + "\")"),
+                (arrayField
+                     ? "the field is read as an empty list and its cells stay empty"
+                     : "the item never gets a value and every run fails with " + Hex(kStatusIndex) +
+                           " (\"" + ModuleMessage(formatv2::Msg::kUnknownValueType) + "\")"),
             fix);
     }
 
@@ -181,8 +185,10 @@ class Linter {
         if (valueType == ElementKind::kString) {
             if (p.width || p.precision) {
                 Add(at, "format-text-width",
-                    "the text formatter reads no number: " + quoted + " neither pads nor cuts the text",
-                    "use \"%s\"; to cut a text use \"StrTruncEnable\", \"StrTruncStart\" and \"StrTruncLen\"");
+                    "the text formatter reads no number: " + quoted +
+                        " neither pads nor cuts the text",
+                    "use \"%s\"; to cut a text use \"StrTruncEnable\", \"StrTruncStart\" and "
+                    "\"StrTruncLen\"");
             }
             return;
         }
@@ -198,8 +204,8 @@ class Linter {
                 "drop the '#'");
         } else if (p.flags.find_first_of("+ ") != std::string::npos) {
             Add(at, "format-flag",
-                "the module skips the flags '+' and ' ' and reads the width after them: " +
-                    quoted + " pads with zeros and prints no '+' and no blank",
+                "the module skips the flags '+' and ' ' and reads the width after them: " + quoted +
+                    " pads with zeros and prints no '+' and no blank",
                 "drop them");
         }
         if (valueType == ElementKind::kInt && std::strchr("xu", type.back()) != nullptr) {
@@ -212,17 +218,22 @@ class Linter {
         if (valueType == ElementKind::kFloat && read < 2) {
             Add(at, "format-no-precision",
                 p.precision && !p.width
-                    ? quoted + " has a precision but no width: the module reads neither, so "
-                               "12.3456 gives " + example(12.3456f) + " (no fraction digits)"
-                    : quoted + " has no precision: the module prints no fraction digits, so "
-                               "12.3456 gives " + example(12.3456f) + " (zero-filled to the width)",
+                    ? quoted +
+                          " has a precision but no width: the module reads neither, so "
+                          "12.3456 gives " +
+                          example(12.3456f) + " (no fraction digits)"
+                    : quoted +
+                          " has no precision: the module prints no fraction digits, so "
+                          "12.3456 gives " +
+                          example(12.3456f) + " (zero-filled to the width)",
                 "write a width and a precision, e.g. \"%1.2f\" for two decimals without padding");
         }
         if (valueType == ElementKind::kFloat && read == 2 && precision == 0) {
             Add(at, "format-zero-precision",
-                quoted + " has precision 0: the fraction is rounded on its own, so an exact half "
-                         "rounds down (2.5 gives " + example(2.5f) + ", 3.5 gives " +
-                    example(3.5f) + ")",
+                quoted +
+                    " has precision 0: the fraction is rounded on its own, so an exact half "
+                    "rounds down (2.5 gives " +
+                    example(2.5f) + ", 3.5 gives " + example(3.5f) + ")",
                 "use a precision of 1 or more");
         }
         if (width > kMaxFormatWidth || precision > kMaxFormatWidth) {
@@ -239,13 +250,13 @@ class Linter {
         int n = 0;
         if (!ParseElementNumber(index, n)) {
             Add(at, "index-not-number",
-                "the index text " + Quote(index) +
-                    " is no element number: every run fails with " + Hex(kStatusNotDelivered),
+                "the index text " + Quote(index) + " is no element number: every run fails with " +
+                    Hex(kStatusNotDelivered),
                 "write \"*\" for every element or a number from 0");
         } else if (n < 0) {
             Add(at, "index-not-number",
-                "the element number " + Quote(index) +
-                    " is negative: every run fails with " + Hex(kStatusNotDelivered),
+                "the element number " + Quote(index) + " is negative: every run fails with " +
+                    Hex(kStatusNotDelivered),
                 "write \"*\" for every element or a number from 0");
         } else if (std::to_string(n) != index) {
             Add(at, "index-not-number",
@@ -300,7 +311,8 @@ class Linter {
             Add(key, "convert-text-to-number",
                 std::string(what) + " goes through " + (convert == 1 ? "stoi" : "stof") +
                     ": only a leading number is published, and a text that does not start "
-                    "with one fails the run with " + Hex(kStatusNotConvertible),
+                    "with one fails the run with " +
+                    Hex(kStatusNotConvertible),
                 "use \"ConvertType\" 3 (string)");
         }
         if (convert != 1 && convert != 2) return;  // text, or refused
@@ -362,14 +374,18 @@ class Linter {
         Location key = at;
         if (array != nullptr && !isArray) {
             key.key = "Array";
-            Add(key, "array-not-list", "\"Array\" is not a list, so the row is read as a single item",
+            Add(key, "array-not-list",
+                "\"Array\" is not a list, so the row is read as a single item",
                 "make \"Array\" a list of fields, or remove it");
         }
         const std::string text = Text(row, "SubParamStr");
         FORMAT_V2_DATA_TYPE kind = FORMAT_V2_DATA_SUBSCRIBE;
-        if (isArray) kind = FORMAT_V2_DATA_ARRAY;
-        else if (Number(row, "IsCustomEdit") == 1) kind = FORMAT_V2_DATA_CUSTOM;
-        else if (text == EscapedCrLf || text == EscapedCr) kind = FORMAT_V2_DATA_SYMBOL;
+        if (isArray)
+            kind = FORMAT_V2_DATA_ARRAY;
+        else if (Number(row, "IsCustomEdit") == 1)
+            kind = FORMAT_V2_DATA_CUSTOM;
+        else if (text == EscapedCrLf || text == EscapedCr)
+            kind = FORMAT_V2_DATA_SYMBOL;
 
         key.key = "ParamName";
         Name(key, at.paramName.value_or(""));

@@ -8,8 +8,7 @@
 int main(int argc, char** argv) {
     // Beside the build it came from, the runner loads that build's module; installed on a
     // device, where the build tree is not, the module where the host loads it from.
-    const char* module = access(FORMATV2_MODULE_PATH, F_OK) == 0
-                             ? FORMATV2_MODULE_PATH
-                             : kInstalledModulePath;
+    const char* module =
+        access(FORMATV2_MODULE_PATH, F_OK) == 0 ? FORMATV2_MODULE_PATH : kInstalledModulePath;
     return preview::Execute(preview::ParseCommandLine(argc, argv, module, FORMATV2_VERSION));
 }

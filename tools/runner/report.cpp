@@ -43,7 +43,9 @@ std::string Hex(int status) {
     return text;
 }
 
-std::string StatusText(int status) { return Hex(status) + " (" + StatusMeaning(status) + ")"; }
+std::string StatusText(int status) {
+    return Hex(status) + " (" + StatusMeaning(status) + ")";
+}
 
 const char* KindName(Value::Kind kind) {
     switch (kind) {
@@ -203,13 +205,17 @@ std::string Visible(const std::string& text) {
 namespace {
 
 void AddNumberOrNull(cJSON* obj, const char* key, bool present, double value) {
-    if (present) cJSON_AddNumberToObject(obj, key, value);
-    else cJSON_AddNullToObject(obj, key);
+    if (present)
+        cJSON_AddNumberToObject(obj, key, value);
+    else
+        cJSON_AddNullToObject(obj, key);
 }
 
 void AddTextOrNull(cJSON* obj, const char* key, const std::optional<std::string>& text) {
-    if (text) cJSON_AddStringToObject(obj, key, text->c_str());
-    else cJSON_AddNullToObject(obj, key);
+    if (text)
+        cJSON_AddStringToObject(obj, key, text->c_str());
+    else
+        cJSON_AddNullToObject(obj, key);
 }
 
 // Where a finding stands: row, element, param_name and key, null where they do not apply.

@@ -10,8 +10,8 @@
 #include <iterator>
 #include <memory>
 
-#include "diag.h"
 #include "contract/contract.h"
+#include "diag.h"
 #include "json_scan.h"
 #include "report.h"
 

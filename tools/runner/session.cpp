@@ -9,8 +9,8 @@
 #include <fstream>
 #include <map>
 
-#include "diag.h"
 #include "contract/contract.h"
+#include "diag.h"
 #include "host/algo.h"
 #include "log/log.h"
 

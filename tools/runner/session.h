@@ -83,7 +83,7 @@ class Session {
     CAbstractUserModule* m_module = nullptr;
     Tables m_tables;
     std::vector<std::string> m_outputNames;  // RunReport::outputNames
-    bool m_accepted = false;  // whether the configuration in force was accepted
+    bool m_accepted = false;                 // whether the configuration in force was accepted
 
     Tables ReadTables();
     bool WriteConfig(const std::string& text);
