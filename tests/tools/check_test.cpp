@@ -3,12 +3,15 @@
 // marked; test's comparison of outputs; and its JUnit report as a CI reads it.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <map>
 #include <string>
 
 #include "contract/contract.h"
 #include "tools/runner/check.h"
 #include "tools/runner/diag.h"
 #include "tools/runner/expect.h"
+#include "tools/runner/rules.h"
 #include "tools/runner/test_report.h"
 
 namespace preview {
@@ -33,6 +36,40 @@ Place Find(const std::string& what, size_t line) {
     return place;
 }
 
+// Every rule is found under its own entry, and the docs' rule table lists exactly the entries,
+// with their levels and summaries.
+TEST(Rules, TheTableIsInOrderAndTheDocsShowIt) {
+    std::map<std::string, std::string> documented;  // id -> "level | summary"
+    std::ifstream doc(FORMATV2_RULES_DOC);
+    bool inTable = false;
+    for (std::string line; std::getline(doc, line);) {
+        if (line == "| rule | level | what it finds |") inTable = true;
+        if (!inTable || line.rfind("| ", 0) != 0) {
+            if (inTable && line.empty()) break;
+            continue;
+        }
+        const size_t end = line.find(" | ");
+        documented[line.substr(2, end - 2)] = line.substr(end + 3, line.size() - end - 5);
+    }
+    documented.erase("rule");
+    std::string missing;
+    for (size_t i = 0; i < kRuleCount; ++i) {
+        const RuleEntry& e = kRules[i];
+        EXPECT_EQ(&RuleOf(e.rule), &e) << e.id << " stands out of the order of Rule";
+        EXPECT_EQ(FindRule(e.id), &e) << e.id << " is the id of two entries";
+        const auto it = documented.find(e.id);
+        if (it == documented.end()) {
+            missing += std::string(" ") + e.id;
+            continue;
+        }
+        const char* level = e.level == Level::kRefusal ? "refusal" : "warning";
+        EXPECT_EQ(it->second, std::string(level) + " | " + e.summary) << e.id;
+        documented.erase(it);
+    }
+    EXPECT_EQ(missing, "") << "rules not in the docs' table";
+    for (const auto& d : documented) ADD_FAILURE() << "documented, but no rule: " << d.first;
+}
+
 // The verdict comes from the loaded module, the explanation from the runner's own reader:
 // where the two builds disagree, the report says which gave which verdict.
 TEST(Check, SaysWhenTheLoadedModuleAndTheRunnersReaderDisagree) {
@@ -40,14 +77,14 @@ TEST(Check, SaysWhenTheLoadedModuleAndTheRunnersReaderDisagree) {
         R"({"ModuleName": "m", "StrConcateEnable": 0, "ParamName": "all", "SubParamList": []})";
     const Verdict refusedByModule = Examine(kStatusConfigRefused, valid);
     ASSERT_TRUE(refusedByModule.refusal);
-    EXPECT_EQ(refusedByModule.refusal->ruleId, "verdicts-differ");
+    EXPECT_EQ(refusedByModule.refusal->ruleId, Rule::kVerdictsDiffer);
     EXPECT_NE(refusedByModule.refusal->message.find("runner's own reader accepts it"),
               std::string::npos);
 
     const Verdict acceptedByModule = Examine(0, R"({"ModuleName": "m"})");
     EXPECT_FALSE(acceptedByModule.refusal);
     ASSERT_EQ(acceptedByModule.warnings.size(), 1u);
-    EXPECT_EQ(acceptedByModule.warnings[0].rule, "verdicts-differ");
+    EXPECT_EQ(acceptedByModule.warnings[0].rule, Rule::kVerdictsDiffer);
     EXPECT_EQ(Examine(0, valid).warnings.size(), 0u);
 }
 
@@ -58,7 +95,7 @@ TEST(Check, EveryReportPlacesAFindingAlike) {
 
     // The reader's refusals in reading order, the first one where the module stops.
     ASSERT_EQ(v.refusals.size(), 2u);
-    EXPECT_EQ(v.refusals[0].ruleId, "convert-type-value");
+    EXPECT_EQ(v.refusals[0].ruleId, Rule::kConvertTypeValue);
     EXPECT_TRUE(v.refusals[0].stops);
     EXPECT_FALSE(v.refusals[1].stops);
     // A refusal stands at the offending value, an unknown key at the key itself.
@@ -67,7 +104,7 @@ TEST(Check, EveryReportPlacesAFindingAlike) {
     EXPECT_EQ(v.refusals[0].place.line, value.line);
     EXPECT_EQ(v.refusals[0].place.column, value.column);
     ASSERT_FALSE(v.warnings.empty());
-    EXPECT_EQ(v.warnings[0].rule, "unknown-key");
+    EXPECT_EQ(v.warnings[0].rule, Rule::kUnknownKey);
     EXPECT_EQ(v.warnings[0].place.line, key.line);
     EXPECT_EQ(v.warnings[0].place.column, key.column);
 
@@ -86,12 +123,14 @@ TEST(Check, EveryReportPlacesAFindingAlike) {
     EXPECT_EQ(told.find("note:", stop + 1), std::string::npos) << told;
 
     // SARIF regions count columns from 1, as the text does.
-    const JsonPtr sarif(SarifJson({{"c.json", "", &v}}));
+    const JsonPtr sarif(SarifJson({{"c.json", "", &v}}, "1.0"));
     const cJSON* results = cJSON_GetObjectItem(
         cJSON_GetArrayItem(cJSON_GetObjectItem(sarif.get(), "runs"), 0), "results");
     bool seen = false;
     for (const cJSON* r = results ? results->child : nullptr; r != nullptr; r = r->next) {
-        if (std::string(cJSON_GetObjectItem(r, "ruleId")->valuestring) != "unknown-key") continue;
+        if (std::string(cJSON_GetObjectItem(r, "ruleId")->valuestring) !=
+            RuleOf(Rule::kUnknownKey).id)
+            continue;
         const cJSON* region = cJSON_GetObjectItem(
             cJSON_GetObjectItem(cJSON_GetArrayItem(cJSON_GetObjectItem(r, "locations"), 0),
                                 "physicalLocation"),

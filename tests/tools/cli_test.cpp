@@ -36,7 +36,7 @@ std::string Summary(const CommandLine& line) {
     if (o.sarif) out += " sarif";
     if (o.strict) out += " strict";
     if (o.update) out += " update";
-    for (const std::string& rule : o.disabled) out += " disable=" + rule;
+    for (const Rule rule : o.disabled) out += std::string(" disable=") + RuleOf(rule).id;
     if (!o.junit.empty()) out += " junit=" + o.junit;
     return out + " level=" + std::to_string(o.logLevel) + " module=" + o.module;
 }
@@ -52,8 +52,10 @@ TEST(CommandLine, AcceptedAsGivenInAnyOrder) {
         {{"run", "-", "--log-level=none", "--module", "m.so"}, "run - | level=8 module=m.so"},
         {{"run", "--log-level", "err", "--module=x.so", "--module", "y.so", "a"},
          "run a | level=6 module=y.so"},
-        {{"check", "a", "--strict", "--disable", "x", "b", "--disable=y", "--sarif"},
-         "check a b | sarif strict disable=x disable=y level=4 module=default.so"},
+        {{"check", "a", "--strict", "--disable", "key-case", "b", "--disable=raw-control",
+          "--sarif"},
+         "check a b | sarif strict disable=key-case disable=raw-control level=4 "
+         "module=default.so"},
         {{"check", "--json", "--", "--odd.json", "-"},
          "check --odd.json - | json level=4 module=default.so"},
         {{"test", "dir", "--junit", "out.xml", "--update", "b.json", "--json"},
@@ -95,6 +97,11 @@ TEST(CommandLine, RefusedNamingTheArgument) {
         {{"run", "a", "--json=yes"}, "--json takes no value"},
         {{"run", "a", "--module"}, "--module needs a value (LIB)"},
         {{"test", "a", "--junit="}, "--junit needs a value (FILE)"},
+        // --disable takes the id of a warning.
+        {{"check", "a", "--disable", "key-cas"},
+         "--disable: 'key-cas' is no rule id; did you mean 'key-case'?"},
+        {{"check", "a", "--disable=not-a-text"},
+         "--disable: 'not-a-text' is a refusal of the module; only warnings can be disabled"},
         {{"run", "a", "--log-level", "loud"},
          "--log-level: 'loud' is not one of info, warn, err, none"},
         // The first mistake is named, even before a --help.

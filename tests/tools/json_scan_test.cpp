@@ -70,13 +70,13 @@ TEST(JsonScan, LooseJsonIsFlaggedWhereItStands) {
         EXPECT_TRUE(v.refusals.empty());
         // "a" is no key of a configuration, and the reader refuses what the test's module is
         // said to accept.
-        preview::Disable(v, {"unknown-key", "verdicts-differ"});
+        preview::Disable(v, {preview::Rule::kUnknownKey, preview::Rule::kVerdictsDiffer});
         if (c.rule[0] == '\0') {
             EXPECT_TRUE(v.warnings.empty()) << c.text;
             continue;
         }
         ASSERT_EQ(v.warnings.size(), 1u) << c.text;
-        EXPECT_EQ(v.warnings[0].rule, c.rule) << c.text;
+        EXPECT_STREQ(preview::RuleOf(v.warnings[0].rule).id, c.rule) << c.text;
         EXPECT_EQ(v.warnings[0].place.column, c.column) << c.text << ": " << v.warnings[0].message;
     }
 }

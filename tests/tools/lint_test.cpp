@@ -124,7 +124,9 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         }
         ASSERT_EQ(warnings.size(), 1u) << c[0] << "\n" << got;
         const auto& w = warnings[0];
-        EXPECT_EQ(w.rule, c[1]) << c[0];
+        const preview::RuleEntry* rule = preview::FindRule(c[1]);
+        ASSERT_NE(rule, nullptr) << c[1];
+        EXPECT_EQ(w.rule, rule->rule) << c[0];
         EXPECT_EQ(w.at.key, c[2]) << c[0];
         EXPECT_EQ(w.at.row, 0) << c[0];
         EXPECT_EQ(w.at.element, c[3].empty() ? -1 : std::stoi(c[3])) << c[0];
@@ -135,7 +137,7 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []})";
     const auto top = preview::Lint(concat);
     ASSERT_EQ(top.size(), 1u);
-    EXPECT_EQ(top[0].rule, "empty-name");
+    EXPECT_EQ(top[0].rule, preview::Rule::kEmptyName);
     EXPECT_EQ(top[0].at.row, -1);
     EXPECT_TRUE(preview::Lint("{not json").empty());
 }

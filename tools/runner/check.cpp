@@ -107,32 +107,6 @@ const JsonNode* Misspelt(const JsonNode* object, const std::string& key) {
     return nullptr;
 }
 
-std::string Fix(ConfigRule rule, const std::string& key) {
-    const bool none = key == "Separator" || key.rfind("Str", 0) == 0;
-    switch (rule) {
-        case ConfigRule::kText:
-            return "give \"" + key + "\" a text in double quotes" +
-                   (none ? " (\"\" for none)" : "");
-        case ConfigRule::kNumber:
-            return "give \"" + key + "\" a number";
-        case ConfigRule::kList:
-            return "give \"" + key + "\" a list of rows ([] for none)";
-        case ConfigRule::kSubscription:
-            return "write <algo_id>:<algo_name>:<param_name>:<index>:<type>, e.g. "
-                   "\"3:blob:count:*:%d\"";
-        case ConfigRule::kCustomEdit:
-            return "write 0 or 1";
-        case ConfigRule::kUniqueName:
-            return "give each output a name of its own";
-        case ConfigRule::kConvertType:
-            return "write 1, 2 or 3";
-        case ConfigRule::kConcatNeedsText:
-            return "write \"ConvertType\" 3, or \"StrConcateEnable\" 0 for one output per item";
-        default:
-            return "";
-    }
-}
-
 std::string Shorten(const std::string& text) {
     return text.size() <= 60 ? text : text.substr(0, 57) + "...";
 }
@@ -149,10 +123,9 @@ Refusal FromReader(const ConfigRefusal& c, int status, const std::string& text,
         const JsonNode* name = Member(Nth(Member(root, "SubParamList"), c.row), "ParamName");
         if (name != nullptr && name->kind == JsonNode::Kind::kString) r.at.paramName = name->raw;
     }
-    const ConfigRuleInfo& info = RuleInfo(c.rule);
-    r.ruleId = info.id;
-    r.rule = info.text;
-    r.fix = Fix(c.rule, r.at.key);
+    r.ruleId = RuleFor(c.rule);
+    r.rule = RuleInfo(c.rule).text;
+    r.fix = FixFor(r.ruleId, r.at.key);
     if (c.hostCode != 0) {
         char code[48];
         std::snprintf(code, sizeof code, " (host code 0x%X)", static_cast<unsigned>(c.hostCode));
@@ -178,7 +151,7 @@ Refusal Syntax(const JsonIssue& issue, int status, const LineIndex& lines) {
     Refusal r;
     r.status = status;
     r.syntax = true;
-    r.ruleId = RuleInfo(ConfigRule::kNotJson).id;
+    r.ruleId = Rule::kJsonSyntax;
     r.rule = "not valid JSON";
     r.message = issue.message;
     r.place = lines.At(issue.offset);
@@ -204,13 +177,13 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
     std::vector<Refusal> out;
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     if (!collect.all.empty() && collect.all[0].rule == ConfigRule::kNotJson) {
-        JsonIssue issue{collect.all[0].offset, "json-syntax", "the module's JSON reader stops here",
-                        ""};
+        JsonIssue issue{collect.all[0].offset, Rule::kJsonSyntax,
+                        "the module's JSON reader stops here", ""};
         out.push_back(Syntax(scan.error.value_or(issue), status, lines));
     } else if (root != nullptr && root->kind != JsonNode::Kind::kObject) {
-        Refusal r = Syntax({root->begin, "", "", ""}, status, lines);
+        Refusal r = Syntax({root->begin, Rule::kNotAnObject, "", ""}, status, lines);
         r.syntax = false;
-        r.ruleId = "not-an-object";
+        r.ruleId = Rule::kNotAnObject;
         r.rule = "the configuration must be one JSON object";
         r.message = "the top level is not an object; a configuration is one JSON object {...}";
         out.push_back(r);
@@ -231,7 +204,8 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
                 out.back().message =
                     Where(at) + " is not an object; it is " +
                     Shorten(text.substr(object->begin, object->end - object->begin));
-                out.back().fix = "write the keys of a row between { and }";
+                out.back().ruleId = Rule::kNotAnObject;
+                out.back().fix = RuleOf(Rule::kNotAnObject).fix;
             }
         }
     }
@@ -240,12 +214,12 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
         r.status = status;
         r.at.key = "SubParamList";
         const bool subs = SubscriptionCount(items) > static_cast<size_t>(kMaxSubscriptions);
-        const ConfigRuleInfo& info =
-            RuleInfo(subs ? ConfigRule::kTooManySubscriptions : ConfigRule::kTooManyPublications);
-        r.ruleId = info.id;
-        r.rule = std::string("the items ") + info.text;
+        const ConfigRule rule =
+            subs ? ConfigRule::kTooManySubscriptions : ConfigRule::kTooManyPublications;
+        r.ruleId = RuleFor(rule);
+        r.rule = std::string("the items ") + RuleInfo(rule).text;
         r.message = r.rule;
-        r.fix = "split the items over two modules";
+        r.fix = RuleOf(r.ruleId).fix;
         if (const JsonNode* list = Member(root, "SubParamList")) r.place = lines.At(list->keyBegin);
         out.push_back(r);
     }
@@ -254,23 +228,23 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
         // which gave which verdict rather than guess a reason.
         Refusal r;
         r.status = status;
-        r.ruleId = "verdicts-differ";
+        r.ruleId = Rule::kVerdictsDiffer;
         r.rule = "refused by the loaded module only";
         r.message = "the loaded module refused the configuration with " + StatusText(status) +
                     ", while this runner's own reader " +
                     (readerStatus == 0 ? std::string("accepts it")
                                        : "refuses it with " + StatusText(readerStatus)) +
                     ": the module is another build than the runner (see --module)";
-        r.fix = "check with the runner built with that module";
+        r.fix = RuleOf(r.ruleId).fix;
         out.push_back(r);
     }
     out.front().stops = true;
     return out;
 }
 
-bool AtKey(const std::string& rule) {
-    return rule == "unknown-key" || rule == "key-case" || rule == "duplicate-key" ||
-           rule == "key-not-read";
+bool AtKey(Rule rule) {
+    return rule == Rule::kUnknownKey || rule == Rule::kKeyCase || rule == Rule::kDuplicateKey ||
+           rule == Rule::kKeyNotRead;
 }
 
 }  // namespace
@@ -287,13 +261,13 @@ Verdict Examine(int status, const std::string& text) {
         std::vector<DataSection> items;
         const int readerStatus = ReadWithRunnersReader(text, ignored, items);
         if (readerStatus != 0) {
-            v.warnings.push_back({Location{}, "verdicts-differ",
+            v.warnings.push_back({Location{}, Rule::kVerdictsDiffer,
                                   "the loaded module accepts the configuration, while this "
                                   "runner's own reader refuses it with " +
                                       StatusText(readerStatus) +
                                       ": the module is another build than the runner (see "
                                       "--module)",
-                                  "check with the runner built with that module", Place{}});
+                                  RuleOf(Rule::kVerdictsDiffer).fix, Place{}});
         }
     }
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
@@ -310,7 +284,8 @@ Verdict Examine(int status, const std::string& text) {
         }
         // A misspelt key that a refusal names already is not told twice.
         const bool told = std::any_of(v.refusals.begin(), v.refusals.end(), [&](const Refusal& r) {
-            return w.rule == "unknown-key" && r.place.line != 0 && r.place.offset == w.place.offset;
+            return w.rule == Rule::kUnknownKey && r.place.line != 0 &&
+                   r.place.offset == w.place.offset;
         });
         if (!told) v.warnings.push_back(w);
     }
@@ -389,7 +364,7 @@ void Tell(const Diagnostics& diag, const std::string& name, const std::string& t
     }
 }
 
-void Disable(Verdict& v, const std::vector<std::string>& rules) {
+void Disable(Verdict& v, const std::vector<Rule>& rules) {
     v.warnings.erase(std::remove_if(v.warnings.begin(), v.warnings.end(),
                                     [&](const Warning& w) {
                                         return std::find(rules.begin(), rules.end(), w.rule) !=
@@ -403,10 +378,11 @@ void Disable(Verdict& v, const std::vector<std::string>& rules) {
 namespace preview {
 namespace {
 
-cJSON* SarifResult(const std::string& file, const std::string& rule, const char* level,
+cJSON* SarifResult(const std::string& file, Rule rule, const char* level,
                    const std::string& message, const Place& place) {
     cJSON* result = cJSON_CreateObject();
-    cJSON_AddStringToObject(result, "ruleId", rule.c_str());
+    cJSON_AddStringToObject(result, "ruleId", RuleOf(rule).id);
+    cJSON_AddNumberToObject(result, "ruleIndex", static_cast<double>(rule));
     cJSON_AddStringToObject(result, "level", level);
     cJSON_AddStringToObject(cJSON_AddObjectToObject(result, "message"), "text", message.c_str());
     cJSON* physical = cJSON_CreateObject();
@@ -427,9 +403,28 @@ std::string WithFix(const std::string& message, const std::string& fix) {
     return fix.empty() ? message : message + "; fix: " + fix;
 }
 
+cJSON* SarifRules() {
+    cJSON* rules = cJSON_CreateArray();
+    for (size_t i = 0; i < kRuleCount; ++i) {
+        const RuleEntry& e = kRules[i];
+        cJSON* rule = cJSON_CreateObject();
+        cJSON_AddStringToObject(rule, "id", e.id);
+        cJSON_AddStringToObject(cJSON_AddObjectToObject(rule, "shortDescription"), "text",
+                                e.summary);
+        if (*e.fix != '\0') {
+            cJSON_AddStringToObject(cJSON_AddObjectToObject(rule, "help"), "text",
+                                    FixFor(e.rule, "").c_str());
+        }
+        cJSON_AddStringToObject(cJSON_AddObjectToObject(rule, "defaultConfiguration"), "level",
+                                e.level == Level::kRefusal ? "error" : "warning");
+        cJSON_AddItemToArray(rules, rule);
+    }
+    return rules;
+}
+
 }  // namespace
 
-cJSON* SarifJson(const std::vector<SarifFile>& files) {
+cJSON* SarifJson(const std::vector<SarifFile>& files, const std::string& version) {
     cJSON* root = cJSON_CreateObject();
     cJSON_AddStringToObject(root, "$schema", "https://json.schemastore.org/sarif-2.1.0.json");
     cJSON_AddStringToObject(root, "version", "2.1.0");
@@ -437,11 +432,13 @@ cJSON* SarifJson(const std::vector<SarifFile>& files) {
     cJSON_AddItemToArray(cJSON_AddArrayToObject(root, "runs"), run);
     cJSON* driver = cJSON_AddObjectToObject(cJSON_AddObjectToObject(run, "tool"), "driver");
     cJSON_AddStringToObject(driver, "name", "formatv2_preview");
+    cJSON_AddStringToObject(driver, "version", version.c_str());
+    cJSON_AddItemToObject(driver, "rules", SarifRules());
     cJSON* results = cJSON_AddArrayToObject(run, "results");
     for (const SarifFile& f : files) {
         if (!f.error.empty()) {
             cJSON_AddItemToArray(results,
-                                 SarifResult(f.name, "unreadable", "error", f.error, Place{}));
+                                 SarifResult(f.name, Rule::kUnreadable, "error", f.error, Place{}));
             continue;
         }
         for (const Refusal& r : f.verdict->refusals) {

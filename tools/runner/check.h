@@ -36,9 +36,10 @@ struct SarifFile {
     std::string error;  // the reason a file could not be read
     const Verdict* verdict;
 };
-cJSON* SarifJson(const std::vector<SarifFile>& files);
+// version: the runner's. The driver lists every rule of the table, with its summary and fix.
+cJSON* SarifJson(const std::vector<SarifFile>& files, const std::string& version);
 
 // Drops the warnings of the rules named (refusals stay: the module refuses regardless).
-void Disable(Verdict& verdict, const std::vector<std::string>& rules);
+void Disable(Verdict& verdict, const std::vector<Rule>& rules);
 
 }  // namespace preview

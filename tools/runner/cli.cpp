@@ -8,6 +8,7 @@
 
 #include "diag.h"
 #include "log/log.h"
+#include "rules.h"
 
 namespace preview {
 namespace {
@@ -261,9 +262,22 @@ CommandLine ReadCommand(const Command& command, int argc, char* const* args, Com
             case kUpdate:
                 o.update = true;
                 break;
-            case kDisable:
-                o.disabled.emplace_back(optarg);
+            case kDisable: {
+                const RuleEntry* rule = FindRule(optarg);
+                if (rule == nullptr) {
+                    std::vector<std::string> ids;
+                    for (size_t i = 0; i < kRuleCount; ++i) ids.emplace_back(kRules[i].id);
+                    const std::string close = ClosestWord(optarg, ids);
+                    return Refused(std::string("--disable: '") + optarg + "' is no rule id" +
+                                   (close.empty() ? "" : "; did you mean '" + close + "'?"));
+                }
+                if (rule->level == Level::kRefusal) {
+                    return Refused(std::string("--disable: '") + optarg +
+                                   "' is a refusal of the module; only warnings can be disabled");
+                }
+                o.disabled.push_back(rule->rule);
                 break;
+            }
             case kJunit:
                 o.junit = optarg;
                 break;
@@ -316,6 +330,7 @@ CommandLine ParseCommandLine(int argc, char* const* argv, const std::string& mod
         CommandLine line;
         line.action = command.action;
         line.options.module = module;
+        line.options.version = version;
         return ReadCommand(command, argc - optind, args.data() + optind, std::move(line));
     }
     return Refused("unknown command '" + name + "' (run, check, test)");

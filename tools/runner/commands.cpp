@@ -335,7 +335,7 @@ int CheckCommand(const std::vector<std::string>& files, const Options& options) 
     if (options.sarif) {
         std::vector<SarifFile> sarif;
         for (const Checked& c : checked) sarif.push_back({c.name, c.error, &c.verdict});
-        PrintJson(SarifJson(sarif));
+        PrintJson(SarifJson(sarif, options.version));
     } else if (options.json) {
         cJSON* root = cJSON_CreateObject();
         cJSON* list = cJSON_AddArrayToObject(root, "files");

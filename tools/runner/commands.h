@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "rules.h"
+
 namespace preview {
 
 // 0: done, valid, every expectation holds. 1: a configuration refused, a warning under
@@ -19,10 +21,11 @@ struct Options {
     bool json = false;
     int logLevel = 4;  // lowest level shown by run: 4 Info, 5 Warn, 6 Err, 8 none
     bool strict = false;
-    std::string junit;    // test: the JUnit XML file to write
-    bool update = false;  // test: rewrite the expectations of scenarios that do not hold
-    bool sarif = false;   // check: SARIF 2.1.0 instead of text or JSON
-    std::vector<std::string> disabled;  // check: lint rules not reported
+    std::string junit;           // test: the JUnit XML file to write
+    bool update = false;         // test: rewrite the expectations of scenarios that do not hold
+    bool sarif = false;          // check: SARIF 2.1.0 instead of text or JSON
+    std::vector<Rule> disabled;  // check: warnings not reported
+    std::string version;         // the runner's, as --version shows it
 };
 
 int RunCommand(const std::string& scenario, const Options& options);

@@ -57,7 +57,7 @@ JsonSyntax DescribeJsonError(const std::string& text, const char* errorAt) {
                errorAt <= text.c_str() + text.size()) {
         offset = static_cast<size_t>(errorAt - text.c_str());
         for (const JsonIssue& issue : scan.loose) {
-            if (issue.rule == "trailing-text") out.reason = "text follows the closing '}'";
+            if (issue.rule == Rule::kTrailingText) out.reason = "text follows the closing '}'";
         }
     }
     const TextPlace place = PlaceOf(text, offset);

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "rules.h"
+
 namespace preview {
 
 struct Location {
@@ -28,7 +30,7 @@ std::string Where(const Location& at);
 // A configuration the module accepts but that cannot do what its writer meant.
 struct Warning {
     Location at;
-    std::string rule;     // short name, e.g. "format-no-precision"
+    Rule rule;
     std::string message;  // what the module will do
     std::string fix;      // how to get what was probably meant
     Place place;
@@ -42,10 +44,10 @@ struct Refusal {
     std::string rule;                  // the rule broken, in words
     std::optional<std::string> value;  // the offending value as JSON text
     std::string message;               // the whole explanation in one sentence
-    std::string ruleId;                // e.g. "not-a-text", "json-syntax"
-    std::string fix;                   // "" when there is none to give
-    bool syntax = false;               // the text is not JSON
-    bool stops = false;                // the refusal the module stops at
+    Rule ruleId = Rule::kJsonSyntax;
+    std::string fix;      // "" when there is none to give
+    bool syntax = false;  // the text is not JSON
+    bool stops = false;   // the refusal the module stops at
     Place place;
 };
 

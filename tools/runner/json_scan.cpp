@@ -50,16 +50,14 @@ class Scanner {
         JsonNode root;
         if (!Value(at, root)) return;
         if (m_text.find_first_not_of(" \t\r\n", Blanks(at)) != std::string::npos) {
-            Loose(Blanks(at), "trailing-text",
-                  "text follows the closing '}'; the module ignores it",
-                  "remove it, or move it into the object");
+            Loose(Blanks(at), Rule::kTrailingText,
+                  "text follows the closing '}'; the module ignores it");
         }
         if (m_text.size() < m_full.size() &&
             m_full.find_first_not_of(std::string(" \t\r\n\0", 5), m_text.size()) !=
                 std::string::npos) {
-            Loose(m_text.size(), "text-after-nul",
-                  "a NUL byte ends the text here for the module: everything after it is ignored",
-                  "remove the NUL byte");
+            Loose(m_text.size(), Rule::kTextAfterNul,
+                  "a NUL byte ends the text here for the module: everything after it is ignored");
         }
         m_out.root = std::move(root);
     }
@@ -78,11 +76,13 @@ class Scanner {
             at = m_openString;
             message = "a text is left open: its closing '\"' is missing on this line";
         }
-        if (!m_out.error) m_out.error = JsonIssue{at, "json-syntax", std::move(message), ""};
+        if (!m_out.error) m_out.error = JsonIssue{at, Rule::kJsonSyntax, std::move(message), ""};
         return false;
     }
 
-    void Loose(size_t at, const char* rule, std::string message, std::string fix) {
+    // fix: "" for the rule's own.
+    void Loose(size_t at, Rule rule, std::string message, std::string fix = "") {
+        if (fix.empty()) fix = RuleOf(rule).fix;
         m_out.loose.push_back({at, rule, std::move(message), std::move(fix)});
     }
 
@@ -90,11 +90,10 @@ class Scanner {
     size_t Blanks(size_t at) {
         for (; at < m_text.size() && static_cast<unsigned char>(m_text[at]) <= ' '; ++at) {
             if (std::strchr(" \t\r\n", m_text[at]) == nullptr) {
-                Loose(at, "control-character",
+                Loose(at, Rule::kControlCharacter,
                       Shown(m_text, at) +
                           " stands between the values; the module reads it as a "
-                          "blank, other JSON readers refuse it",
-                      "remove it");
+                          "blank, other JSON readers refuse it");
             }
         }
         return at;
@@ -202,10 +201,9 @@ bool Scanner::Number(size_t& at, JsonNode& node) {
     if (!why.empty()) {
         char value[32];
         std::snprintf(value, sizeof value, "%.15g", std::strtod(written.c_str(), nullptr));
-        Loose(at, "loose-number",
+        Loose(at, Rule::kLooseNumber,
               "the number " + written + " " + why + ": the module reads it as " + value +
-                  ", other JSON readers refuse it",
-              "write it as JSON writes numbers, e.g. 12, 1.0, -0.5");
+                  ", other JSON readers refuse it");
     }
     at += taken;
     return true;
@@ -227,13 +225,13 @@ bool Scanner::String(size_t& at, std::string& out) {
             i += length - 1;
         } else if (c < 0x20) {
             brokeLine = brokeLine || c == '\n';
-            Loose(i, "raw-control",
+            Loose(i, Rule::kRawControl,
                   Shown(m_text, i) +
                       " stands raw inside a text; the module keeps it, other JSON "
                       "readers refuse it",
                   c == '\t'   ? "write \\t"
                   : c == '\n' ? "write \\n"
-                              : "write it as an escape");
+                              : "");
         }
     }
     if (brokeLine && m_openString == std::string::npos) m_openString = open;
@@ -265,11 +263,10 @@ bool Scanner::Escape(size_t at, size_t end, size_t& length) {
     length = 6;
     const bool valid = hex(at + 2, code);
     if (!valid || code == 0) {
-        Loose(at, "escape-nul",
+        Loose(at, Rule::kEscapeNul,
               "the escape " + m_text.substr(at, 6) +
                   (valid ? " is a NUL" : " is no escape; the module reads it as a NUL") +
-                  ", which ends the text there: what follows in the text is lost",
-              "write four hexadecimal digits of a character other than NUL");
+                  ", which ends the text there: what follows in the text is lost");
         return true;
     }
     if (code >= 0xDC00 && code <= 0xDFFF) {

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "rules.h"
+
 namespace preview {
 
 struct JsonNode {
@@ -25,7 +27,7 @@ struct JsonNode {
 // A problem at a byte offset of the text.
 struct JsonIssue {
     size_t offset = 0;
-    std::string rule;  // loose JSON: its lint rule; an error: "json-syntax"
+    Rule rule;  // loose JSON: its lint rule; an error: Rule::kJsonSyntax
     std::string message;
     std::string fix;
 };

@@ -70,7 +70,9 @@ class Linter {
   public:
     std::vector<Warning> out;
 
-    void Add(const Location& at, const char* rule, std::string message, std::string fix) {
+    // fix: "" for the rule's own.
+    void Add(const Location& at, Rule rule, std::string message, std::string fix = "") {
+        if (fix.empty()) fix = RuleOf(rule).fix;
         out.push_back({at, rule, std::move(message), std::move(fix), Place{}});
     }
 
@@ -84,9 +86,8 @@ class Linter {
             at.key = k->string;
             for (const cJSON* e = object->child; e != k; e = e->next) {
                 if (e->string != nullptr && strcasecmp(e->string, k->string) == 0) {
-                    Add(at, "duplicate-key",
-                        "the key stands twice in the object; the module reads only the first",
-                        "remove one of the two");
+                    Add(at, Rule::kDuplicateKey,
+                        "the key stands twice in the object; the module reads only the first");
                     break;
                 }
             }
@@ -96,38 +97,34 @@ class Linter {
             }
             for (size_t i = 0; exact != nullptr && i < unreadCount; ++i) {
                 if (std::strcmp(unread[i], exact) == 0) {
-                    Add(at, "key-not-read", "an array row does not read this key",
-                        "remove it, or remove \"Array\" to make the row a single item");
+                    Add(at, Rule::kKeyNotRead, "an array row does not read this key");
                 }
             }
             if (exact != nullptr && std::strcmp(exact, k->string) != 0) {
-                Add(at, "key-case",
+                Add(at, Rule::kKeyCase,
                     std::string("the module reads it as \"") + exact +
                         "\" (it ignores letter case), but the schema and other tools do not",
                     std::string("write \"") + exact + "\"");
             } else if (exact == nullptr) {
                 const std::string close = ClosestWord(k->string, known, count);
-                Add(at, "unknown-key", "no key of that name exists; the module ignores it",
-                    close.empty() ? "remove it" : "did you mean \"" + close + "\"?");
+                Add(at, Rule::kUnknownKey, "no key of that name exists; the module ignores it",
+                    close.empty() ? "" : "did you mean \"" + close + "\"?");
             }
         }
     }
 
     void Name(const Location& at, const std::string& name) {
         if (name.empty()) {
-            Add(at, "empty-name", "the output is published without a name",
-                "give it a name that other modules can subscribe to");
+            Add(at, Rule::kEmptyName, "the output is published without a name");
         } else if (name.size() > kPublishNameMax) {
-            Add(at, "name-cut",
+            Add(at, Rule::kNameCut,
                 "the publish table keeps only the first " + std::to_string(kPublishNameMax) +
                     " bytes: other modules see " + Quote(name.substr(0, kPublishNameMax)) +
-                    ", while the values are published under the whole name",
-                "use at most " + std::to_string(kRunNameMax) + " bytes");
+                    ", while the values are published under the whole name");
         } else if (name.size() > kRunNameMax) {
-            Add(at, "name-cut",
+            Add(at, Rule::kNameCut,
                 "each run's DynamicPub record keeps only the first " + std::to_string(kRunNameMax) +
-                    " bytes: " + Quote(name.substr(0, kRunNameMax)),
-                "use at most " + std::to_string(kRunNameMax) + " bytes");
+                    " bytes: " + Quote(name.substr(0, kRunNameMax)));
         }
     }
 
@@ -135,13 +132,9 @@ class Linter {
     void LiteralEscape(const Location& at, const std::string& text) {
         for (const char* escape : {"\\r", "\\n", "\\t"}) {
             if (text.find(escape) != std::string::npos) {
-                Add(at, "literal-escape",
+                Add(at, Rule::kLiteralEscape,
                     std::string("the text keeps the two characters '") + escape +
-                        "' as typed; this key turns no escape into a control character",
-                    "for a line break add a row with \"SubParamStr\" \"\\\\r\\\\n\" (or \"\\\\r\") "
-                    "and "
-                    "\"IsCustomEdit\" 0; for a real control character write the JSON escape "
-                    "(\"\\r\", \"\\n\") instead");
+                        "' as typed; this key turns no escape into a control character");
                 return;
             }
         }
@@ -149,7 +142,7 @@ class Linter {
 
     void Conversion(const Location& at, const std::string& type, bool arrayField) {
         if (ElementKindOf(type) != ElementKind::kNone) return;
-        std::string fix = "end the conversion text with d (int), f (float) or s (text)";
+        std::string fix;
         const char last = type.empty() ? '\0' : type.back();
         if (last != '\0' && std::strchr("eEgGaA", last) != nullptr) {
             fix = "use f: \"%W.Pf\" with a width W and a precision P, e.g. \"%1.3f\"";
@@ -158,7 +151,7 @@ class Linter {
         } else if (last == 'F' || last == 'S' || last == 'c') {
             fix = std::string("use ") + (last == 'F' ? "f" : "s");
         }
-        Add(at, "no-value-type",
+        Add(at, Rule::kNoValueType,
             "the conversion text " + Quote(type) +
                 (type.empty() ? " is empty" : std::string(" ends in '") + last + "'") +
                 ", which selects no value type: " +
@@ -184,39 +177,36 @@ class Linter {
         const std::string quoted = Quote(type);
         if (valueType == ElementKind::kString) {
             if (p.width || p.precision) {
-                Add(at, "format-text-width",
+                Add(at, Rule::kFormatTextWidth,
                     "the text formatter reads no number: " + quoted +
-                        " neither pads nor cuts the text",
-                    "use \"%s\"; to cut a text use \"StrTruncEnable\", \"StrTruncStart\" and "
-                    "\"StrTruncLen\"");
+                        " neither pads nor cuts the text");
             }
             return;
         }
         if (p.flags.find('-') != std::string::npos) {
-            Add(at, "format-flag",
+            Add(at, Rule::kFormatFlag,
                 "the '-' flag makes the width negative: the value is not padded at all (nor "
                 "left-aligned)",
                 "drop the '-'; the module can only fill with zeros on the left");
         } else if (p.flags.find('#') != std::string::npos) {
-            Add(at, "format-flag",
+            Add(at, Rule::kFormatFlag,
                 "the '#' flag stops the module's reading of the number: " + quoted +
                     " reads no width (nor precision), so the value is not padded",
                 "drop the '#'");
         } else if (p.flags.find_first_of("+ ") != std::string::npos) {
-            Add(at, "format-flag",
+            Add(at, Rule::kFormatFlag,
                 "the module skips the flags '+' and ' ' and reads the width after them: " + quoted +
                     " pads with zeros and prints no '+' and no blank",
                 "drop them");
         }
         if (valueType == ElementKind::kInt && std::strchr("xu", type.back()) != nullptr) {
-            Add(at, "format-letter",
+            Add(at, Rule::kFormatLetter,
                 std::string("the letter '") + type.back() +
                     "' only selects an int value: it is printed in signed decimal (255 as \"255\", "
-                    "-1 as \"-1\"), never in hexadecimal or unsigned",
-                "use \"d\" and expect decimal");
+                    "-1 as \"-1\"), never in hexadecimal or unsigned");
         }
         if (valueType == ElementKind::kFloat && read < 2) {
-            Add(at, "format-no-precision",
+            Add(at, Rule::kFormatNoPrecision,
                 p.precision && !p.width
                     ? quoted +
                           " has a precision but no width: the module reads neither, so "
@@ -225,22 +215,19 @@ class Linter {
                     : quoted +
                           " has no precision: the module prints no fraction digits, so "
                           "12.3456 gives " +
-                          example(12.3456f) + " (zero-filled to the width)",
-                "write a width and a precision, e.g. \"%1.2f\" for two decimals without padding");
+                          example(12.3456f) + " (zero-filled to the width)");
         }
         if (valueType == ElementKind::kFloat && read == 2 && precision == 0) {
-            Add(at, "format-zero-precision",
+            Add(at, Rule::kFormatZeroPrecision,
                 quoted +
                     " has precision 0: the fraction is rounded on its own, so an exact half "
                     "rounds down (2.5 gives " +
-                    example(2.5f) + ", 3.5 gives " + example(3.5f) + ")",
-                "use a precision of 1 or more");
+                    example(2.5f) + ", 3.5 gives " + example(3.5f) + ")");
         }
         if (width > kMaxFormatWidth || precision > kMaxFormatWidth) {
-            Add(at, "format-width-cap",
+            Add(at, Rule::kFormatWidthCap,
                 quoted + " asks for more than " + std::to_string(kMaxFormatWidth) +
-                    " characters; the module stops at " + std::to_string(kMaxFormatWidth),
-                "use a width and precision of at most " + std::to_string(kMaxFormatWidth));
+                    " characters; the module stops at " + std::to_string(kMaxFormatWidth));
         }
     }
 
@@ -249,17 +236,15 @@ class Linter {
         if (index == "*") return;
         int n = 0;
         if (!ParseElementNumber(index, n)) {
-            Add(at, "index-not-number",
+            Add(at, Rule::kIndexNotNumber,
                 "the index text " + Quote(index) + " is no element number: every run fails with " +
-                    Hex(kStatusNotDelivered),
-                "write \"*\" for every element or a number from 0");
+                    Hex(kStatusNotDelivered));
         } else if (n < 0) {
-            Add(at, "index-not-number",
+            Add(at, Rule::kIndexNotNumber,
                 "the element number " + Quote(index) + " is negative: every run fails with " +
-                    Hex(kStatusNotDelivered),
-                "write \"*\" for every element or a number from 0");
+                    Hex(kStatusNotDelivered));
         } else if (std::to_string(n) != index) {
-            Add(at, "index-not-number",
+            Add(at, Rule::kIndexNotNumber,
                 "the index text " + Quote(index) + " is read as element " + std::to_string(n) +
                     " (blanks before and characters after the digits are skipped)",
                 "write \"" + std::to_string(n) + "\"");
@@ -280,10 +265,9 @@ class Linter {
             Conversion(field, sub.type, true);
             if (ElementKindOf(sub.type) != ElementKind::kNone) Format(field, sub.type);
             if (sub.index != "*") {
-                Add(field, "index-ignored",
+                Add(field, Rule::kIndexIgnored,
                     "an array field takes every element whatever its index text " +
-                        Quote(sub.index) + " says",
-                    "write \"*\"; to show one element use a single item with that index");
+                        Quote(sub.index) + " says");
             }
         }
     }
@@ -308,12 +292,11 @@ class Linter {
             const char* what = kind == FORMAT_V2_DATA_ARRAY    ? "the laid-out text of the array"
                                : kind == FORMAT_V2_DATA_CUSTOM ? "the custom text"
                                                                : "the line break";
-            Add(key, "convert-text-to-number",
+            Add(key, Rule::kConvertTextToNumber,
                 std::string(what) + " goes through " + (convert == 1 ? "stoi" : "stof") +
                     ": only a leading number is published, and a text that does not start "
                     "with one fails the run with " +
-                    Hex(kStatusNotConvertible),
-                "use \"ConvertType\" 3 (string)");
+                    Hex(kStatusNotConvertible));
         }
         if (convert != 1 && convert != 2) return;  // text, or refused
         for (const char* setting : {"StrTruncEnable", "StrPrefix", "StrSuffix", "StrDelete"}) {
@@ -322,10 +305,9 @@ class Linter {
                                  : !Text(row, setting).empty();
             if (!set) continue;
             key.key = setting;
-            Add(key, "text-settings-ignored",
+            Add(key, Rule::kTextSettingsIgnored,
                 "truncation, prefix, suffix and deletion apply only to text outputs; this output "
-                "is published as a number",
-                "use \"ConvertType\" 3, or clear the text settings");
+                "is published as a number");
             return;
         }
     }
@@ -354,12 +336,10 @@ class Linter {
         }
         if (formatv2::TruncateText(probe, start, length) && !probe.empty()) return;
         key.key = start < 0 || (fixedText && length > 0) ? "StrTruncStart" : "StrTruncLen";
-        Add(key, "truncation-empty",
+        Add(key, Rule::kTruncationEmpty,
             "\"StrTruncStart\" " + std::to_string(start) + " with \"StrTruncLen\" " +
                 std::to_string(length) +
-                " keeps nothing: the text is always empty before the prefix and suffix",
-            "keep characters from a start of 0 or more with a length above 0, or set "
-            "\"StrTruncEnable\" 0");
+                " keeps nothing: the text is always empty before the prefix and suffix");
     }
 
     void Row(const cJSON* row, int position) {
@@ -374,9 +354,8 @@ class Linter {
         Location key = at;
         if (array != nullptr && !isArray) {
             key.key = "Array";
-            Add(key, "array-not-list",
-                "\"Array\" is not a list, so the row is read as a single item",
-                "make \"Array\" a list of fields, or remove it");
+            Add(key, Rule::kArrayNotList,
+                "\"Array\" is not a list, so the row is read as a single item");
         }
         const std::string text = Text(row, "SubParamStr");
         FORMAT_V2_DATA_TYPE kind = FORMAT_V2_DATA_SUBSCRIBE;
@@ -424,7 +403,7 @@ std::string Where(const Location& at) {
 
 std::string WarningText(const Warning& w) {
     const std::string where = Where(w.at);
-    return (where.empty() ? "" : where + ": ") + w.message + " [" + w.rule + "]";
+    return (where.empty() ? "" : where + ": ") + w.message + " [" + RuleOf(w.rule).id + "]";
 }
 
 std::vector<Warning> Lint(const std::string& configText) {

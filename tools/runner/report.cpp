@@ -243,7 +243,7 @@ cJSON* RefusalJson(const Refusal& r) {
     cJSON_AddStringToObject(obj, "rule", r.rule.c_str());
     AddTextOrNull(obj, "value", r.value);
     AddPlace(obj, r.place);
-    cJSON_AddStringToObject(obj, "rule_id", r.ruleId.c_str());
+    cJSON_AddStringToObject(obj, "rule_id", RuleOf(r.ruleId).id);
     cJSON_AddStringToObject(obj, "message", r.message.c_str());
     AddTextOrNull(obj, "fix", r.fix.empty() ? std::nullopt : std::optional<std::string>(r.fix));
     cJSON_AddBoolToObject(obj, "stops", r.stops);
@@ -256,7 +256,7 @@ cJSON* WarningsJson(const std::vector<Warning>& warnings) {
         cJSON* obj = cJSON_CreateObject();
         AddLocation(obj, w.at);
         AddPlace(obj, w.place);
-        cJSON_AddStringToObject(obj, "rule", w.rule.c_str());
+        cJSON_AddStringToObject(obj, "rule", RuleOf(w.rule).id);
         cJSON_AddStringToObject(obj, "message", w.message.c_str());
         cJSON_AddStringToObject(obj, "fix", w.fix.c_str());
         cJSON_AddItemToArray(array, obj);
