@@ -13,7 +13,6 @@ namespace fv2fuzz {
 
 namespace {
 
-constexpr int kErrConfigRefused = kStatusConfigRefused;
 constexpr int kErrTableRefused = kStatusTableRefused;
 constexpr int kErrBadArgument = kStatusBadArgument;
 constexpr int kErrIndex = kStatusIndex;
@@ -217,11 +216,11 @@ void Snapshot(const CFormatV2Module& module, Tables& out) {
 }
 
 void CheckReadOutcome(CFormatV2Module& module, int status, const Tables& before) {
-    CheckItems(module, status != kErrConfigRefused);
+    CheckItems(module, status != kStatusConfigRefused);
     if (status == 0) {
         CheckSubTable(module);
         CheckPubTable(module);
-    } else if (status == kErrConfigRefused) {
+    } else if (status == kStatusConfigRefused) {
         FV2_FUZZ_CHECK(SameBytes(module.DynamicSubList, before.sub) &&
                            SameBytes(module.DynamicPubList, before.pub),
                        "a refused text changed the dynamic tables");

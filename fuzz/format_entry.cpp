@@ -20,9 +20,6 @@ namespace fv2fuzz {
 
 namespace {
 
-constexpr int kErrNotConvertible = kStatusNotConvertible;
-constexpr int kErrUnknownType = kStatusIndex;
-
 // One input: what to call, then the values, the item's settings and the module's state.
 struct FormatCase {
     enum Op : uint8_t {
@@ -213,12 +210,12 @@ int Expect(const FormatCase& c, const T& value, Outcome& expected) {
     float real = 0;
     switch (c.convertType) {
         case FORMAT_V2_VARIATE_INT:
-            if (!RefTo(value, number) || c.noFrame) return kErrNotConvertible;
+            if (!RefTo(value, number) || c.noFrame) return kStatusNotConvertible;
             RefStore(expected.ints, expected.intLists, number, c.index);
             show(std::to_string(number));
             return 0;
         case FORMAT_V2_VARIATE_FLOAT:
-            if (!RefTo(value, real) || c.noFrame) return kErrNotConvertible;
+            if (!RefTo(value, real) || c.noFrame) return kStatusNotConvertible;
             RefStore(expected.floats, expected.floatLists, BitsOf(real), c.index);
             show(RefGeneralText(real, 6));
             return 0;
@@ -228,13 +225,13 @@ int Expect(const FormatCase& c, const T& value, Outcome& expected) {
                 expected.concat += text;
                 return 0;
             }
-            if (c.noFrame) return kErrNotConvertible;
+            if (c.noFrame) return kStatusNotConvertible;
             RefStore(expected.texts, expected.textLists, text, c.index);
             if (text != "\r") show(text);
             return 0;
         }
         default:
-            return kErrUnknownType;
+            return kStatusIndex;
     }
 }
 
