@@ -116,6 +116,17 @@ bool TruncateText(std::string& text, long long start, long long length) {
     return true;
 }
 
+bool TextConverts(const std::string& text, int convertType) {
+    switch (convertType) {
+        case FORMAT_V2_VARIATE_INT:
+            return Guarded([&] { ToInt(text); });
+        case FORMAT_V2_VARIATE_FLOAT:
+            return Guarded([&] { ToFloat(text); });
+        default:
+            return true;
+    }
+}
+
 template <typename T>
 int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame,
                               const DataSection& item, const T& value, int index) {

@@ -44,4 +44,8 @@ int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame
 // text emptied, when start lies outside the text or length is negative.
 bool TruncateText(std::string& text, long long start, long long length);
 
+// Whether a text value converts to the published type of "ConvertType" convertType as a run
+// converts it (a text target always does).
+bool TextConverts(const std::string& text, int convertType);
+
 }  // namespace formatv2

@@ -62,7 +62,9 @@ TEST(Rules, TheTableIsInOrderAndTheDocsShowIt) {
             missing += std::string(" ") + e.id;
             continue;
         }
-        const char* level = e.level == Level::kRefusal ? "refusal" : "warning";
+        const char* level = e.level == Level::kRefusal ? "refusal"
+                            : e.level == Level::kError ? "error"
+                                                       : "warning";
         EXPECT_EQ(it->second, std::string(level) + " | " + e.summary) << e.id;
         documented.erase(it);
     }
@@ -73,8 +75,10 @@ TEST(Rules, TheTableIsInOrderAndTheDocsShowIt) {
 // The verdict comes from the loaded module, the explanation from the runner's own reader:
 // where the two builds disagree, the report says which gave which verdict.
 TEST(Check, SaysWhenTheLoadedModuleAndTheRunnersReaderDisagree) {
-    const std::string valid =
-        R"({"ModuleName": "m", "StrConcateEnable": 0, "ParamName": "all", "SubParamList": []})";
+    const std::string valid = R"({"ModuleName": "m", "StrConcateEnable": 0, "ParamName": "all",
+        "SubParamList": [{"SubParamStr": "x", "IsCustomEdit": 1, "ShowValue_CN": "",
+        "ShowValue_EN": "", "ParamName": "x", "ConvertType": 3, "StrTruncEnable": 0,
+        "StrTruncStart": 0, "StrTruncLen": 0, "StrPrefix": "", "StrSuffix": "", "StrDelete": ""}]})";
     const Verdict refusedByModule = Examine(kStatusConfigRefused, valid);
     ASSERT_TRUE(refusedByModule.refusal);
     EXPECT_EQ(refusedByModule.refusal->ruleId, Rule::kVerdictsDiffer);

@@ -52,9 +52,9 @@ TEST(CommandLine, AcceptedAsGivenInAnyOrder) {
         {{"run", "-", "--log-level=none", "--module", "m.so"}, "run - | level=8 module=m.so"},
         {{"run", "--log-level", "err", "--module=x.so", "--module", "y.so", "a"},
          "run a | level=6 module=y.so"},
-        {{"check", "a", "--strict", "--disable", "key-case", "b", "--disable=raw-control",
+        {{"check", "a", "--strict", "--disable", "no-value-type", "b", "--disable=raw-control",
           "--sarif"},
-         "check a b | sarif strict disable=key-case disable=raw-control level=4 "
+         "check a b | sarif strict disable=no-value-type disable=raw-control level=4 "
          "module=default.so"},
         {{"check", "--json", "--", "--odd.json", "-"},
          "check --odd.json - | json level=4 module=default.so"},

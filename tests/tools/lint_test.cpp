@@ -6,6 +6,7 @@
 #include <cctype>
 #include <string>
 
+#include "contract/contract.h"
 #include "format/formatter.h"
 #include "tools/runner/lint.h"
 
@@ -51,7 +52,7 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         // Conversion texts and their numbers.
         {R"("SubParamStr": "1:cam:v:*:%e")", "no-value-type", "SubParamStr", ""},
         {R"("SubParamStr": "1:cam:v:*:")", "no-value-type", "SubParamStr", ""},
-        {field + R"("1:cam:b:*:%q"}])", "no-value-type", "SubParamStr", "1"},
+        {field + R"("1:cam:b:*:%q"}])", "field-no-value-type", "SubParamStr", "1"},
         {R"("SubParamStr": "1:cam:v:*:%.2f")", "format-no-precision", "SubParamStr", ""},
         {R"("SubParamStr": "1:cam:v:*:%8f")", "format-no-precision", "SubParamStr", ""},
         {R"("SubParamStr": "1:cam:v:*:%-5d")", "format-flag", "SubParamStr", ""},
@@ -66,7 +67,7 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         // Index texts.
         {R"("SubParamStr": "1:cam:v:first:%d")", "index-not-number", "SubParamStr", ""},
         {R"("SubParamStr": "1:cam:v:-1:%d")", "index-not-number", "SubParamStr", ""},
-        {R"("SubParamStr": "1:cam:v:2abc:%d")", "index-not-number", "SubParamStr", ""},
+        {R"("SubParamStr": "1:cam:v:2abc:%d")", "index-loose", "SubParamStr", ""},
         {R"("SubParamStr": "1:cam:v:99999999999:%d")", "index-not-number", "SubParamStr", ""},
         {field + R"("1:cam:b:0:%d"}])", "index-ignored", "SubParamStr", "1"},
         // Names.
@@ -76,8 +77,9 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         // Texts converted to numbers, text settings on numbers, truncation.
         {R"("SubParamStr": "12", "IsCustomEdit": 1, "ConvertType": 1)", "convert-text-to-number",
          "ConvertType", ""},
-        {R"("SubParamStr": "\\r\\n", "ConvertType": 2)", "convert-text-to-number", "ConvertType",
-         ""},
+        {R"("SubParamStr": "\\r\\n", "ConvertType": 2)", "text-not-number", "ConvertType", ""},
+        {R"("SubParamStr": "Lot", "IsCustomEdit": 1, "ConvertType": 1)", "text-not-number",
+         "ConvertType", ""},
         {kArray +
              R"({"SubParamStr": "1:cam:b:*:%d", "Separator": "", "ShowValue_CN": "", "ShowValue_EN": ""}], "ConvertType": 1)",
          "convert-text-to-number", "ConvertType", ""},
@@ -126,19 +128,23 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
         const auto& w = warnings[0];
         const preview::RuleEntry* rule = preview::FindRule(c[1]);
         ASSERT_NE(rule, nullptr) << c[1];
-        EXPECT_EQ(w.rule, rule->rule) << c[0];
+        EXPECT_STREQ(preview::RuleOf(w.rule).id, rule->id) << c[0];
+        // A finding that fails every run names the status it fails with.
+        EXPECT_EQ(w.status != 0, rule->level == preview::Level::kError) << c[0];
         EXPECT_EQ(w.at.key, c[2]) << c[0];
         EXPECT_EQ(w.at.row, 0) << c[0];
         EXPECT_EQ(w.at.element, c[3].empty() ? -1 : std::stoi(c[3])) << c[0];
         EXPECT_FALSE(w.message.empty() || w.fix.empty()) << c[0];
     }
-    // Top level: a joined output without a name.
+    // Top level: a joined output without a name, and no rows.
     const std::string concat =
         R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []})";
     const auto top = preview::Lint(concat);
-    ASSERT_EQ(top.size(), 1u);
+    ASSERT_EQ(top.size(), 2u);
     EXPECT_EQ(top[0].rule, preview::Rule::kEmptyName);
     EXPECT_EQ(top[0].at.row, -1);
+    EXPECT_EQ(top[1].rule, preview::Rule::kNoItems);
+    EXPECT_EQ(top[1].status, kStatusNoItems);
     EXPECT_TRUE(preview::Lint("{not json").empty());
 }
 

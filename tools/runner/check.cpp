@@ -261,7 +261,7 @@ Verdict Examine(int status, const std::string& text) {
         std::vector<DataSection> items;
         const int readerStatus = ReadWithRunnersReader(text, ignored, items);
         if (readerStatus != 0) {
-            v.warnings.push_back({Location{}, Rule::kVerdictsDiffer,
+            v.warnings.push_back({Location{}, Rule::kVerdictsDiffer, 0,
                                   "the loaded module accepts the configuration, while this "
                                   "runner's own reader refuses it with " +
                                       StatusText(readerStatus) +
@@ -273,7 +273,7 @@ Verdict Examine(int status, const std::string& text) {
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     for (const JsonIssue& issue : scan.loose) {
         v.warnings.push_back(
-            {Location{}, issue.rule, issue.message, issue.fix, lines.At(issue.offset)});
+            {Location{}, issue.rule, 0, issue.message, issue.fix, lines.At(issue.offset)});
     }
     for (Warning w : Lint(text)) {
         const Resolved at = Resolve(root, w.at);
@@ -348,7 +348,8 @@ void Tell(const Diagnostics& diag, const std::string& name, const std::string& t
             diag.Say(Severity::kError, At(name, *item.place), message);
             fix = r->fix;
         } else {
-            diag.Say(Severity::kWarning, At(name, *item.place), WarningText(*item.warning));
+            diag.Say(Fails(*item.warning) ? Severity::kError : Severity::kWarning,
+                     At(name, *item.place), WarningText(*item.warning));
             fix = item.warning->fix;
         }
         // Problems at one place share one excerpt, shown after the last of them.
@@ -362,6 +363,14 @@ void Tell(const Diagnostics& diag, const std::string& name, const std::string& t
             std::fprintf(stderr, "  note: the module stops at this refusal\n");
         }
     }
+}
+
+bool Fails(const Warning& w) {
+    return RuleOf(w.rule).level == Level::kError;
+}
+
+bool EveryRunFails(const Verdict& v) {
+    return std::any_of(v.warnings.begin(), v.warnings.end(), Fails);
 }
 
 void Disable(Verdict& v, const std::vector<Rule>& rules) {
@@ -416,7 +425,7 @@ cJSON* SarifRules() {
                                     FixFor(e.rule, "").c_str());
         }
         cJSON_AddStringToObject(cJSON_AddObjectToObject(rule, "defaultConfiguration"), "level",
-                                e.level == Level::kRefusal ? "error" : "warning");
+                                e.level == Level::kWarning ? "warning" : "error");
         cJSON_AddItemToArray(rules, rule);
     }
     return rules;
@@ -446,8 +455,9 @@ cJSON* SarifJson(const std::vector<SarifFile>& files, const std::string& version
                                                       WithFix(r.message, r.fix), r.place));
         }
         for (const Warning& w : f.verdict->warnings) {
-            cJSON_AddItemToArray(results, SarifResult(f.name, w.rule, "warning",
-                                                      WithFix(WarningText(w), w.fix), w.place));
+            cJSON_AddItemToArray(results,
+                                 SarifResult(f.name, w.rule, Fails(w) ? "error" : "warning",
+                                             WithFix(WarningText(w), w.fix), w.place));
         }
     }
     return root;

@@ -16,7 +16,7 @@ namespace preview {
 struct Verdict {
     std::vector<Refusal> refusals;   // in reading order; empty when the module accepted
     std::optional<Refusal> refusal;  // the one the module stops at
-    std::vector<Warning> warnings;   // in file order
+    std::vector<Warning> warnings;   // in file order; some may fail every run (Fails)
 };
 
 // status: what the loaded module's read of text gave. The refusals are the reader's, placed;
@@ -38,6 +38,11 @@ struct SarifFile {
 };
 // version: the runner's. The driver lists every rule of the table, with its summary and fix.
 cJSON* SarifJson(const std::vector<SarifFile>& files, const std::string& version);
+
+// Whether a finding makes every run fail (an error, though the module accepts the file), and
+// whether a verdict holds one.
+bool Fails(const Warning& finding);
+bool EveryRunFails(const Verdict& verdict);
 
 // Drops the warnings of the rules named (refusals stay: the module refuses regardless).
 void Disable(Verdict& verdict, const std::vector<Rule>& rules);

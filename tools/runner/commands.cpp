@@ -286,7 +286,7 @@ cJSON* CheckJson(const Checked& c) {
     cJSON* entry = cJSON_CreateObject();
     cJSON_AddStringToObject(entry, "file", c.name.c_str());
     const Verdict& v = c.verdict;
-    cJSON_AddBoolToObject(entry, "valid", c.error.empty() && !v.refusal);
+    cJSON_AddBoolToObject(entry, "valid", c.error.empty() && !v.refusal && !EveryRunFails(v));
     if (v.refusal)
         cJSON_AddItemToObject(entry, "refusal", RefusalJson(*v.refusal));
     else
@@ -304,7 +304,9 @@ cJSON* CheckJson(const Checked& c) {
 void CheckText(const Checked& c) {
     if (!c.error.empty()) return;
     const Verdict& v = c.verdict;
-    const size_t n = v.warnings.size();
+    const size_t errors =
+        static_cast<size_t>(std::count_if(v.warnings.begin(), v.warnings.end(), Fails));
+    const size_t n = v.warnings.size() - errors;
     const std::string warnings = std::to_string(n) + " warning" + (n == 1 ? "" : "s");
     if (v.refusal) {
         const size_t r = v.refusals.size();
@@ -312,7 +314,12 @@ void CheckText(const Checked& c) {
               r, r == 1 ? "" : "s", warnings.c_str());
         return;
     }
-    Print("%s: valid%s\n", c.name.c_str(), n == 0 ? "" : (", " + warnings).c_str());
+    if (errors > 0) {
+        Print("%s: accepted, but every run fails; %zu error%s, %s\n", c.name.c_str(), errors,
+              errors == 1 ? "" : "s", warnings.c_str());
+    } else {
+        Print("%s: valid%s\n", c.name.c_str(), n == 0 ? "" : (", " + warnings).c_str());
+    }
     PrintTables(c.tables);
 }
 
@@ -326,7 +333,8 @@ int CheckCommand(const std::vector<std::string>& files, const Options& options) 
         Checked c;
         if (!CheckFile(file, options, diag, c)) return kExitUsage;
         if (!c.error.empty()) exit = kExitUsage;
-        if (c.verdict.refusal || (options.strict && !c.verdict.warnings.empty())) {
+        if (c.verdict.refusal || EveryRunFails(c.verdict) ||
+            (options.strict && !c.verdict.warnings.empty())) {
             exit = std::max(exit, kExitFailed);
         }
         if (!options.json && !options.sarif) CheckText(c);

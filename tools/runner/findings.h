@@ -27,10 +27,12 @@ struct Place {
 // "SubParamList[2] (\"points\"), Array[1], key \"SubParamStr\"" and the like.
 std::string Where(const Location& at);
 
-// A configuration the module accepts but that cannot do what its writer meant.
+// A configuration the module accepts but that cannot do what its writer meant; for a rule of
+// level Level::kError, every run fails.
 struct Warning {
     Location at;
     Rule rule;
+    int status = 0;       // the status every run ends with, for a rule of level Level::kError
     std::string message;  // what the module will do
     std::string fix;      // how to get what was probably meant
     Place place;

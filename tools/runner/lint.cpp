@@ -66,6 +66,15 @@ Printf ReadPrintf(const std::string& text) {
     return p;
 }
 
+// The text a custom text or symbol row has in every run, made as a run makes it.
+std::string FixedText(FORMAT_V2_DATA_TYPE kind, const std::string& subParamStr) {
+    DataSection item;
+    item.SubParamStr = subParamStr;
+    if (kind == FORMAT_V2_DATA_SYMBOL) formatv2::AssembleSymbolData(item);
+    if (kind == FORMAT_V2_DATA_CUSTOM) formatv2::AssembleCustomData(item);
+    return item.Value.Held<StringList>().front();
+}
+
 class Linter {
   public:
     std::vector<Warning> out;
@@ -73,7 +82,16 @@ class Linter {
     // fix: "" for the rule's own.
     void Add(const Location& at, Rule rule, std::string message, std::string fix = "") {
         if (fix.empty()) fix = RuleOf(rule).fix;
-        out.push_back({at, rule, std::move(message), std::move(fix), Place{}});
+        out.push_back({at, rule, 0, std::move(message), std::move(fix), Place{}});
+    }
+
+    // A finding that fails every run with status.
+    void Doomed(const Location& at, Rule rule, int status, const std::string& why,
+                std::string fix = "") {
+        Add(at, rule,
+            why + "; the module accepts the file, but every run fails with " + StatusText(status),
+            std::move(fix));
+        out.back().status = status;
     }
 
     // Keys no reader looks at, keys in other letter case, keys written twice.
@@ -151,15 +169,19 @@ class Linter {
         } else if (last == 'F' || last == 'S' || last == 'c') {
             fix = std::string("use ") + (last == 'F' ? "f" : "s");
         }
-        Add(at, Rule::kNoValueType,
+        const std::string why =
             "the conversion text " + Quote(type) +
-                (type.empty() ? " is empty" : std::string(" ends in '") + last + "'") +
-                ", which selects no value type: " +
-                (arrayField
-                     ? "the field is read as an empty list and its cells stay empty"
-                     : "the item never gets a value and every run fails with " + Hex(kStatusIndex) +
-                           " (\"" + ModuleMessage(formatv2::Msg::kUnknownValueType) + "\")"),
-            fix);
+            (type.empty() ? " is empty" : std::string(" ends in '") + last + "'") +
+            ", which selects no value type";
+        if (arrayField) {
+            Add(at, Rule::kFieldNoValueType,
+                why + ": the field is read as an empty list and its cells stay empty", fix);
+        } else {
+            Doomed(at, Rule::kNoValueType, kStatusIndex,
+                   why + ": the item never gets a value (the module logs \"" +
+                       ModuleMessage(formatv2::Msg::kUnknownValueType) + "\")",
+                   fix);
+        }
     }
 
     // Format texts whose numbers the formatters read differently from printf.
@@ -236,15 +258,13 @@ class Linter {
         if (index == "*") return;
         int n = 0;
         if (!ParseElementNumber(index, n)) {
-            Add(at, Rule::kIndexNotNumber,
-                "the index text " + Quote(index) + " is no element number: every run fails with " +
-                    Hex(kStatusNotDelivered));
+            Doomed(at, Rule::kIndexNotNumber, kStatusNotDelivered,
+                   "the index text " + Quote(index) + " is no element number");
         } else if (n < 0) {
-            Add(at, Rule::kIndexNotNumber,
-                "the element number " + Quote(index) + " is negative: every run fails with " +
-                    Hex(kStatusNotDelivered));
+            Doomed(at, Rule::kIndexNotNumber, kStatusNotDelivered,
+                   "the element number " + Quote(index) + " is negative");
         } else if (std::to_string(n) != index) {
-            Add(at, Rule::kIndexNotNumber,
+            Add(at, Rule::kIndexLoose,
                 "the index text " + Quote(index) + " is read as element " + std::to_string(n) +
                     " (blanks before and characters after the digits are skipped)",
                 "write \"" + std::to_string(n) + "\"");
@@ -286,17 +306,26 @@ class Linter {
     }
 
     // A number output of a row whose value is a text, and text settings on a number output.
-    void Conversions(const cJSON* row, Location key, FORMAT_V2_DATA_TYPE kind, int convert) {
+    // text: the row's "SubParamStr".
+    void Conversions(const cJSON* row, Location key, FORMAT_V2_DATA_TYPE kind, int convert,
+                     const std::string& text) {
         key.key = "ConvertType";
         if ((convert == 1 || convert == 2) && kind != FORMAT_V2_DATA_SUBSCRIBE) {
             const char* what = kind == FORMAT_V2_DATA_ARRAY    ? "the laid-out text of the array"
                                : kind == FORMAT_V2_DATA_CUSTOM ? "the custom text"
                                                                : "the line break";
-            Add(key, Rule::kConvertTextToNumber,
-                std::string(what) + " goes through " + (convert == 1 ? "stoi" : "stof") +
-                    ": only a leading number is published, and a text that does not start "
-                    "with one fails the run with " +
-                    Hex(kStatusNotConvertible));
+            if (kind != FORMAT_V2_DATA_ARRAY &&
+                !formatv2::TextConverts(FixedText(kind, text), convert)) {
+                Doomed(key, Rule::kTextNotNumber, kStatusNotConvertible,
+                       std::string(what) + " goes through " + (convert == 1 ? "stoi" : "stof") +
+                           " and does not start with a number");
+            } else {
+                Add(key, Rule::kConvertTextToNumber,
+                    std::string(what) + " goes through " + (convert == 1 ? "stoi" : "stof") +
+                        ": only a leading number is published, and a text that does not start "
+                        "with one fails the run with " +
+                        Hex(kStatusNotConvertible));
+            }
         }
         if (convert != 1 && convert != 2) return;  // text, or refused
         for (const char* setting : {"StrTruncEnable", "StrPrefix", "StrSuffix", "StrDelete"}) {
@@ -324,11 +353,7 @@ class Linter {
         // of a longer one, so none is tried).
         std::string probe;
         if (fixedText) {
-            DataSection item;
-            item.SubParamStr = text;
-            if (kind == FORMAT_V2_DATA_SYMBOL) formatv2::AssembleSymbolData(item);
-            if (kind == FORMAT_V2_DATA_CUSTOM) formatv2::AssembleCustomData(item);
-            probe = item.Value.Held<StringList>().front();
+            probe = FixedText(kind, text);
         } else if (start >= 0 && start < (1 << 16)) {
             probe.assign(static_cast<size_t>(start) + 1, 'x');
         } else if (start >= 0) {
@@ -376,7 +401,7 @@ class Linter {
             key.key = "SubParamStr";
             LiteralEscape(key, text);
         }
-        Conversions(row, at, kind, convert);
+        Conversions(row, at, kind, convert, text);
         if (!textOut) return;
         Truncation(row, at, kind, text);
         for (const char* setting : {"StrPrefix", "StrSuffix", "StrDelete"}) {
@@ -417,6 +442,11 @@ std::vector<Warning> Lint(const std::string& configText) {
         lint.Name(top, Text(root.get(), "ParamName"));
     }
     const cJSON* list = cJSON_GetObjectItem(root.get(), "SubParamList");
+    if (cJSON_IsArray(list) && list->child == nullptr) {
+        Location top;
+        top.key = "SubParamList";
+        lint.Doomed(top, Rule::kNoItems, kStatusNoItems, "the list of rows is empty");
+    }
     int position = 0;
     for (const cJSON* row = cJSON_IsArray(list) ? list->child : nullptr; row != nullptr;
          row = row->next, ++position) {

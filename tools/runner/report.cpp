@@ -257,6 +257,11 @@ cJSON* WarningsJson(const std::vector<Warning>& warnings) {
         AddLocation(obj, w.at);
         AddPlace(obj, w.place);
         cJSON_AddStringToObject(obj, "rule", RuleOf(w.rule).id);
+        const bool fails = RuleOf(w.rule).level == Level::kError;
+        cJSON_AddStringToObject(obj, "level", fails ? "error" : "warning");
+        AddNumberOrNull(obj, "status", fails, w.status);
+        AddTextOrNull(obj, "status_hex",
+                      fails ? std::optional<std::string>(Hex(w.status)) : std::nullopt);
         cJSON_AddStringToObject(obj, "message", w.message.c_str());
         cJSON_AddStringToObject(obj, "fix", w.fix.c_str());
         cJSON_AddItemToArray(array, obj);

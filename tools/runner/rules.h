@@ -34,15 +34,20 @@ enum class Rule {
     kLooseNumber,
     kRawControl,
     kControlCharacter,
-    // The module accepts the file, but it cannot do what its writer meant.
+    // The module accepts the file, but every run fails.
+    kNoItems,
     kNoValueType,
+    kIndexNotNumber,
+    kTextNotNumber,
+    // The module accepts the file, but it cannot do what its writer meant.
+    kFieldNoValueType,
     kFormatNoPrecision,
     kFormatFlag,
     kFormatZeroPrecision,
     kFormatLetter,
     kFormatWidthCap,
     kFormatTextWidth,
-    kIndexNotNumber,
+    kIndexLoose,
     kIndexIgnored,
     kEmptyName,
     kNameCut,
@@ -59,6 +64,7 @@ enum class Rule {
 
 enum class Level {
     kRefusal,  // the module refuses the file; --disable cannot silence it
+    kError,    // the module accepts the file, but every run fails
     kWarning,
 };
 
