@@ -3,6 +3,7 @@
 // marked; test's comparison of outputs; and its JUnit report as a CI reads it.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <string>
@@ -90,6 +91,48 @@ TEST(Check, SaysWhenTheLoadedModuleAndTheRunnersReaderDisagree) {
     ASSERT_EQ(acceptedByModule.warnings.size(), 1u);
     EXPECT_EQ(acceptedByModule.warnings[0].rule, Rule::kVerdictsDiffer);
     EXPECT_EQ(Examine(0, valid).warnings.size(), 0u);
+}
+
+// A refusal names what to edit: the earlier holder of a name used twice, and for a line-break
+// row written with JSON escapes the symbol typed out.
+TEST(Check, RefusalsNameWhatToEdit) {
+    const auto config = [](const std::string& top, const std::vector<std::string>& rows) {
+        std::string list;
+        for (size_t i = 0; i < rows.size(); i += 2) {
+            list +=
+                std::string(list.empty() ? "" : ",") + R"({"SubParamStr": )" + rows[i] +
+                R"(, "IsCustomEdit": 0, "ShowValue_CN": "", "ShowValue_EN": "", "ParamName": )" +
+                rows[i + 1] +
+                R"(, "ConvertType": 3, "StrTruncEnable": 0, "StrTruncStart": 0,
+                       "StrTruncLen": 0, "StrPrefix": "", "StrSuffix": "", "StrDelete": ""})";
+        }
+        return R"({"ModuleName": "m", "StrConcateEnable": 0, "ParamName": )" + top +
+               R"(, "SubParamList": [)" + list + "]}";
+    };
+    const std::string sub = R"("1:c:v:*:%d")";
+    const struct {
+        std::string text;
+        Rule rule;
+        const char* message;  // how the message ends, before the status
+        const char* fix;      // how the fix begins
+    } cases[] = {
+        {config(R"("all")", {sub, R"("a")", sub, R"("b")", sub, R"("a")"}), Rule::kDuplicateName,
+         "; SubParamList[0] holds it first", "give each output"},
+        {config(R"("a")", {sub, R"("a")"}), Rule::kDuplicateName,
+         "; the top-level \"ParamName\" (the joined output) holds it first", "give each output"},
+        {config(R"("all")", {R"("\r\n")", R"("nl")"}), Rule::kSubscriptionRefused,
+         "it is \"\\r\\n\"", R"(for a line-break row write "\\r\\n")"},
+        {config(R"("all")", {R"("\r")", R"("nl")"}), Rule::kSubscriptionRefused, "it is \"\\r\"",
+         R"(for a line-break row write "\\r")"},
+    };
+    for (const auto& c : cases) {
+        const Verdict v = Examine(kStatusConfigRefused, c.text);
+        ASSERT_TRUE(v.refusal) << c.text;
+        EXPECT_EQ(v.refusal->ruleId, c.rule) << c.text;
+        const std::string& m = v.refusal->message;
+        EXPECT_EQ(m.substr(m.size() - std::min(m.size(), std::strlen(c.message))), c.message);
+        EXPECT_EQ(v.refusal->fix.rfind(c.fix, 0), 0u) << v.refusal->fix;
+    }
 }
 
 TEST(Check, EveryReportPlacesAFindingAlike) {

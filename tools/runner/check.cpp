@@ -111,6 +111,21 @@ std::string Shorten(const std::string& text) {
     return text.size() <= 60 ? text : text.substr(0, 57) + "...";
 }
 
+// For an output name used twice: what holds it first, the top level or an earlier row.
+std::string EarlierHolder(const JsonNode* root, int row, const std::string& name) {
+    const JsonNode* top = Member(root, "ParamName");
+    if (top != nullptr && top->kind == JsonNode::Kind::kString && top->raw == name) {
+        return "the top-level \"ParamName\" (the joined output)";
+    }
+    for (int earlier = 0; earlier < row; ++earlier) {
+        const JsonNode* other = Member(Nth(Member(root, "SubParamList"), earlier), "ParamName");
+        if (other != nullptr && other->kind == JsonNode::Kind::kString && other->raw == name) {
+            return "SubParamList[" + std::to_string(earlier) + "]";
+        }
+    }
+    return "";
+}
+
 Refusal FromReader(const ConfigRefusal& c, int status, const std::string& text,
                    const LineIndex& lines, const JsonNode* root) {
     Refusal r;
@@ -137,6 +152,19 @@ Refusal FromReader(const ConfigRefusal& c, int status, const std::string& text,
         r.value = text.substr(at.member->begin, at.member->end - at.member->begin);
         r.message += "; it is " + Shorten(*r.value);
         r.place = lines.At(at.member->begin);
+        const std::string holder = r.ruleId == Rule::kDuplicateName && r.at.paramName
+                                       ? EarlierHolder(root, c.row, *r.at.paramName)
+                                       : "";
+        if (!holder.empty()) r.message += "; " + holder + " holds it first";
+        // A line-break row written with JSON escapes holds control characters, which the
+        // module takes for a subscription; the symbol is the escape typed out.
+        if (r.ruleId == Rule::kSubscriptionRefused &&
+            (*r.value == R"("\r\n")" || *r.value == R"("\r")")) {
+            const std::string typed = *r.value == R"("\r")" ? R"("\\r")" : R"("\\r\\n")";
+            r.fix = "for a line-break row write " + typed +
+                    " (the backslashes doubled): the row's text must be the escape typed out, "
+                    "not the control characters";
+        }
     } else if (const JsonNode* typo = Misspelt(at.object, r.at.key)) {
         r.message += "; \"" + typo->key + "\" is a misspelling of it";
         r.fix = "rename \"" + typo->key + "\" to \"" + r.at.key + "\"";
