@@ -7,10 +7,11 @@ set -euo pipefail
 # a build outside the device root use the old string ABI (FORMATV2_OLD_STRING_ABI); the fault
 # harness (scripts/mutants.sh) builds with Ninja and asks it for each object's inputs; git
 # lists the tracked files for the fault harness, the test share (scripts/test-share.sh) and the
-# format check (scripts/format-check.sh, with clang-format).
+# format check (scripts/format-check.sh, with clang-format); the SARIF validator the tests run
+# (tests/validators, from the npm registry) is a .NET program that needs ICU.
 native_pkgs=(cmake g++ make ninja-build git libcjson-dev libgtest-dev libgmock-dev
              libbenchmark-dev libfmt-dev libspdlog-dev clang clang-format libclang-rt-14-dev gcovr
-             python3 python3-jsonschema dpkg-dev file debootstrap googletest)
+             python3 python3-jsonschema dpkg-dev file debootstrap googletest libicu72)
 # libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
 # package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.
 armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf
@@ -62,3 +63,16 @@ if [ -n "$todo" ]; then
   echo "setup: packages still missing: $todo" >&2
   exit 1
 fi
+
+# The validators the tests run on the runner's CI reports, at the versions of the lockfile.
+# npm comes with Debian's nodejs, or with a nodejs already installed from elsewhere.
+if ! command -v npm >/dev/null; then
+  apt_retry apt-get install -y --no-install-recommends nodejs npm
+fi
+validators="$(dirname "$0")/../tests/validators"
+if [ ! -x "$validators/node_modules/.bin/sarif-multitool" ]; then
+  npm ci --prefix "$validators" --no-audit --no-fund
+fi
+# Its package marks the program executable in an install script, which newer npm skips.
+tool="$validators/node_modules/@microsoft/sarif-multitool-linux/Sarif.Multitool"
+if [ -f "$tool" ]; then chmod u+x "$tool"; fi

@@ -3,7 +3,9 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <cstring>
 
 #include "config/config_read.h"
 #include "diag.h"
@@ -415,6 +417,24 @@ void Disable(Verdict& v, const std::vector<Rule>& rules) {
 namespace preview {
 namespace {
 
+// A file name as a URI reference: an absolute path as a file: URI, a relative one as a
+// relative reference; bytes other than unreserved ones and '/' percent-encoded.
+std::string FileUri(const std::string& name) {
+    static const char kHex[] = "0123456789ABCDEF";
+    std::string uri = name.rfind('/', 0) == 0 ? "file://" : "";
+    for (const char c : name) {
+        const auto u = static_cast<unsigned char>(c);
+        if (std::isalnum(u) != 0 || std::strchr("-._~/", c) != nullptr) {
+            uri += c;
+        } else {
+            uri += '%';
+            uri += kHex[u >> 4];
+            uri += kHex[u & 15];
+        }
+    }
+    return uri;
+}
+
 cJSON* SarifResult(const std::string& file, Rule rule, const char* level,
                    const std::string& message, const Place& place) {
     cJSON* result = cJSON_CreateObject();
@@ -424,7 +444,7 @@ cJSON* SarifResult(const std::string& file, Rule rule, const char* level,
     cJSON_AddStringToObject(cJSON_AddObjectToObject(result, "message"), "text", message.c_str());
     cJSON* physical = cJSON_CreateObject();
     cJSON_AddStringToObject(cJSON_AddObjectToObject(physical, "artifactLocation"), "uri",
-                            file.c_str());
+                            FileUri(file).c_str());
     if (place.line != 0) {
         cJSON* region = cJSON_AddObjectToObject(physical, "region");
         cJSON_AddNumberToObject(region, "startLine", static_cast<double>(place.line));
@@ -470,6 +490,7 @@ cJSON* SarifJson(const std::vector<SarifFile>& files, const std::string& version
     cJSON* driver = cJSON_AddObjectToObject(cJSON_AddObjectToObject(run, "tool"), "driver");
     cJSON_AddStringToObject(driver, "name", "formatv2_preview");
     cJSON_AddStringToObject(driver, "version", version.c_str());
+    cJSON_AddStringToObject(driver, "informationUri", FORMATV2_INFORMATION_URI);
     cJSON_AddItemToObject(driver, "rules", SarifRules());
     cJSON* results = cJSON_AddArrayToObject(run, "results");
     for (const SarifFile& f : files) {
