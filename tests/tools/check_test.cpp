@@ -219,35 +219,5 @@ TEST(Check, OutputsCompareByValueAndPresence) {
 }
 
 // A testcase with two mismatches is one failure; markup in names and messages is escaped.
-TEST(Check, JUnitCountsTestcasesAndEscapesMarkup) {
-    Outcome o;
-    o.file = R"(say "<hi>" & go.json)";
-    o.runs.resize(2);
-    o.runs[0].name = "one";
-    o.runs[1].name = "two";
-    for (const char* what : {"status", "log"}) {
-        Finding f;
-        f.run = 0;
-        f.mismatch.what = what;
-        f.mismatch.expected = "\"a\"";
-        f.mismatch.actual = "\"b\"";
-        o.found.push_back(std::move(f));
-    }
-    std::vector<Outcome> all;
-    all.push_back(std::move(o));
-    const std::string xml = JUnitXml(all);
-    EXPECT_NE(
-        xml.find(
-            R"(<testsuite name="say &quot;&lt;hi&gt;&quot; &amp; go.json" tests="2" failures="1" errors="0">)"),
-        std::string::npos)
-        << xml;
-    EXPECT_NE(
-        xml.find(
-            R"(message="2 expectations do not hold">status: expected &quot;a&quot;, got &quot;b&quot;)"),
-        std::string::npos)
-        << xml;
-    EXPECT_EQ(xml.find("\"<"), std::string::npos) << xml;
-}
-
 }  // namespace
 }  // namespace preview

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "contract/contract.h"
 #include "tools/runner/expect.h"
 #include "tools/runner/test_report.h"
 
@@ -92,23 +93,25 @@ TEST(Expect, MismatchesReadAsTextAndJson) {
         const char* expectedJson;
         const char* actualJson;
         const char* note;
+        const char* difference;  // where texts differ, as the reports say it
     } cases[] = {
-        {R"({"status": "0xC0000004"})", "0xC0000004 (", "0x00000000 (", "-1073741820", "0", ""},
+        {R"({"status": "0xC0000004"})", "0xC0000004 (", "0x00000000 (", "-1073741820", "0", "", ""},
         {R"({"show_text_cn": "a\nb"})", R"("a\nb")", R"("a\n\xc3")", R"("a\nb")", "\"a\\n\xc3\"",
-         ""},
+         "", R"(first difference at byte 2: expected 'b' (0x62), got '\xc3' (0xC3))"},
         {R"({"outputs": {"count": {"int": 4}}})", "int 4", "int [3]", R"({"int":4})",
-         R"({"int":[3]})", ""},
+         R"({"int":[3]})", "", ""},
         {R"({"outputs": {"name": {"string": ["b"]}}})", R"(string ["b"])", R"(string ["a\xc3"])",
-         R"({"string":["b"]})", "{\"string\":[\"a\xc3\"]}", ""},
+         R"({"string":["b"]})", "{\"string\":[\"a\xc3\"]}", "",
+         R"(first difference at byte 0 of element 0: expected 'b' (0x62), got 'a' (0x61))"},
         {R"({"outputs": {"gone": {"int": 1}}})", "int 1", "not published", R"({"int":1})", "null",
-         ""},
+         "", ""},
         {R"({"outputs": {"count": null}})", "not published", "int [3]", "null", R"({"int":[3]})",
-         ""},
+         "", ""},
         {R"({"outputs": {"nmae": null}})", "not published",
          R"(no such output; did you mean "name"?)", "null", "null",
-         R"(no such output; did you mean "name"?)"},
+         R"(no such output; did you mean "name"?)", ""},
         {R"({"log": ["third"]})", R"(a line containing "third")", "none of the 2 lines",
-         R"("third")", R"(["first line","second"])", ""},
+         R"("third")", R"(["first line","second"])", "", ""},
     };
     for (const auto& c : cases) {
         size_t checks = 0;
@@ -122,6 +125,7 @@ TEST(Expect, MismatchesReadAsTextAndJson) {
         EXPECT_EQ(Json(m.expectedJson), c.expectedJson) << c.expect;
         EXPECT_EQ(Json(m.actualJson), c.actualJson) << c.expect;
         EXPECT_EQ(m.note, c.note) << c.expect;
+        EXPECT_EQ(m.difference ? DifferenceText(*m.difference) : "", c.difference) << c.expect;
     }
 }
 
@@ -142,7 +146,8 @@ TEST(Expect, FirstReadChecksItsStatusAndLogOnly) {
 }
 
 Mismatch Wrong(const std::string& what, const std::string& expected, const std::string& actual) {
-    return {what, expected, actual, JsonPtr(cJSON_CreateString(expected.c_str())), nullptr, ""};
+    return {what,    expected, actual,      JsonPtr(cJSON_CreateString(expected.c_str())),
+            nullptr, "",       std::nullopt};
 }
 
 // Three scenarios: one failing on its first read and in its second run, one that could not
@@ -154,8 +159,16 @@ std::vector<Outcome> Outcomes() {
     failing.checks = 4;
     failing.runs.resize(2);
     failing.runs[0].name = "q\"<x>\x01";
+    // Why each part ended as it did: the status, and the first error line (not a later one).
+    failing.init.status = kStatusConfigRefused;
+    failing.init.log = {
+        {4, "| Info | read\n"}, {6, "| Err  | refused\r\n"}, {6, "| Err  | later\n"}};
+    failing.runs[1].status = kStatusNotDelivered;
+    failing.initSeconds = 0.125;
+    failing.runSeconds = {0.25, 1.5};
     failing.found.push_back({-1, Wrong("status", "0", "1")});
     failing.found.push_back({1, Wrong("verdict", "\"NG\"", "\"OK\xff\"")});
+    failing.found.back().mismatch.difference = FirstDifference("NG", "NGx");
     failing.found.push_back({1, Wrong("log", "a", "b")});
     failing.found.back().mismatch.note = "why";
     out[1].file = "b.json";
@@ -171,27 +184,29 @@ std::vector<Outcome> Outcomes() {
 
 TEST(TestReport, JUnitCountsEveryCaseAndEscapesWhatXmlCannotHold) {
     EXPECT_EQ(JUnitXml(Outcomes()), R"xml(<?xml version="1.0" encoding="UTF-8"?>
-<testsuites name="formatv2_preview test" tests="6" failures="2" errors="1">
-  <testsuite name="dir/a&amp;b.json" tests="3" failures="2" errors="0">
-    <testcase classname="dir/a&amp;b.json" name="first read">
-      <failure type="mismatch" message="status: expected 0, got 1">status: expected 0, got 1
+<testsuites name="formatv2_preview test" tests="6" failures="2" errors="1" time="1.875">
+  <testsuite name="dir/a&amp;b.json" tests="3" failures="2" errors="0" time="1.875">
+    <testcase classname="dir/a&amp;b.json" name="first read" time="0.125">
+      <failure type="mismatch" message="status: expected 0, got 1">status 0xC0000105 (the configuration text was refused: not JSON, a key missing or mistyped, or a row refused); first error line: | Err  | refused
+status: expected 0, got 1
 </failure>
     </testcase>
-    <testcase classname="dir/a&amp;b.json" name="runs[0] (&quot;q&quot;&lt;x&gt;\x01&quot;)"/>
-    <testcase classname="dir/a&amp;b.json" name="runs[1]">
-      <failure type="mismatch" message="2 expectations do not hold">verdict: expected &quot;NG&quot;, got &quot;OK\xff&quot;
+    <testcase classname="dir/a&amp;b.json" name="runs[0] (&quot;q&quot;&lt;x&gt;\x01&quot;)" time="0.250"/>
+    <testcase classname="dir/a&amp;b.json" name="runs[1]" time="1.500">
+      <failure type="mismatch" message="2 expectations do not hold">status 0xC0000004 (a subscribed value was not delivered, or its element number is out of range); no error line
+verdict: expected &quot;NG&quot;, got &quot;OK\xff&quot;; first difference at byte 2: expected end of text, got 'x' (0x78)
 log: expected a, got b
 </failure>
     </testcase>
   </testsuite>
-  <testsuite name="b.json" tests="1" failures="0" errors="1">
-    <testcase classname="b.json" name="scenario">
+  <testsuite name="b.json" tests="1" failures="0" errors="1" time="0.000">
+    <testcase classname="b.json" name="scenario" time="0.000">
       <error message="runs[0].values: &quot;x&quot; &lt;\x02&gt;"/>
     </testcase>
   </testsuite>
-  <testsuite name="c.json" tests="2" failures="0" errors="0">
-    <testcase classname="c.json" name="first read"/>
-    <testcase classname="c.json" name="runs[0] (&quot;one&quot;)"/>
+  <testsuite name="c.json" tests="2" failures="0" errors="0" time="0.000">
+    <testcase classname="c.json" name="first read" time="0.000"/>
+    <testcase classname="c.json" name="runs[0] (&quot;one&quot;)" time="0.000"/>
   </testsuite>
 </testsuites>
 )xml");
@@ -208,20 +223,38 @@ TEST(TestReport, TextAndJsonOfEachOutcome) {
         const char* json;
     } cases[] = {
         {"dir/a&b.json: FAILED (2 runs, 4 checks)\n"
-         "  first read: status: expected 0, got 1\n"
-         "  runs[1]: verdict: expected \"NG\", got \"OK\\xff\"\n"
-         "  runs[1]: log: expected a, got b\n",
+         "  first read: status 0xC0000105 (the configuration text was refused: not JSON, a key "
+         "missing or mistyped, or a row refused); first error line: | Err  | refused\n"
+         "    status: expected 0, got 1\n"
+         "  runs[1]: status 0xC0000004 (a subscribed value was not delivered, or its element "
+         "number is out of range); no error line\n"
+         "    verdict: expected \"NG\", got \"OK\\xff\"; first difference at byte 2: expected "
+         "end of text, got 'x' (0x78)\n"
+         "    log: expected a, got b\n",
          R"({"file":"dir/a&b.json","ok":false,"runs":2,"checks":4,"mismatches":[)"
-         R"({"run":null,"name":"","what":"status","expected":"0","actual":null},)"
-         R"({"run":1,"name":"","what":"verdict","expected":"\"NG\"","actual":null},)"
-         R"({"run":1,"name":"","what":"log","expected":"a","actual":null,"note":"why"}]})"},
+         R"({"run":null,"name":"","what":"status","expected":"0","actual":null,)"
+         R"("run_status":-1073741563,"run_status_hex":"0xC0000105","run_status_meaning":")"
+         "the configuration text was refused: not JSON, a key missing or mistyped, or a row refused"
+         R"(","first_error":"| Err  | refused"},)"
+         R"({"run":1,"name":"","what":"verdict","expected":"\"NG\"","actual":null,)"
+         R"("run_status":-1073741820,"run_status_hex":"0xC0000004","run_status_meaning":")"
+         "a subscribed value was not delivered, or its element number is out of range"
+         R"(","first_error":null,)"
+         R"("difference":{"element":null,"offset":2,"expected":null,"actual":120,)"
+         R"j("text":"first difference at byte 2: expected end of text, got 'x' (0x78)"}},)j"
+         R"({"run":1,"name":"","what":"log","expected":"a","actual":null,"note":"why",)"
+         R"("run_status":-1073741820,"run_status_hex":"0xC0000004","run_status_meaning":")"
+         "a subscribed value was not delivered, or its element number is out of range"
+         R"(","first_error":null}]})"},
         {"",
          "{\"file\":\"b.json\",\"ok\":false,\"error\":\"runs[0].values: \\\"x\\\" <\\u0002>\"}"},
         {"c.json: ok (1 run, 1 check)\n",
          R"({"file":"c.json","ok":true,"runs":1,"checks":1,"mismatches":[]})"},
-        {"u.json: updated (1 run, 0 checks)\n  runs[0]: verdict: expected \"NG\", got \"OK\"\n",
+        {"u.json: updated (1 run, 0 checks)\n  runs[0]: status 0x00000000 (success); no error "
+         "line\n    verdict: expected \"NG\", got \"OK\"\n",
          R"({"file":"u.json","ok":true,"updated":true,"runs":1,"checks":0,"mismatches":[)"
-         R"({"run":0,"name":"","what":"verdict","expected":"\"NG\"","actual":null}]})"},
+         R"({"run":0,"name":"","what":"verdict","expected":"\"NG\"","actual":null,"run_status":0,)"
+         R"("run_status_hex":"0x00000000","run_status_meaning":"success","first_error":null}]})"},
     };
     ASSERT_EQ(outcomes.size(), std::size(cases));
     for (size_t i = 0; i < outcomes.size(); ++i) {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 
@@ -129,13 +130,22 @@ bool TestScenario(Outcome& o, const Options& options, const Diagnostics& diag) {
         o.error = fileError.where + ": " + fileError.message;
         return true;
     }
+    using Clock = std::chrono::steady_clock;
+    const auto since = [](Clock::time_point start) {
+        return std::chrono::duration<double>(Clock::now() - start).count();
+    };
     Session session;
+    const Clock::time_point start = Clock::now();
     if (!Start(session, o.scenario, o.init, options, diag)) return false;
+    o.initSeconds = since(start);
     CheckFirstRead(o);
     for (size_t i = 0; i < o.scenario.runs.size(); ++i) {
         RunReport& run = o.runs.emplace_back();
         std::string error;
-        if (!session.Run(o.scenario.runs[i], run, error)) {
+        const Clock::time_point runStart = Clock::now();
+        const bool ran = session.Run(o.scenario.runs[i], run, error);
+        o.runSeconds.push_back(since(runStart));
+        if (!ran) {
             o.error = "runs[" + std::to_string(i) + "]." + error;
             diag.Say(Severity::kError, o.file, o.error);
             return true;
@@ -147,9 +157,10 @@ bool TestScenario(Outcome& o, const Options& options, const Diagnostics& diag) {
     }
     if (o.checks == 0) {
         // So that a CI job never passes on a scenario that checks nothing.
-        o.found.push_back({-1,
-                           {"expectations", "at least one", "none: nothing is tested",
-                            JsonPtr(cJSON_CreateNull()), JsonPtr(cJSON_CreateNumber(0)), ""}});
+        o.found.push_back(
+            {-1,
+             {"expectations", "at least one", "none: nothing is tested",
+              JsonPtr(cJSON_CreateNull()), JsonPtr(cJSON_CreateNumber(0)), "", std::nullopt}});
     }
     return true;
 }

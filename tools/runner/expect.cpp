@@ -1,6 +1,7 @@
 #include "expect.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "report.h"
 
@@ -38,18 +39,21 @@ void Log(const Expectation& e, const std::vector<LogLine>& log, std::vector<Mism
         }
         out.push_back({"log", "a line containing " + Quoted(wanted),
                        "none of the " + std::to_string(log.size()) + " lines",
-                       JsonPtr(cJSON_CreateString(wanted.c_str())), std::move(lines), ""});
+                       JsonPtr(cJSON_CreateString(wanted.c_str())), std::move(lines), "",
+                       std::nullopt});
     }
 }
 
+// bytes: whether to say where the texts differ (not for a verdict).
 void Text(const char* what, const std::optional<std::string>& expected, const std::string& actual,
-          std::vector<Mismatch>& out, size_t& checks) {
+          bool bytes, std::vector<Mismatch>& out, size_t& checks) {
     if (!expected) return;
     ++checks;
     if (*expected == actual) return;
     out.push_back({what, Quoted(*expected), Quoted(actual),
                    JsonPtr(cJSON_CreateString(expected->c_str())),
-                   JsonPtr(cJSON_CreateString(actual.c_str())), ""});
+                   JsonPtr(cJSON_CreateString(actual.c_str())), "",
+                   bytes ? FirstDifference(*expected, actual) : std::nullopt});
 }
 
 std::string Shown(const std::optional<Value>& v) {
@@ -58,6 +62,25 @@ std::string Shown(const std::optional<Value>& v) {
 
 JsonPtr ValueOrNull(const std::optional<Value>& v) {
     return JsonPtr(v ? ValueJson(*v) : cJSON_CreateNull());
+}
+
+// The first differing byte of two text outputs, in the first element where they differ.
+std::optional<Difference> TextsDiffer(const std::optional<Value>& expected,
+                                      const std::optional<Value>& actual) {
+    if (!expected || !actual || expected->kind != Value::Kind::kString ||
+        actual->kind != Value::Kind::kString) {
+        return std::nullopt;
+    }
+    const std::vector<std::string>& e = expected->texts;
+    const std::vector<std::string>& a = actual->texts;
+    for (size_t i = 0; i < std::max(e.size(), a.size()); ++i) {
+        if (i >= e.size() || i >= a.size()) return std::nullopt;  // an element more or less
+        std::optional<Difference> d = FirstDifference(e[i], a[i]);
+        if (!d) continue;
+        if (expected->list || actual->list) d->element = i;
+        return d;
+    }
+    return std::nullopt;
 }
 
 // One output expectation. A name that no publish table of the session has cannot hold, even
@@ -74,7 +97,9 @@ void OutputCheck(const std::string& name, const std::optional<Value>& expected,
         return;
     }
     Mismatch m{"outputs." + name,     Shown(expected),     Shown(actual),
-               ValueOrNull(expected), ValueOrNull(actual), ""};
+               ValueOrNull(expected), ValueOrNull(actual), "",
+               std::nullopt};
+    m.difference = TextsDiffer(expected, actual);
     if (!known) {
         m.note = "no such output" + DidYouMean(ClosestWord(name, run.outputNames));
         m.actual = m.note;
@@ -84,21 +109,44 @@ void OutputCheck(const std::string& name, const std::optional<Value>& expected,
 
 }  // namespace
 
+std::optional<Difference> FirstDifference(const std::string& expected, const std::string& actual) {
+    const auto at = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end());
+    if (at.first == expected.end() && at.second == actual.end()) return std::nullopt;
+    Difference d;
+    d.offset = static_cast<size_t>(at.first - expected.begin());
+    if (at.first != expected.end()) d.expected = static_cast<unsigned char>(*at.first);
+    if (at.second != actual.end()) d.actual = static_cast<unsigned char>(*at.second);
+    return d;
+}
+
+std::string DifferenceText(const Difference& d) {
+    const auto byte = [](const std::optional<unsigned char>& b) {
+        if (!b) return std::string("end of text");
+        char hex[8];
+        std::snprintf(hex, sizeof hex, "0x%02X", *b);
+        return "'" + Visible(std::string(1, static_cast<char>(*b))) + "' (" + hex + ")";
+    };
+    std::string where = "first difference at byte " + std::to_string(d.offset);
+    if (d.element) where += " of element " + std::to_string(*d.element);
+    return where + ": expected " + byte(d.expected) + ", got " + byte(d.actual);
+}
+
 Mismatch StatusMismatch(int expected, int actual) {
     return {"status",
             StatusText(expected),
             StatusText(actual),
             JsonPtr(cJSON_CreateNumber(expected)),
             JsonPtr(cJSON_CreateNumber(actual)),
-            ""};
+            "",
+            std::nullopt};
 }
 
 std::vector<Mismatch> CheckRun(const Expectation& e, const RunReport& run, size_t& checks) {
     std::vector<Mismatch> out;
     Status(e, run.status, out, checks);
-    Text("verdict", e.verdict, run.verdict, out, checks);
-    Text("show_text_en", e.showTextEn, run.showTextEn, out, checks);
-    Text("show_text_cn", e.showTextCn, run.showTextCn, out, checks);
+    Text("verdict", e.verdict, run.verdict, false, out, checks);
+    Text("show_text_en", e.showTextEn, run.showTextEn, true, out, checks);
+    Text("show_text_cn", e.showTextCn, run.showTextCn, true, out, checks);
     for (const auto& [name, expected] : e.outputs) {
         ++checks;
         OutputCheck(name, expected, run, out);

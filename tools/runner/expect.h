@@ -1,6 +1,7 @@
 // Checks what a run gave against what its scenario expects.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,19 @@
 #include "session.h"
 
 namespace preview {
+
+// Where two texts first differ: the byte offset and the byte each has there, none where a text
+// ends; for lists of texts, in which element.
+struct Difference {
+    std::optional<size_t> element;
+    size_t offset = 0;
+    std::optional<unsigned char> expected;
+    std::optional<unsigned char> actual;
+};
+// None when the texts are equal.
+std::optional<Difference> FirstDifference(const std::string& expected, const std::string& actual);
+// "first difference at byte 9: expected end of text, got '\n' (0x0A)".
+std::string DifferenceText(const Difference& difference);
 
 struct Mismatch {
     std::string what;  // "status", "outputs.count", "log", ...
@@ -22,6 +36,8 @@ struct Mismatch {
     // For test --json, what the text form tells beside the values: why a first read was
     // refused, "no such output" with the closest name. May be empty.
     std::string note;
+    // For a text or a text output: where the bytes first differ.
+    std::optional<Difference> difference;
 };
 
 // Each expectation that does not hold, in the order they are written; checks counts the

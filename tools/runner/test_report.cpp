@@ -2,6 +2,8 @@
 
 #include <cjson/cJSON.h>
 
+#include <optional>
+
 #include "diag.h"
 #include "report.h"
 
@@ -17,7 +19,33 @@ std::string FindingPlace(const Outcome& o, int run) {
 }
 
 std::string MismatchText(const Mismatch& m) {
-    return m.what + ": expected " + m.expected + ", got " + m.actual;
+    return m.what + ": expected " + m.expected + ", got " + m.actual +
+           (m.difference ? "; " + DifferenceText(*m.difference) : "");
+}
+
+// Why a run, or the first read (run -1), ended as it did: its status and the module's first
+// error line.
+struct Why {
+    int status = 0;
+    std::optional<std::string> firstError;  // without its line end
+};
+
+Why WhyOf(const Outcome& o, int run) {
+    const std::vector<LogLine>& log = run < 0 ? o.init.log : o.runs[run].log;
+    Why why{run < 0 ? o.init.status : o.runs[run].status, std::nullopt};
+    for (const LogLine& line : log) {
+        if (line.level < LOG_LEVEL_ERR) continue;
+        std::string text = StripColour(line.text);
+        while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+        why.firstError = text;
+        break;
+    }
+    return why;
+}
+
+std::string WhyText(const Why& why) {
+    return "status " + StatusText(why.status) + "; " +
+           (why.firstError ? "first error line: " + Visible(*why.firstError) : "no error line");
 }
 
 cJSON* Copy(const JsonPtr& json) {
@@ -47,6 +75,26 @@ cJSON* OutcomeJson(const Outcome& o) {
         cJSON_AddItemToObject(m, "expected", Copy(f.mismatch.expectedJson));
         cJSON_AddItemToObject(m, "actual", Copy(f.mismatch.actualJson));
         if (!f.mismatch.note.empty()) cJSON_AddStringToObject(m, "note", f.mismatch.note.c_str());
+        const Why why = WhyOf(o, f.run);
+        cJSON_AddNumberToObject(m, "run_status", why.status);
+        cJSON_AddStringToObject(m, "run_status_hex", Hex(why.status).c_str());
+        cJSON_AddStringToObject(m, "run_status_meaning", StatusMeaning(why.status).c_str());
+        cJSON_AddItemToObject(
+            m, "first_error",
+            why.firstError ? cJSON_CreateString(why.firstError->c_str()) : cJSON_CreateNull());
+        if (const auto& d = f.mismatch.difference) {
+            cJSON* diff = cJSON_AddObjectToObject(m, "difference");
+            cJSON_AddItemToObject(
+                diff, "element",
+                d->element ? cJSON_CreateNumber(double(*d->element)) : cJSON_CreateNull());
+            cJSON_AddNumberToObject(diff, "offset", static_cast<double>(d->offset));
+            cJSON_AddItemToObject(
+                diff, "expected",
+                d->expected ? cJSON_CreateNumber(*d->expected) : cJSON_CreateNull());
+            cJSON_AddItemToObject(diff, "actual",
+                                  d->actual ? cJSON_CreateNumber(*d->actual) : cJSON_CreateNull());
+            cJSON_AddStringToObject(diff, "text", DifferenceText(*d).c_str());
+        }
         cJSON_AddItemToArray(mismatches, m);
     }
     return entry;
@@ -60,8 +108,13 @@ void PrintOutcome(const Outcome& o, bool colour) {
     const char* off = colour ? "\033[0m" : "";
     Print("%s: %s%s%s (%s, %s)\n", o.file.c_str(), on, word, off,
           Plural(o.runs.size(), "run").c_str(), Plural(o.checks, "check").c_str());
-    for (const Finding& f : o.found) {
-        Print("  %s: %s\n", FindingPlace(o, f.run).c_str(), MismatchText(f.mismatch).c_str());
+    // Per run (found in run order): why it ended as it did, then what does not hold.
+    for (size_t i = 0; i < o.found.size(); ++i) {
+        const Finding& f = o.found[i];
+        if (i == 0 || o.found[i - 1].run != f.run) {
+            Print("  %s: %s\n", FindingPlace(o, f.run).c_str(), WhyText(WhyOf(o, f.run)).c_str());
+        }
+        Print("    %s\n", MismatchText(f.mismatch).c_str());
     }
 }
 
@@ -94,11 +147,19 @@ std::string Xml(const std::string& text) {
 }
 
 // One testcase: its mismatches as one failure, the first in the message, all in the body.
-std::string TestCase(const std::string& suite, const std::string& name,
-                     const std::vector<const Mismatch*>& mismatches) {
-    std::string xml = "    <testcase classname=\"" + Xml(suite) + "\" name=\"" + Xml(name) + "\"";
+// Seconds as JUnit writes them, to the millisecond.
+std::string Time(double seconds) {
+    char text[32];
+    std::snprintf(text, sizeof text, " time=\"%.3f\"", seconds);
+    return text;
+}
+
+std::string TestCase(const std::string& suite, const std::string& name, double seconds,
+                     const Why& why, const std::vector<const Mismatch*>& mismatches) {
+    std::string xml =
+        "    <testcase classname=\"" + Xml(suite) + "\" name=\"" + Xml(name) + "\"" + Time(seconds);
     if (mismatches.empty()) return xml + "/>\n";
-    std::string body;
+    std::string body = WhyText(why) + "\n";
     for (const Mismatch* m : mismatches) body += MismatchText(*m) + "\n";
     const std::string message = mismatches.size() == 1
                                     ? MismatchText(*mismatches[0])
@@ -112,13 +173,14 @@ std::string Counts(size_t tests, size_t failures, size_t errors) {
            "\" errors=\"" + std::to_string(errors) + "\"";
 }
 
-std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t& errors) {
+std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t& errors,
+                      double& total) {
     std::string cases;
     size_t count = 0;
     size_t failed = 0;
     if (o.Broken()) {
-        cases = "    <testcase classname=\"" + Xml(o.file) + "\" name=\"scenario\">\n" +
-                "      <error message=\"" + Xml(o.error) + "\"/>\n    </testcase>\n";
+        cases = "    <testcase classname=\"" + Xml(o.file) + "\" name=\"scenario\"" + Time(0) +
+                ">\n" + "      <error message=\"" + Xml(o.error) + "\"/>\n    </testcase>\n";
         count = 1;
         ++errors;
     }
@@ -128,14 +190,21 @@ std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t&
             if (f.run == run) mine.push_back(&f.mismatch);
         }
         if (run < 0 && mine.empty() && !o.scenario.expectInit) continue;
-        cases += TestCase(o.file, FindingPlace(o, run), mine);
+        const double seconds = run < 0 ? o.initSeconds
+                               : static_cast<size_t>(run) < o.runSeconds.size()
+                                   ? o.runSeconds[static_cast<size_t>(run)]
+                                   : 0.0;
+        cases += TestCase(o.file, FindingPlace(o, run), seconds, WhyOf(o, run), mine);
         ++count;
         failed += mine.empty() ? 0 : 1;
     }
     tests += count;
     failures += failed;
+    double seconds = o.initSeconds;
+    for (const double s : o.runSeconds) seconds += s;
+    total += seconds;
     return "  <testsuite name=\"" + Xml(o.file) + "\"" + Counts(count, failed, o.Broken() ? 1 : 0) +
-           ">\n" + cases + "  </testsuite>\n";
+           Time(seconds) + ">\n" + cases + "  </testsuite>\n";
 }
 
 }  // namespace
@@ -145,10 +214,11 @@ std::string JUnitXml(const std::vector<Outcome>& outcomes) {
     size_t tests = 0;
     size_t failures = 0;
     size_t errors = 0;
-    for (const Outcome& o : outcomes) suites += TestSuite(o, tests, failures, errors);
+    double seconds = 0;
+    for (const Outcome& o : outcomes) suites += TestSuite(o, tests, failures, errors, seconds);
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"formatv2_preview "
            "test\"" +
-           Counts(tests, failures, errors) + ">\n" + suites + "</testsuites>\n";
+           Counts(tests, failures, errors) + Time(seconds) + ">\n" + suites + "</testsuites>\n";
 }
 
 }  // namespace preview

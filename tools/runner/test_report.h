@@ -30,6 +30,9 @@ struct Outcome {
     std::vector<RunReport> runs;  // what each run gave
     std::vector<Finding> found;
     bool updated = false;  // --update rewrote the file
+    // Wall-clock seconds: loading the module with the first read, and each run.
+    double initSeconds = 0;
+    std::vector<double> runSeconds;
 
     bool Broken() const { return !error.empty(); }
     bool Holds() const { return !Broken() && found.empty(); }
