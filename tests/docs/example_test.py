@@ -27,7 +27,8 @@ def main():
         with open(os.path.join(folder, name), encoding="utf-8") as f:
             files.append(json.load(f))
     config, scenario = files
-    expected = scenario["runs"][0]["expect"]["outputs"][config["ParamName"]]["string"].encode("utf-8")
+    output = scenario["runs"][0]["expect"]["outputs"][config["ParamName"]]
+    expected = output["string"].encode("utf-8")
 
     failures = []
     if shown != files:
