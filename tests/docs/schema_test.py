@@ -53,6 +53,7 @@ REFUSED = [
     ("missing: IsCustomEdit of a single row", changed(["SubParamList", 0, "IsCustomEdit"], None)),
     ("missing: Separator of a field", changed(["SubParamList", 1, "Array", 0, "Separator"], None)),
     ("range: ConvertType 4", changed(["SubParamList", 0, "ConvertType"], 4)),
+    ("range: ConvertType 1 in joined mode", changed(["StrConcateEnable"], 1)),
     ("range: IsCustomEdit 2", changed(["SubParamList", 0, "IsCustomEdit"], 2)),
     ("range: StrTruncStart -1", changed(["SubParamList", 0, "StrTruncStart"], -1)),
     ("range: empty ParamName", changed(["SubParamList", 0, "ParamName"], "")),
