@@ -3,15 +3,16 @@
 # Idempotent: packages already present are left alone and nothing is downloaded again.
 set -euo pipefail
 
-# debootstrap makes the Debian 11 device root (scripts/sysroot.sh); googletest's sources let
+# debootstrap makes the Debian 11 roots (scripts/sysroot.sh); googletest's sources let
 # a build outside the device root use the old string ABI (FORMATV2_OLD_STRING_ABI); the fault
 # harness (scripts/mutants.sh) builds with Ninja and asks it for each object's inputs; git
 # lists the tracked files for the fault harness, the test share (scripts/test-share.sh) and the
 # format check (scripts/format-check.sh, with clang-format); the SARIF validator the tests run
-# (tests/validators, from the npm registry) is a .NET program that needs ICU.
+# (tests/validators, from the npm registry) is a .NET program that needs ICU; the CI recipe's
+# test reads the YAML of docs/ci.md.
 native_pkgs=(cmake g++ make ninja-build git libcjson-dev libgtest-dev libgmock-dev
              libbenchmark-dev libfmt-dev libspdlog-dev clang clang-format libclang-rt-14-dev gcovr
-             python3 python3-jsonschema dpkg-dev file debootstrap googletest libicu72)
+             python3 python3-jsonschema python3-yaml dpkg-dev file debootstrap googletest libicu72)
 # libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
 # package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.
 armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf

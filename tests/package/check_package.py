@@ -3,11 +3,11 @@
   check_package.py needs READELF MODULE DATA
       DATA (cmake/device-needs.json) names exactly the libraries the module needs and the
       highest symbol version it asks of each (GLIBC_, GLIBCXX_, CXXABI_, GCC_)
-  check_package.py floor READELF PACKAGE_DIR VERSION DATA
-      no ELF file in the .deb packages asks for a symbol version newer than DATA's floor;
-      prints the newest version each file asks for
-  check_package.py content READELF PACKAGE_DIR VERSION DEFAULT_CONFIG
-      the module tarball holds a stripped 32-bit ARM module exporting the entry points and the
+  check_package.py floor READELF PACKAGE_DIR VERSION ARCH DATA
+      no ELF file in the ARCH (armhf, amd64) .deb packages asks for a symbol version newer than
+      DATA's floor; prints the newest version each file asks for
+  check_package.py content READELF PACKAGE_DIR VERSION ARCH DEFAULT_CONFIG
+      the module tarball holds a stripped module for ARCH exporting the entry points and the
       default configuration, and no libalgo.so; the runner's tarball keeps its stand-in in a
       private folder on its RPATH; the module's .deb declares dependencies
   check_package.py doc DATA DOC
@@ -27,6 +27,8 @@ import tempfile
 
 DEVICE_DIR = "mnt/app/zrs_so/so/formatv2/"
 PREVIEW_LIB_DIR = "usr/lib/formatv2-preview"
+# Debian architecture: ELF class (1: 32-bit, 2: 64-bit) and e_machine (40: ARM, 62: x86-64).
+MACHINES = {"armhf": (1, 40), "amd64": (2, 62)}
 VERSION = re.compile(r"\b(GLIBCXX|GLIBC|CXXABI|GCC)_(\d+(?:\.\d+)*)\b")
 failures = []
 
@@ -112,9 +114,9 @@ def version_key(name):
     return family, tuple(int(n) for n in number.split("."))
 
 
-def floor(tool, folder, version, data):
+def floor(tool, folder, version, arch, data):
     limits = dict(map(version_key, load(data)[1]))
-    debs = sorted(pathlib.Path(folder).glob(f"*_{version}_armhf.deb"))
+    debs = sorted(pathlib.Path(folder).glob(f"*_{version}_{arch}.deb"))
     check(len(debs) == 2, f"expected the two .deb packages in {folder}, found {debs}")
     for deb in debs:
         with tempfile.TemporaryDirectory() as root:
@@ -135,9 +137,9 @@ def extract(archive, name, path):
         out.write(archive.extractfile(name).read())
 
 
-def content(tool, folder, version, default_config):
-    module_tgz = f"{folder}/formatv2-{version}-armhf.tar.gz"
-    preview_tgz = f"{folder}/formatv2-preview-{version}-armhf.tar.gz"
+def content(tool, folder, version, arch, default_config):
+    module_tgz = f"{folder}/formatv2-{version}-{arch}.tar.gz"
+    preview_tgz = f"{folder}/formatv2-preview-{version}-{arch}.tar.gz"
     with tarfile.open(module_tgz) as tgz:
         names = set(tgz.getnames())
         check(not any(n.endswith("libalgo.so") for n in names), "libalgo.so in the module tarball")
@@ -151,9 +153,10 @@ def content(tool, folder, version, default_config):
         extract(tgz, library, f"{folder}/check-libformatv2.so")
     module = f"{folder}/check-libformatv2.so"
     header = open(module, "rb").read(20)
-    # e_ident: class 1 = 32-bit, data 1 = little-endian; e_machine 40 = ARM.
-    check(header[:4] == b"\x7fELF" and header[4] == 1 and header[5] == 1
-          and int.from_bytes(header[18:20], "little") == 40, "module is no 32-bit ARM ELF")
+    # e_ident: class, data 1 = little-endian; e_machine.
+    elf_class, machine = MACHINES[arch]
+    check(header[:4] == b"\x7fELF" and header[4] == elf_class and header[5] == 1
+          and int.from_bytes(header[18:20], "little") == machine, f"module is no {arch} ELF")
     sections = readelf(tool, ["-S"], module)
     check(".symtab" not in sections and ".debug_" not in sections, "module is not stripped")
     exported = set(re.findall(r"FUNC\s+GLOBAL\s+DEFAULT\s+\d+\s+(\w+)",
@@ -168,7 +171,7 @@ def content(tool, folder, version, default_config):
     check("(RPATH)" in dynamic and "[$ORIGIN/../lib/formatv2-preview]" in dynamic,
           "runner does not find its stand-in before LD_LIBRARY_PATH")
 
-    depends = subprocess.run(["dpkg-deb", "-f", f"{folder}/formatv2_{version}_armhf.deb", "Depends"],
+    depends = subprocess.run(["dpkg-deb", "-f", f"{folder}/formatv2_{version}_{arch}.deb", "Depends"],
                              capture_output=True, text=True).stdout
     check("libcjson1" in depends and "libc6" in depends, f"module .deb Depends: {depends!r}")
 
