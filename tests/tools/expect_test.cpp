@@ -3,6 +3,8 @@
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -17,7 +19,9 @@ namespace {
 
 // An expectation as a scenario writes it, read by the scenario reader.
 Expectation Expect(const std::string& json) {
-    const std::string path = testing::TempDir() + "expect_test.json";
+    // One file per process: ctest runs the cases in parallel, each in a process of its own.
+    const std::string path =
+        testing::TempDir() + "expect_test." + std::to_string(getpid()) + ".json";
     std::ofstream(path, std::ios::binary)
         << R"({"config": {}, "runs": [{"expect": )" << json << "}]}";
     Scenario s;

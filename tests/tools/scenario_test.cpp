@@ -2,6 +2,8 @@
 // FILE:LINE:COL of the key or value concerned.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <climits>
 #include <fstream>
 #include <string>
@@ -12,7 +14,9 @@ namespace preview {
 namespace {
 
 std::string Write(const std::string& text) {
-    const std::string path = testing::TempDir() + "scenario_test.json";
+    // One file per process: ctest runs the cases in parallel, each in a process of its own.
+    const std::string path =
+        testing::TempDir() + "scenario_test." + std::to_string(getpid()) + ".json";
     std::ofstream(path, std::ios::binary) << text;
     return path;
 }

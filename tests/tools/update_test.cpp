@@ -3,6 +3,8 @@
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <fstream>
 #include <string>
 #include <vector>
@@ -13,8 +15,9 @@
 namespace preview {
 namespace {
 
+// One file per process: ctest runs the cases in parallel, each in a process of its own.
 std::string Path() {
-    return testing::TempDir() + "update_test.json";
+    return testing::TempDir() + "update_test." + std::to_string(getpid()) + ".json";
 }
 
 // An outcome of the scenario text, with what its first read and runs gave.
