@@ -1,12 +1,17 @@
 """The fault harness behind scripts/mutants.sh (usage and what it reports: see there).
 
-Run from the repository's root: scripts/mutants.py [-o FILE] [-r REV] [ID...]
+Run from the repository's root: scripts/mutants.py [--check] [-o FILE] [-r REV] [ID...]
 """
 import hashlib, io, os, re, subprocess, sys, tarfile, time
 
 args = sys.argv[1:]
 out_file = rev = None
-while args[:1] in (["-o"], ["-r"]):
+check = False
+while args[:1] in (["-o"], ["-r"], ["--check"]):
+    if args[0] == "--check":
+        check = True
+        args = args[1:]
+        continue
     if args[0] == "-o":
         out_file = args[1]
     else:
@@ -36,21 +41,6 @@ else:
     tree = {f for f in listed if f and os.path.isfile(f)}
     content = lambda f: open(f, "rb").read()
     mode = lambda f: os.stat(f).st_mode
-files = set(tree)
-for f in files:
-    data = content(f)
-    target = os.path.join(src, f)
-    if not os.path.exists(target) or open(target, "rb").read() != data:
-        os.makedirs(os.path.dirname(target) or ".", exist_ok=True)
-        open(target, "wb").write(data)
-        os.chmod(target, mode(f))
-for root, dirs, names in os.walk(src):
-    if root == src and "build" in dirs:
-        dirs.remove("build")
-    for name in names:
-        path = os.path.join(root, name)
-        if os.path.relpath(path, src) not in files:
-            os.remove(path)
 
 faults = []
 for number, line in enumerate(open("scripts/mutants.txt", encoding="utf-8"), 1):
@@ -66,6 +56,39 @@ for number, line in enumerate(open("scripts/mutants.txt", encoding="utf-8"), 1):
     if not only or fid in only:
         faults.append((fid, path, find.replace("{NL}", "\n"), repl.replace("{NL}", "\n"),
                        what, preset))
+unknown = only - {fault[0] for fault in faults}
+if unknown:
+    sys.exit("no such fault in scripts/mutants.txt: " + " ".join(sorted(unknown)))
+
+# --check: every fault's text must stand exactly once in its file; nothing is built.
+if check:
+    seen, wrong = set(), 0
+    for fid, path, find, repl, what, preset in faults:
+        count = content(path).decode("utf-8").count(find) if path in tree else 0
+        problem = ("id used twice" if fid in seen else f"found {count} times" if count != 1 else
+                   "the replacement equals the text" if repl == find else "")
+        if problem:
+            wrong += 1
+            print(f"{fid} {path}: {problem}")
+        seen.add(fid)
+    print(f"{len(faults)} faults, {wrong} wrong")
+    sys.exit(1 if wrong else 0)
+
+files = set(tree)
+for f in files:
+    data = content(f)
+    target = os.path.join(src, f)
+    if not os.path.exists(target) or open(target, "rb").read() != data:
+        os.makedirs(os.path.dirname(target) or ".", exist_ok=True)
+        open(target, "wb").write(data)
+        os.chmod(target, mode(f))
+for root, dirs, names in os.walk(src):
+    if root == src and "build" in dirs:
+        dirs.remove("build")
+    for name in names:
+        path = os.path.join(root, name)
+        if os.path.relpath(path, src) not in files:
+            os.remove(path)
 
 
 def build_tree(preset):

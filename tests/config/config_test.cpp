@@ -266,6 +266,34 @@ TEST_F(Cfg, BadInputAndLimits) {
     }
 }
 
+// With a sink the reader reads on past a refusal, but never checks what a key it could not read
+// would have held: a missing subscription text is no refused subscription, and two missing
+// names are no duplicate. Each case tells its row codes once.
+TEST(ConfigSink, AKeyThatCannotBeReadIsToldOnce) {
+    struct Codes : ConfigRefusalSink {
+        std::string told;
+        void Refused(const ConfigRefusal& refusal) override {
+            told += std::to_string(refusal.code) + " ";
+        }
+    };
+    const std::string noText = R"("SubParamStr":5,)", noName = R"("ParamName":5,)";
+    const std::pair<Strings, std::string> cases[] = {
+        {{ArrayRow("v", {{"1:a:p:*:%d", ","}}, noText)}, "-1 "},
+        {{Row("v", "1:a:p:*:%d", 3, 0, noText)}, "-6 "},
+        {{Row("v", "1:a:p:*:%d", 3, 0, noName), Row("w", "1:a:q:*:%d", 3, 0, noName)}, "-12 -12 "},
+    };
+    for (const auto& [rows, told] : cases) {
+        Codes sink;
+        std::string moduleName, paramName;
+        int concat = 0;
+        std::vector<DataSection> items;
+        EXPECT_EQ(ConfigReader({}, &CAlgoUtils::ParseSubscribeItem, &sink)
+                      .Parse(Config(rows).c_str(), {moduleName, concat, paramName, items}),
+                  kRefused);
+        EXPECT_EQ(sink.told, told) << rows[0];
+    }
+}
+
 // Subscriptions: only subscribed values and array fields, in item order, texts cut to 63.
 // Publications: host entries copied unread, the joined output, one record per item, exactly
 // one group enabled. (Indices outside the tables: the configuration fuzz target's checks.)

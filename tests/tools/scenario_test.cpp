@@ -52,6 +52,8 @@ TEST(Scenario, ErrorsArePlacedAndNumbersRangeChecked) {
          "module_id: must be a whole number from 0 to 299"},
         {"{\"config\": {},\n\"module_id\": -1}", ":2:14",
          "module_id: must be a whole number from 0 to 299"},
+        {"{\"config\": {},\n\"module_id\": 300}", ":2:14",
+         "module_id: must be a whole number from 0 to 299"},
         {"{\"config\": {},\n\"algo_id\": 1e10}", ":2:12", "algo_id" + whole},
         // Unknown keys at the key, a missing one at its object.
         {"{\"config\": {},\n\"runs\": [{\"name\": \"x\", \"img_mod\": 0}]}", ":2:24",
