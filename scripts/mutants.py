@@ -89,6 +89,11 @@ for root, dirs, names in os.walk(src):
         path = os.path.join(root, name)
         if os.path.relpath(path, src) not in files:
             os.remove(path)
+# The tools that setup.sh installs beside the tree for the tests (ignored by git), linked in.
+for installed in ["tests/validators/node_modules"]:
+    link = os.path.join(src, installed)
+    if os.path.isdir(installed) and not os.path.islink(link):
+        os.symlink(os.path.abspath(installed), link)
 
 
 def build_tree(preset):
