@@ -395,10 +395,6 @@ void Tell(const Diagnostics& diag, const std::string& name, const std::string& t
     }
 }
 
-bool Fails(const Warning& w) {
-    return RuleOf(w.rule).level == Level::kError;
-}
-
 bool EveryRunFails(const Verdict& v) {
     return std::any_of(v.warnings.begin(), v.warnings.end(), Fails);
 }

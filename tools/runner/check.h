@@ -39,9 +39,7 @@ struct SarifFile {
 // version: the runner's. The driver lists every rule of the table, with its summary and fix.
 cJSON* SarifJson(const std::vector<SarifFile>& files, const std::string& version);
 
-// Whether a finding makes every run fail (an error, though the module accepts the file), and
-// whether a verdict holds one.
-bool Fails(const Warning& finding);
+// Whether a verdict holds a finding that makes every run fail (Fails).
 bool EveryRunFails(const Verdict& verdict);
 
 // Drops the warnings of the rules named (refusals stay: the module refuses regardless).

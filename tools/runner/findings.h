@@ -38,6 +38,11 @@ struct Warning {
     Place place;
 };
 
+// Whether a finding makes every run fail (an error, though the module accepts the file).
+inline bool Fails(const Warning& w) {
+    return RuleOf(w.rule).level == Level::kError;
+}
+
 // Why the module refused a configuration.
 struct Refusal {
     int status = 0;           // the read's status (kStatusConfigRefused, ...)

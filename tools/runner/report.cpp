@@ -257,7 +257,7 @@ cJSON* WarningsJson(const std::vector<Warning>& warnings) {
         AddLocation(obj, w.at);
         AddPlace(obj, w.place);
         cJSON_AddStringToObject(obj, "rule", RuleOf(w.rule).id);
-        const bool fails = RuleOf(w.rule).level == Level::kError;
+        const bool fails = Fails(w);
         cJSON_AddStringToObject(obj, "level", fails ? "error" : "warning");
         AddNumberOrNull(obj, "status", fails, w.status);
         AddTextOrNull(obj, "status_hex",
