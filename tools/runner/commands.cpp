@@ -211,6 +211,35 @@ void ReportOutcomes(const std::vector<Outcome>& outcomes, const Options& options
 
 }  // namespace
 
+bool Play(Session& session, const Scenario& scenario, InitReport& init, Report& report,
+          int logLevel, const std::function<void(const Examined&)>& told, std::string& error,
+          std::vector<RunReport>* runs) {
+    ConfigSource current = scenario.config;
+    const Verdict verdict = Examine(init.status, current.text);
+    told({std::nullopt, current, verdict});
+    init.log = Shown(init.log, logLevel);
+    report.Init(init, verdict.refusal, verdict.warnings);
+
+    for (size_t index = 0; index < scenario.runs.size(); ++index) {
+        const RunSpec& plan = scenario.runs[index];
+        RunReport run;
+        if (plan.newConfig) current = *plan.newConfig;
+        if (!session.Run(plan, run, error)) {
+            error = "runs[" + std::to_string(index) + "]." + error;
+            return false;
+        }
+        Verdict reread;
+        if (run.tables) {
+            reread = Examine(*run.paramStatus, current.text);
+            told({index, current, reread});
+        }
+        run.log = Shown(run.log, logLevel);
+        report.Run(index, run, reread.refusal, reread.warnings);
+        if (runs != nullptr) runs->push_back(std::move(run));
+    }
+    return true;
+}
+
 int RunCommand(const std::string& path, const Options& options) {
     const Diagnostics diag(ColourFor(STDERR_FILENO));
     Scenario scenario;
@@ -223,41 +252,24 @@ int RunCommand(const std::string& path, const Options& options) {
     InitReport init;
     if (!Start(session, scenario, init, options, diag)) return kExitUsage;
     Report report({options.json, !options.json && ColourFor(STDOUT_FILENO)});
-    std::string error;
     int exit = kExitOk;
-    ConfigSource current = scenario.config;
-    Verdict verdict = Examine(init.status, current.text);
-    Tell(diag, current.name, current.text, verdict);
-    if (verdict.refusal) exit = kExitFailed;
-    init.log = Shown(init.log, options.logLevel);
-    report.Init(init, verdict.refusal, verdict.warnings);
-
-    for (size_t index = 0; index < scenario.runs.size(); ++index) {
-        const RunSpec& plan = scenario.runs[index];
-        RunReport run;
-        if (plan.newConfig) current = *plan.newConfig;
-        const std::string where = "runs[" + std::to_string(index) + "]";
-        if (!session.Run(plan, run, error)) {
-            report.Finish();
-            diag.Say(Severity::kError, DisplayName(path), where + "." + error);
-            return kExitUsage;
+    const auto told = [&](const Examined& e) {
+        if (e.verdict.refusal) exit = kExitFailed;
+        if (e.run && e.verdict.refusal) {
+            diag.Say(Severity::kNote, DisplayName(path),
+                     "runs[" + std::to_string(*e.run) +
+                         "]: re-reading the configuration was refused; the module keeps what "
+                         "the failed read left");
         }
-        Verdict reread;
-        if (run.tables) {
-            reread = Examine(*run.paramStatus, current.text);
-            if (reread.refusal) {
-                diag.Say(Severity::kNote, DisplayName(path),
-                         where +
-                             ": re-reading the configuration was refused; the module keeps "
-                             "what the failed read left");
-                exit = kExitFailed;
-            }
-            Tell(diag, current.name, current.text, reread);
-        }
-        run.log = Shown(run.log, options.logLevel);
-        report.Run(index, run, reread.refusal, reread.warnings);
-    }
+        Tell(diag, e.config.name, e.config.text, e.verdict);
+    };
+    std::string error;
+    const bool played = Play(session, scenario, init, report, options.logLevel, told, error);
     report.Finish();
+    if (!played) {
+        diag.Say(Severity::kError, DisplayName(path), error);
+        return kExitUsage;
+    }
     return exit;
 }
 

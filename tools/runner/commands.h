@@ -2,6 +2,8 @@
 // process exit code.
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,7 +28,31 @@ struct Options {
     bool sarif = false;          // check: SARIF 2.1.0 instead of text or JSON
     std::vector<Rule> disabled;  // check: warnings not reported
     std::string version;         // the runner's, as --version shows it
+    std::string listen = "127.0.0.1:8700";  // serve: where
 };
+
+class Session;
+struct ConfigSource;
+struct Scenario;
+struct Verdict;
+struct InitReport;
+struct RunReport;
+class Report;
+
+// A configuration read during a play: the first read (no run) or a run's re-read.
+struct Examined {
+    std::optional<size_t> run;
+    const ConfigSource& config;
+    const Verdict& verdict;
+};
+
+// Drives the first read (init, from Session::Init) and every run of scenario into report,
+// telling each read's verdict; log lines below logLevel are left out. False with error
+// ("runs[N]. ...") when a run names a value that no subscription reads. runs, when given,
+// receives what each run gave.
+bool Play(Session& session, const Scenario& scenario, InitReport& init, Report& report,
+          int logLevel, const std::function<void(const Examined&)>& told, std::string& error,
+          std::vector<RunReport>* runs = nullptr);
 
 int RunCommand(const std::string& scenario, const Options& options);
 int CheckCommand(const std::vector<std::string>& files, const Options& options);

@@ -458,8 +458,13 @@ void Report::Run(size_t index, const RunReport& run, const std::optional<Refusal
 
 void Report::Finish() {
     if (!m_printer.json) return;
-    PrintJson(m_json->root);
+    PrintJson(Take());
+}
+
+cJSON* Report::Take() {
+    cJSON* root = m_json->root;
     m_json->root = nullptr;
+    return root;
 }
 
 }  // namespace preview

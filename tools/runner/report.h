@@ -35,6 +35,8 @@ class Report {
     void Run(size_t index, const RunReport& run, const std::optional<Refusal>& refusal,
              const std::vector<Warning>& warnings);
     void Finish();
+    // The JSON form gathered so far, handed over instead of printed (the caller deletes it).
+    cJSON* Take();
 
   private:
     struct Json;

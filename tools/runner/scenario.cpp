@@ -365,11 +365,16 @@ bool operator==(const Value& a, const Value& b) {
 bool LoadScenario(const std::string& path, Scenario& out, FileError& error) {
     std::string text;
     std::string reason;
-    error.where = DisplayName(path);
     if (!ReadInput(path, text, reason)) {
+        error.where = DisplayName(path);
         error.message = reason;
         return false;
     }
+    return LoadScenarioText(path, text, out, error);
+}
+
+bool LoadScenarioText(const std::string& path, std::string text, Scenario& out, FileError& error) {
+    error.where = DisplayName(path);
     // Bytes of no UTF-8 character come as \udcHH, as the reports write them.
     const std::string written = text;
     text = ReadByteEscapes(text);

@@ -77,5 +77,7 @@ struct FileError {
 // and names the key's path (runs[2].img_mod); unknown keys name the closest known key. Numbers
 // must fit what they are read into (whole where an int is meant).
 bool LoadScenario(const std::string& path, Scenario& out, FileError& error);
+// The same for a scenario's text as given (an editor's), read as if it stood at path.
+bool LoadScenarioText(const std::string& path, std::string text, Scenario& out, FileError& error);
 
 }  // namespace preview
