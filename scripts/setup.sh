@@ -9,10 +9,14 @@ set -euo pipefail
 # lists the tracked files for the fault harness, the test share (scripts/test-share.sh) and the
 # format check (scripts/format-check.sh, with clang-format); the SARIF validator the tests run
 # (tests/validators, from the npm registry) is a .NET program that needs ICU; the CI recipe's
-# test reads the YAML of docs/ci.md.
+# test reads the YAML of docs/ci.md. The browser preview serves with cpp-httplib and embeds
+# CodeMirror; its tests drive headless Chromium with Selenium, and a CJK font renders the
+# Chinese display texts in its screenshots.
 native_pkgs=(cmake g++ make ninja-build git libcjson-dev libgtest-dev libgmock-dev
              libbenchmark-dev libfmt-dev libspdlog-dev clang clang-format libclang-rt-14-dev gcovr
-             python3 python3-jsonschema python3-yaml dpkg-dev file debootstrap googletest libicu72)
+             python3 python3-jsonschema python3-yaml dpkg-dev file debootstrap googletest libicu72
+             libcpp-httplib-dev libjs-codemirror chromium chromium-driver python3-selenium
+             fonts-wqy-microhei pkg-config)
 # libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
 # package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.
 armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf
@@ -77,3 +81,6 @@ fi
 # Its package marks the program executable in an install script, which newer npm skips.
 tool="$validators/node_modules/@microsoft/sarif-multitool-linux/Sarif.Multitool"
 if [ -f "$tool" ]; then chmod u+x "$tool"; fi
+
+# cpp-httplib's header for the builds against the Debian 11 roots (see the script).
+bash "$(dirname "$0")/httplib-source.sh"

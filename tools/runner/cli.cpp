@@ -7,8 +7,10 @@
 #include <cstring>
 
 #include "diag.h"
+#include "live.h"
 #include "log/log.h"
 #include "rules.h"
+#include "serve.h"
 
 namespace preview {
 namespace {
@@ -24,7 +26,8 @@ enum : int {
     kLogLevel,
     kJunit,
     kUpdate,
-    kModule
+    kModule,
+    kListen
 };
 
 struct Switch {
@@ -49,6 +52,8 @@ const Switch kSwitches[] = {
     {kModule, "module", "LIB",
      "the module library to load (default: the\nlibformatv2.so built with the runner, else\n"
      "/mnt/app/zrs_so/so/formatv2/libformatv2.so)"},
+    {kListen, "listen", "ADDR:PORT",
+     "the address and port to serve on (default:\n127.0.0.1:8700; port 0: any free port)"},
     {kVersion, "version", nullptr, "show the version and exit"},
     {kHelp, "help", nullptr, "show this help and exit"},
 };
@@ -85,6 +90,13 @@ const Command kCommands[] = {
      "scenario files, or folders searched for scenario.json\nand *.scenario.json",
      "test needs at least one SCENARIO or DIR",
      {kJson, kJunit, kUpdate, kModule, kHelp}},
+    {"serve",
+     CommandLine::Action::kServe,
+     "preview a folder's configuration and scenario live in\na browser; prints the URL to open",
+     "[DIR]",
+     "the folder (default: the current one) holding\nalgo_private.json and scenario.json",
+     nullptr,
+     {kListen, kModule, kHelp}},
 };
 
 const std::vector<int> kTopSwitches = {kVersion, kHelp};
@@ -285,6 +297,9 @@ CommandLine ReadCommand(const Command& command, int argc, char* const* args, Com
             case kModule:
                 o.module = optarg;
                 break;
+            case kListen:
+                o.listen = optarg;
+                break;
             case kLogLevel:
                 if (!LogLevel(optarg, o.logLevel)) {
                     return Refused(std::string("--log-level: '") + optarg +
@@ -297,9 +312,13 @@ CommandLine ReadCommand(const Command& command, int argc, char* const* args, Com
     }
     for (int i = optind; i < argc; ++i) line.inputs.emplace_back(args[i]);
     if (o.json && o.sarif) return Refused("--json and --sarif cannot be used together");
+    if (line.inputs.empty() && command.missing == nullptr) line.inputs.emplace_back(".");
     if (line.inputs.empty()) return Refused(command.missing);
-    if (line.action == CommandLine::Action::kRun && line.inputs.size() > 1) {
-        return Refused("unexpected argument '" + line.inputs[1] + "': run takes one SCENARIO");
+    const bool one =
+        line.action == CommandLine::Action::kRun || line.action == CommandLine::Action::kServe;
+    if (one && line.inputs.size() > 1) {
+        return Refused("unexpected argument '" + line.inputs[1] + "': " + command.name +
+                       " takes one " + command.arguments);
     }
     return line;
 }
@@ -324,8 +343,14 @@ CommandLine ParseCommandLine(int argc, char* const* argv, const std::string& mod
         if (!shortened.empty()) return Refused(Unknown(shortened, kTopSwitches, nullptr));
         return Printed(c == kHelp ? TopHelp() : "formatv2_preview " + version + "\n");
     }
-    if (optind >= argc) return Refused("a command is missing (run, check, test)");
+    if (optind >= argc) return Refused("a command is missing (run, check, test, serve)");
     const std::string name = args[static_cast<size_t>(optind)];
+    if (name == "evaluate" && optind + 1 == argc) {
+        // The server's child process, one per preview; not for people (no help of its own).
+        CommandLine line;
+        line.action = CommandLine::Action::kEvaluate;
+        return line;
+    }
     for (const Command& command : kCommands) {
         if (name != command.name) continue;
         CommandLine line;
@@ -334,7 +359,7 @@ CommandLine ParseCommandLine(int argc, char* const* argv, const std::string& mod
         line.options.version = version;
         return ReadCommand(command, argc - optind, args.data() + optind, std::move(line));
     }
-    return Refused("unknown command '" + name + "' (run, check, test)");
+    return Refused("unknown command '" + name + "' (run, check, test, serve)");
 }
 
 namespace {
@@ -360,6 +385,10 @@ int Execute(const CommandLine& line) {
             return FinishOutput(CheckCommand(line.inputs, line.options));
         case CommandLine::Action::kTest:
             return FinishOutput(TestCommand(line.inputs, line.options));
+        case CommandLine::Action::kServe:
+            return ServeCommand(line.inputs.front(), line.options);
+        case CommandLine::Action::kEvaluate:
+            return FinishOutput(EvaluateCommand());
         case CommandLine::Action::kRefuse:
             break;
     }

@@ -1,4 +1,4 @@
-// The runner's command line: a command (run, check, test), its options and its arguments,
+// The runner's command line: a command (run, check, test, serve), its options and its arguments,
 // read with getopt_long. Reading prints nothing, so that a test can drive it with an argv.
 #pragma once
 
@@ -10,7 +10,7 @@
 namespace preview {
 
 struct CommandLine {
-    enum class Action { kRun, kCheck, kTest, kPrint, kRefuse };
+    enum class Action { kRun, kCheck, kTest, kServe, kEvaluate, kPrint, kRefuse };
     Action action = Action::kRefuse;
     Options options;
     std::vector<std::string> inputs;  // run: its scenario; check: files; test: scenarios, folders

@@ -1,0 +1,220 @@
+#include "live.h"
+
+#include <cjson/cJSON.h>
+
+#include "check.h"
+#include "commands.h"
+#include "diag.h"
+#include "json_scan.h"
+#include "report.h"
+#include "session.h"
+
+namespace preview {
+namespace {
+
+// What provenance needs of a configuration: whether it joins its rows into one output, that
+// output's name, and each row's "ParamName" (keys looked up as the module looks them up).
+struct Layout {
+    bool joined = false;
+    std::string name;
+    std::vector<std::string> rows;  // "" for a row without a text name
+};
+
+Layout LayoutOf(const std::string& text) {
+    Layout out;
+    const JsonPtr root(cJSON_Parse(text.c_str()));
+    if (!cJSON_IsObject(root.get())) return out;
+    const cJSON* joined = cJSON_GetObjectItem(root.get(), "StrConcateEnable");
+    const cJSON* name = cJSON_GetObjectItem(root.get(), "ParamName");
+    out.joined = cJSON_IsNumber(joined) && joined->valuedouble != 0;
+    if (cJSON_IsString(name)) out.name = name->valuestring;
+    const cJSON* rows = cJSON_GetObjectItem(root.get(), "SubParamList");
+    for (const cJSON* row = cJSON_IsArray(rows) ? rows->child : nullptr; row; row = row->next) {
+        const cJSON* rowName = cJSON_GetObjectItem(row, "ParamName");
+        out.rows.push_back(cJSON_IsString(rowName) ? rowName->valuestring : "");
+    }
+    return out;
+}
+
+// The same configuration publishing one output per row.
+std::string Unjoined(const std::string& text) {
+    const JsonPtr root(cJSON_Parse(text.c_str()));
+    if (!cJSON_IsObject(root.get())) return text;
+    cJSON_ReplaceItemInObject(root.get(), "StrConcateEnable", cJSON_CreateNumber(0));
+    std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(root.get()),
+                                                         &cJSON_free);
+    return printed ? printed.get() : text;
+}
+
+// Each row of "SubParamList" with its name and the line its object starts on, for the page to
+// point at.
+cJSON* RowsJson(const std::string& text, const Layout& layout) {
+    cJSON* rows = cJSON_CreateArray();
+    const JsonScan scan = ScanJson(text);
+    const JsonNode* list = scan.root ? Member(&*scan.root, "SubParamList") : nullptr;
+    for (size_t k = 0; k < layout.rows.size(); ++k) {
+        cJSON* row = cJSON_CreateObject();
+        cJSON_AddStringToObject(row, "name", layout.rows[k].c_str());
+        const bool placed = list != nullptr && k < list->members.size();
+        if (placed) {
+            cJSON_AddNumberToObject(row, "line",
+                                    static_cast<double>(PlaceOf(text, list->members[k].begin).line));
+        } else {
+            cJSON_AddNullToObject(row, "line");
+        }
+        cJSON_AddItemToArray(rows, row);
+    }
+    return rows;
+}
+
+const Output* Find(const std::vector<Output>& outputs, const std::string& name) {
+    for (const Output& o : outputs) {
+        if (o.name == name && o.value.kind == Value::Kind::kString) return &o;
+    }
+    return nullptr;
+}
+
+std::string Joined(const Value& value) {
+    std::string out;
+    for (const std::string& text : value.texts) out += text;
+    return out;
+}
+
+// Which row wrote which bytes of the joined output: in joining mode that output is the texts
+// of every row in row order, and a play of the same runs without joining publishes each row's
+// texts under the row's name. Kept only when the rows' texts add up to the joined text exactly.
+cJSON* ProvenanceJson(const Layout& layout, const RunReport& run, const RunReport& unjoined) {
+    const Output* joined = Find(run.outputs, layout.name);
+    if (joined == nullptr) return cJSON_CreateNull();
+    const std::string whole = Joined(joined->value);
+    std::string sum;
+    cJSON* pieces = cJSON_CreateArray();
+    for (size_t k = 0; k < layout.rows.size(); ++k) {
+        const Output* row = Find(unjoined.outputs, layout.rows[k]);
+        const std::string text = row != nullptr ? Joined(row->value) : "";
+        sum += text;
+        if (text.empty()) continue;
+        cJSON* piece = cJSON_CreateObject();
+        cJSON_AddNumberToObject(piece, "row", static_cast<double>(k));
+        cJSON_AddStringToObject(piece, "text", text.c_str());
+        cJSON_AddItemToArray(pieces, piece);
+    }
+    if (sum != whole) {
+        cJSON_Delete(pieces);
+        return cJSON_CreateNull();
+    }
+    cJSON* out = cJSON_CreateObject();
+    cJSON_AddStringToObject(out, "output", layout.name.c_str());
+    cJSON_AddItemToObject(out, "pieces", pieces);
+    return out;
+}
+
+// Adds "provenance" to each run object of the report: null where it cannot be told.
+void AddProvenance(const LiveInput& input, const Scenario& scenario,
+                   const std::vector<RunReport>& played, cJSON* runs) {
+    Scenario unjoined = scenario;
+    unjoined.config.text = Unjoined(scenario.config.text);
+    for (RunSpec& plan : unjoined.runs) {
+        if (plan.newConfig) plan.newConfig->text = Unjoined(plan.newConfig->text);
+    }
+    Session session;
+    InitReport init;
+    std::string error;
+    bool ok = session.Open(input.module, error) && session.Init(unjoined, init, error);
+    Layout layout = LayoutOf(scenario.config.text);
+    cJSON* run = runs != nullptr ? runs->child : nullptr;
+    for (size_t index = 0; index < played.size() && run != nullptr; ++index, run = run->next) {
+        if (scenario.runs[index].newConfig) layout = LayoutOf(scenario.runs[index].newConfig->text);
+        RunReport shadow;
+        ok = ok && session.Run(unjoined.runs[index], shadow, error);
+        cJSON_AddItemToObject(run, "provenance", ok && layout.joined
+                                                     ? ProvenanceJson(layout, played[index], shadow)
+                                                     : cJSON_CreateNull());
+    }
+}
+
+}  // namespace
+
+cJSON* LiveJson(const LiveInput& input) {
+    cJSON* root = cJSON_CreateObject();
+    Scenario scenario;
+    if (input.scenarioText) {
+        FileError error;
+        if (!LoadScenarioText(input.scenarioPath, *input.scenarioText, scenario, error)) {
+            cJSON* bad = cJSON_AddObjectToObject(root, "scenario_error");
+            cJSON_AddStringToObject(bad, "where", error.where.c_str());
+            cJSON_AddStringToObject(bad, "message", error.message.c_str());
+            scenario = Scenario{};  // the configuration's first read is still shown
+        }
+    }
+    scenario.config = {input.configName, input.configText};
+    cJSON_AddItemToObject(root, "rows", RowsJson(input.configText, LayoutOf(input.configText)));
+
+    Session session;
+    InitReport init;
+    std::string error;
+    if (!session.Open(input.module, error) || !session.Init(scenario, init, error)) {
+        cJSON_AddStringToObject(root, "error", error.c_str());
+        return root;
+    }
+    Report report({true, false});
+    const auto told = [&](const Examined& e) {
+        if (e.run) return;
+        cJSON* check = cJSON_AddObjectToObject(root, "check");
+        cJSON* refusals = cJSON_AddArrayToObject(check, "refusals");
+        for (const Refusal& r : e.verdict.refusals) cJSON_AddItemToArray(refusals, RefusalJson(r));
+        cJSON_AddItemToObject(check, "warnings", WarningsJson(e.verdict.warnings));
+    };
+    std::vector<RunReport> runs;
+    const bool played =
+        Play(session, scenario, init, report, LOG_LEVEL_INFO, told, error, &runs);
+    cJSON* document = report.Take();
+    if (!played) cJSON_AddStringToObject(root, "error", error.c_str());
+    cJSON_AddItemToObject(root, "report", document);
+    AddProvenance(input, scenario, runs, cJSON_GetObjectItem(document, "runs"));
+    return root;
+}
+
+cJSON* LiveInputJson(const LiveInput& input) {
+    cJSON* root = cJSON_CreateObject();
+    cJSON_AddStringToObject(root, "module", input.module.c_str());
+    cJSON_AddStringToObject(root, "config_name", input.configName.c_str());
+    cJSON_AddStringToObject(root, "config", input.configText.c_str());
+    cJSON_AddStringToObject(root, "scenario_path", input.scenarioPath.c_str());
+    if (input.scenarioText) {
+        cJSON_AddStringToObject(root, "scenario", input.scenarioText->c_str());
+    } else {
+        cJSON_AddNullToObject(root, "scenario");
+    }
+    return root;
+}
+
+bool ReadLiveInput(const std::string& text, LiveInput& out) {
+    const JsonPtr root(cJSON_Parse(text.c_str()));
+    const auto field = [&](const char* key) {
+        return cJSON_GetObjectItemCaseSensitive(root.get(), key);
+    };
+    for (const char* key : {"module", "config_name", "config", "scenario_path"}) {
+        if (!cJSON_IsString(field(key))) return false;
+    }
+    out.module = field("module")->valuestring;
+    out.configName = field("config_name")->valuestring;
+    out.configText = field("config")->valuestring;
+    out.scenarioPath = field("scenario_path")->valuestring;
+    if (cJSON_IsString(field("scenario"))) out.scenarioText = field("scenario")->valuestring;
+    return true;
+}
+
+int EvaluateCommand() {
+    std::string text;
+    std::string reason;
+    LiveInput input;
+    if (!ReadInput("-", text, reason) || !ReadLiveInput(text, input)) {
+        Diagnostics(false).Say(Severity::kError, "formatv2_preview", "no evaluation request");
+        return kExitUsage;
+    }
+    PrintJson(LiveJson(input));
+    return kExitOk;
+}
+
+}  // namespace preview
