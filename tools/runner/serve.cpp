@@ -441,6 +441,7 @@ int ServeCommand(const std::string& dir, const Options& options) {
     const Diagnostics diag(ColourFor(STDERR_FILENO));
     char resolved[PATH_MAX];
     struct stat info;
+    errno = 0;  // a folder that exists but is not one leaves it 0
     if (realpath(dir.c_str(), resolved) == nullptr || stat(resolved, &info) != 0 || !S_ISDIR(info.st_mode)) {
         diag.Say(Severity::kError, dir, errno != 0 ? std::strerror(errno) : "not a folder");
         return kExitUsage;
