@@ -57,8 +57,8 @@ cJSON* RowsJson(const std::string& text, const Layout& layout) {
         cJSON_AddStringToObject(row, "name", layout.rows[k].c_str());
         const bool placed = list != nullptr && k < list->members.size();
         if (placed) {
-            cJSON_AddNumberToObject(row, "line",
-                                    static_cast<double>(PlaceOf(text, list->members[k].begin).line));
+            cJSON_AddNumberToObject(
+                row, "line", static_cast<double>(PlaceOf(text, list->members[k].begin).line));
         } else {
             cJSON_AddNullToObject(row, "line");
         }
@@ -127,9 +127,9 @@ void AddProvenance(const LiveInput& input, const Scenario& scenario,
         if (scenario.runs[index].newConfig) layout = LayoutOf(scenario.runs[index].newConfig->text);
         RunReport shadow;
         ok = ok && session.Run(unjoined.runs[index], shadow, error);
-        cJSON_AddItemToObject(run, "provenance", ok && layout.joined
-                                                     ? ProvenanceJson(layout, played[index], shadow)
-                                                     : cJSON_CreateNull());
+        cJSON_AddItemToObject(run, "provenance",
+                              ok && layout.joined ? ProvenanceJson(layout, played[index], shadow)
+                                                  : cJSON_CreateNull());
     }
 }
 
@@ -166,8 +166,7 @@ cJSON* LiveJson(const LiveInput& input) {
         cJSON_AddItemToObject(check, "warnings", WarningsJson(e.verdict.warnings));
     };
     std::vector<RunReport> runs;
-    const bool played =
-        Play(session, scenario, init, report, LOG_LEVEL_INFO, told, error, &runs);
+    const bool played = Play(session, scenario, init, report, LOG_LEVEL_INFO, told, error, &runs);
     cJSON* document = report.Take();
     if (!played) cJSON_AddStringToObject(root, "error", error.c_str());
     cJSON_AddItemToObject(root, "report", document);

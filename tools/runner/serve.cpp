@@ -239,13 +239,15 @@ class Server {
                                            httplib::Response& res) const {
         const std::string host = req.get_header_value("Host");
         if (!HostAllowed(host)) {
-            Fail(res, 403, "unknown Host '" + host + "': open the page as localhost or by IP address");
+            Fail(res, 403,
+                 "unknown Host '" + host + "': open the page as localhost or by IP address");
         } else if (!OriginAllowed(req.get_header_value("Origin"), host)) {
             Fail(res, 403, "requests from another site are refused");
         } else if (!TokenMatches(req.has_param("token") ? req.get_param_value("token")
                                                         : req.get_header_value(kTokenHeader),
                                  m_token)) {
-            Fail(res, 401, "this server needs the token it printed when it started: open the URL it printed");
+            Fail(res, 401,
+                 "this server needs the token it printed when it started: open the URL it printed");
         } else {
             return httplib::Server::HandlerResponse::Unhandled;
         }
@@ -253,18 +255,21 @@ class Server {
     }
 
     void Page(httplib::Response& res) const {
-        res.set_content(reinterpret_cast<const char*>(kPage), kPageSize, "text/html; charset=utf-8");
-        res.set_header("Content-Security-Policy",
-                       "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; "
-                       "connect-src 'self'; img-src data:; frame-ancestors 'none'; base-uri 'none'; "
-                       "form-action 'none'");
+        res.set_content(reinterpret_cast<const char*>(kPage), kPageSize,
+                        "text/html; charset=utf-8");
+        res.set_header(
+            "Content-Security-Policy",
+            "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; "
+            "connect-src 'self'; img-src data:; frame-ancestors 'none'; base-uri 'none'; "
+            "form-action 'none'");
     }
 
     void Files(httplib::Response& res) const {
         cJSON* json = cJSON_CreateObject();
         cJSON_AddStringToObject(json, "dir", m_served.dir.c_str());
-        for (const auto& [key, name] : {std::pair<const char*, const std::string&>{"config", m_served.config},
-                                        {"scenario", m_served.scenario}}) {
+        for (const auto& [key, name] :
+             {std::pair<const char*, const std::string&>{"config", m_served.config},
+              {"scenario", m_served.scenario}}) {
             if (name.empty()) {
                 cJSON_AddNullToObject(json, key);
                 continue;
@@ -287,8 +292,10 @@ class Server {
         input.module = m_module;  // never the request's: no request loads another module
         input.configName = m_served.config;
         input.configText = config->valuestring;
-        input.scenarioPath = m_served.dir + "/" + (m_served.scenario.empty() ? "scenario.json" : m_served.scenario);
-        if (cJSON_IsString(scenario) && !m_served.scenario.empty()) input.scenarioText = scenario->valuestring;
+        input.scenarioPath =
+            m_served.dir + "/" + (m_served.scenario.empty() ? "scenario.json" : m_served.scenario);
+        if (cJSON_IsString(scenario) && !m_served.scenario.empty())
+            input.scenarioText = scenario->valuestring;
         const Outcome o = Evaluate(m_self, Printed(LiveInputJson(input)));
         if (!o.problem.empty()) return Fail(res, 200, o.problem);
         res.set_content(o.out, "application/json");
@@ -296,7 +303,9 @@ class Server {
 
     void Save(const httplib::Request& req, httplib::Response& res) const {
         const JsonPtr body(cJSON_Parse(req.body.c_str()));
-        const auto field = [&](const char* key) { return cJSON_GetObjectItemCaseSensitive(body.get(), key); };
+        const auto field = [&](const char* key) {
+            return cJSON_GetObjectItemCaseSensitive(body.get(), key);
+        };
         if (!cJSON_IsString(field("name")) || !cJSON_IsString(field("text")) ||
             !cJSON_IsString(field("version"))) {
             return Fail(res, 400, "the request needs \"name\", \"text\" and \"version\", texts");
@@ -304,14 +313,16 @@ class Server {
         const std::string name = field("name")->valuestring;
         std::string path;
         std::string reason;
-        if (!PathInside(m_served.dir, name, path, reason)) return Fail(res, 403, name + ": " + reason);
+        if (!PathInside(m_served.dir, name, path, reason))
+            return Fail(res, 403, name + ": " + reason);
         if (name != m_served.config && name != m_served.scenario) {
             return Fail(res, 403, name + ": only the files the page shows can be saved");
         }
         const std::string before = VersionOf(ReadIfThere(path));
         if (before != field("version")->valuestring && !cJSON_IsTrue(field("force"))) {
             cJSON* json = cJSON_CreateObject();
-            cJSON_AddStringToObject(json, "error", (name + " changed on disk since the page loaded it").c_str());
+            cJSON_AddStringToObject(json, "error",
+                                    (name + " changed on disk since the page loaded it").c_str());
             cJSON_AddStringToObject(json, "version", before.c_str());
             return Reply(res, 409, json);
         }
@@ -365,7 +376,8 @@ bool TokenMatches(const std::string& given, const std::string& token) {
 
 bool PathInside(const std::string& dir, const std::string& name, std::string& path,
                 std::string& reason) {
-    const bool dots = name == ".." || name.rfind("../", 0) == 0 || name.find("/../") != std::string::npos ||
+    const bool dots = name == ".." || name.rfind("../", 0) == 0 ||
+                      name.find("/../") != std::string::npos ||
                       (name.size() >= 3 && name.compare(name.size() - 3, 3, "/..") == 0);
     if (name.empty() || name[0] == '/' || dots || name.find('\0') != std::string::npos) {
         reason = "not a relative path inside the folder served (no '..', not absolute)";
@@ -413,7 +425,8 @@ bool SaveFile(const std::string& path, const std::string& text, std::string& rea
     if (ok && existed) {
         unlink(backup.c_str());
         ok = link(path.c_str(), backup.c_str()) == 0;
-        if (!ok) reason = "cannot keep the former content as " + backup + ": " + std::strerror(errno);
+        if (!ok)
+            reason = "cannot keep the former content as " + backup + ": " + std::strerror(errno);
     }
     if (ok && rename(temporary.c_str(), path.c_str()) != 0) {
         reason = std::strerror(errno);
@@ -426,7 +439,8 @@ bool SaveFile(const std::string& path, const std::string& text, std::string& rea
 bool ParseListen(const std::string& text, std::string& address, int& port) {
     const size_t colon = text.rfind(':');
     if (colon == std::string::npos || colon + 1 == text.size() ||
-        text.find_first_not_of("0123456789", colon + 1) != std::string::npos || colon + 7 < text.size()) {
+        text.find_first_not_of("0123456789", colon + 1) != std::string::npos ||
+        colon + 7 < text.size()) {
         return false;
     }
     address = text.substr(0, colon);
@@ -442,20 +456,23 @@ int ServeCommand(const std::string& dir, const Options& options) {
     char resolved[PATH_MAX];
     struct stat info;
     errno = 0;  // a folder that exists but is not one leaves it 0
-    if (realpath(dir.c_str(), resolved) == nullptr || stat(resolved, &info) != 0 || !S_ISDIR(info.st_mode)) {
+    if (realpath(dir.c_str(), resolved) == nullptr || stat(resolved, &info) != 0 ||
+        !S_ISDIR(info.st_mode)) {
         diag.Say(Severity::kError, dir, errno != 0 ? std::strerror(errno) : "not a folder");
         return kExitUsage;
     }
     std::string address;
     int port = 0;
     if (!ParseListen(options.listen, address, port)) {
-        diag.Say(Severity::kError, "formatv2_preview", "--listen: '" + options.listen + "' is not ADDR:PORT");
+        diag.Say(Severity::kError, "formatv2_preview",
+                 "--listen: '" + options.listen + "' is not ADDR:PORT");
         return kExitUsage;
     }
     signal(SIGPIPE, SIG_IGN);  // a browser that goes away mid-reply, a child that ends early
     httplib::Server http;
     http.set_payload_max_length(kMaxBody);
-    port = port == 0 ? http.bind_to_any_port(address) : (http.bind_to_port(address, port) ? port : -1);
+    port =
+        port == 0 ? http.bind_to_any_port(address) : (http.bind_to_port(address, port) ? port : -1);
     if (port < 0) {
         diag.Say(Severity::kError, "formatv2_preview",
                  "cannot listen on " + options.listen + ": " + std::strerror(errno));
@@ -463,13 +480,17 @@ int ServeCommand(const std::string& dir, const Options& options) {
     }
     const std::string token = NewToken();
     const Server server(Choose(resolved), options.module, token);
-    http.set_pre_routing_handler(
-        [&](const httplib::Request& req, httplib::Response& res) { return server.Guard(req, res); });
+    http.set_pre_routing_handler([&](const httplib::Request& req, httplib::Response& res) {
+        return server.Guard(req, res);
+    });
     http.Get("/", [&](const httplib::Request&, httplib::Response& res) { server.Page(res); });
-    http.Get("/api/files", [&](const httplib::Request&, httplib::Response& res) { server.Files(res); });
-    http.Post("/api/preview",
-              [&](const httplib::Request& req, httplib::Response& res) { server.Preview(req, res); });
-    http.Post("/api/save", [&](const httplib::Request& req, httplib::Response& res) { server.Save(req, res); });
+    http.Get("/api/files",
+             [&](const httplib::Request&, httplib::Response& res) { server.Files(res); });
+    http.Post("/api/preview", [&](const httplib::Request& req, httplib::Response& res) {
+        server.Preview(req, res);
+    });
+    http.Post("/api/save",
+              [&](const httplib::Request& req, httplib::Response& res) { server.Save(req, res); });
     http.set_post_routing_handler([](const httplib::Request&, httplib::Response& res) {
         res.set_header("Cache-Control", "no-store");
         res.set_header("X-Content-Type-Options", "nosniff");
@@ -478,7 +499,8 @@ int ServeCommand(const std::string& dir, const Options& options) {
     std::printf("formatv2_preview: serving %s\n  http://%s:%d/?token=%s\n", resolved,
                 UrlHost(address).c_str(), port, token.c_str());
     if (address != "127.0.0.1" && address != "::1" && address != "localhost") {
-        std::printf("  listening on %s: reachable from other machines, with the token\n", address.c_str());
+        std::printf("  listening on %s: reachable from other machines, with the token\n",
+                    address.c_str());
     }
     std::printf("Press Ctrl+C to stop.\n");
     std::fflush(stdout);

@@ -14,6 +14,8 @@ __attribute__((visibility("default"))) void* CreateModule() {
     return nullptr;
 }
 __attribute__((visibility("default"))) void DestroyModule(void*, void*) {}
-__attribute__((visibility("default"))) int log_prt_init(int, unsigned, void*) { return 0; }
+__attribute__((visibility("default"))) int log_prt_init(int, unsigned, void*) {
+    return 0;
+}
 __attribute__((visibility("default"))) void log_set_callbacker(int, void*) {}
 }

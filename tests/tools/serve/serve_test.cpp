@@ -80,10 +80,18 @@ TEST_F(Folder, PathsStayInside) {
     const struct {
         const char* name;
         bool inside;
-    } names[] = {{"algo_private.json", true}, {"sub/a.json", true},  {"in/a.json", true},
-                 {"a..json", true},           {"..", false},         {"../outside.json", false},
-                 {"sub/../../x", false},      {"sub/..", false},     {"/etc/passwd", false},
-                 {"", false},                 {"out.json", false},   {"up/outside.json", false},
+    } names[] = {{"algo_private.json", true},
+                 {"sub/a.json", true},
+                 {"in/a.json", true},
+                 {"a..json", true},
+                 {"..", false},
+                 {"../outside.json", false},
+                 {"sub/../../x", false},
+                 {"sub/..", false},
+                 {"/etc/passwd", false},
+                 {"", false},
+                 {"out.json", false},
+                 {"up/outside.json", false},
                  {"missing/a.json", false}};
     for (const auto& n : names) {
         std::string path;
