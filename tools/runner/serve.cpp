@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <random>
 
 #include "diag.h"
@@ -204,8 +205,18 @@ Outcome Evaluate(const std::string& self, const std::string& request) {
     for (const pollfd& p : fds) {
         if (p.fd >= 0) close(p.fd);
     }
+    // A child that closed its outputs may still be running: it gets what is left of the limit.
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    for (;;) {
+        const pid_t ended = waitpid(pid, &status, timedOut ? 0 : WNOHANG);
+        if (ended == pid || (ended < 0 && errno != EINTR)) break;
+        if (ended != 0) continue;
+        if (std::chrono::steady_clock::now() < deadline) {
+            usleep(1000);
+        } else {
+            timedOut = true;
+            kill(pid, SIGKILL);
+        }
     }
     if (timedOut) {
         o.problem = "the run did not end within " + std::to_string(kRunLimitMs / 1000) +
@@ -318,6 +329,7 @@ class Server {
         if (name != m_served.config && name != m_served.scenario) {
             return Fail(res, 403, name + ": only the files the page shows can be saved");
         }
+        const std::lock_guard<std::mutex> saving(m_saving);  // a check and its write, together
         const std::string before = VersionOf(ReadIfThere(path));
         if (before != field("version")->valuestring && !cJSON_IsTrue(field("force"))) {
             cJSON* json = cJSON_CreateObject();
@@ -338,6 +350,7 @@ class Server {
     Served m_served;
     std::string m_module;
     std::string m_token;
+    mutable std::mutex m_saving;
     std::string m_self;
 };
 

@@ -1,13 +1,19 @@
-// A module library that crashes (or, with FORMATV2_TEST_HANG set, hangs) as soon as the host
-// creates it: what the preview server must survive.
+// A module library that crashes (or, with FORMATV2_TEST_HANG set, hangs; set to "quiet", after
+// closing its standard output and error) as soon as the host creates it: what the preview
+// server must survive.
 #include <csignal>
 #include <cstdlib>
+#include <string>
 
 #include <unistd.h>
 
 extern "C" {
 __attribute__((visibility("default"))) void* CreateModule() {
-    if (std::getenv("FORMATV2_TEST_HANG") != nullptr) {
+    if (const char* hang = std::getenv("FORMATV2_TEST_HANG")) {
+        if (std::string(hang) == "quiet") {
+            close(STDOUT_FILENO);
+            close(STDERR_FILENO);
+        }
         for (;;) pause();
     }
     std::raise(SIGSEGV);

@@ -121,15 +121,19 @@ finally:
 # A module that crashes or hangs ends that preview with an error, and the server goes on. In
 # sanitizer builds the sanitizer's own SIGSEGV handler would turn the crash into an exit code.
 crash = {name: os.environ.get(name, "") + ":handle_segv=0" for name in ("ASAN_OPTIONS", "TSAN_OPTIONS")}
-for name, env, said in [("crash", crash, "signal 11"), ("hang", {"FORMATV2_TEST_HANG": "1"}, "did not end within")]:
+stopped = "did not end within"
+for name, what, env, said in [
+        ("crash", "crashes", crash, "signal 11"),
+        ("hang", "hangs", {"FORMATV2_TEST_HANG": "1"}, stopped),
+        ("hang-closed", "closes its outputs and hangs", {"FORMATV2_TEST_HANG": "quiet"}, stopped)]:
     server = Served(name, MISBEHAVING, env)
     try:
         started = time.monotonic()
         status, answer = server.preview()
-        expect(f"a module that {name}es: status", status, 200)
-        expect(f"a module that {name}es: error", said in answer.get("error", ""), True)
-        expect(f"a module that {name}es: time", time.monotonic() - started < 20, True)
-        expect(f"after a module that {name}es", server.ask("GET", "/api/files")[0], 200)
+        expect(f"a module that {what}: status", status, 200)
+        expect(f"a module that {what}: error", said in answer.get("error", ""), True)
+        expect(f"a module that {what}: time", time.monotonic() - started < 20, True)
+        expect(f"after a module that {what}", server.ask("GET", "/api/files")[0], 200)
     finally:
         server.stop()
 
