@@ -2,7 +2,7 @@
 """The preview page in headless Chromium: it shows the outputs of examples/basic, places a
 typed mistake at its line, shows the new bytes of a changed format within 200 ms, lights the
 bytes of a row pointed at (and the row of bytes pointed at, and the bytes of the row the
-editor's cursor is in) in a joined telegram, and saves.
+editor's cursor is in) in a joined telegram, saves, and shows a Chinese name as it is.
 Screenshots go to SHOTS.
 
     browser_test.py RUNNER EXAMPLES WORK_DIR SHOTS
@@ -113,6 +113,12 @@ try:
     assert '"1:blob:x:*:%3d"' in on_disk and on_disk == browser.execute_script(
         "return document.querySelector('#config-file .CodeMirror').CodeMirror.getValue()")
     assert '"1:blob:x:*:%5d"' in open(os.path.join(folder, "algo_private.json~")).read()
+
+    # Chinese texts reach the display texts and the outputs' names as they are, not escaped.
+    ms, _ = updated_after(lambda: type_at(line_of('"ParamName": "count"'), '"count"', "count", "数量"))
+    timings.append(ms)
+    wait.until(lambda b: "数量:3" in page_text(".run"))
+    browser.save_screenshot(os.path.join(SHOTS, "chinese.png"))
 
     # A joined telegram: pointing at a row lights its bytes, pointing at bytes lights the row.
     process, folder, url = serve("plc-telegram")
