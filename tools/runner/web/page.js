@@ -254,13 +254,13 @@
       });
   }
 
-  function open(key, spec) {
+  function open(key, served) {
     const box = $("#" + key + "-file");
-    if (!spec) { box.hidden = true; return; }
-    const file = { name: spec.name, version: spec.version, box, marks: [] };
-    $(".name", box).textContent = spec.name;
+    if (!served) { box.hidden = true; return; }
+    const file = { name: served.name, version: served.version, box, marks: [] };
+    $(".name", box).textContent = served.name;
     file.editor = CodeMirror($(".editor", box), {
-      value: spec.text, mode: { name: "javascript", json: true }, lineNumbers: true,
+      value: served.text, mode: { name: "javascript", json: true }, lineNumbers: true,
       gutters: ["CodeMirror-lint-markers"], viewportMargin: Infinity,
       lint: { getAnnotations: () => file.marks, lintOnChange: false },
     });
