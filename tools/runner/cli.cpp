@@ -3,7 +3,9 @@
 #include <getopt.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "diag.h"
@@ -27,7 +29,9 @@ enum : int {
     kJunit,
     kUpdate,
     kModule,
-    kListen
+    kListen,
+    kMemoryLimit,
+    kTimeLimit
 };
 
 struct Switch {
@@ -54,6 +58,10 @@ const Switch kSwitches[] = {
      "/mnt/app/zrs_so/so/formatv2/libformatv2.so)"},
     {kListen, "listen", "ADDR:PORT",
      "the address and port to serve on (default:\n127.0.0.1:8700; port 0: any free port)"},
+    {kMemoryLimit, "memory-limit", "MIB",
+     "the memory (address space) each preview may use\n(default: 256; 16 to 4096)"},
+    {kTimeLimit, "time-limit", "SECONDS",
+     "the time, and the CPU time, each preview may take\n(default: 5; 1 to 600)"},
     {kVersion, "version", nullptr, "show the version and exit"},
     {kHelp, "help", nullptr, "show this help and exit"},
 };
@@ -96,7 +104,7 @@ const Command kCommands[] = {
      "[DIR]",
      "the folder (default: the current one) holding\nalgo_private.json and scenario.json",
      nullptr,
-     {kListen, kModule, kHelp}},
+     {kListen, kModule, kMemoryLimit, kTimeLimit, kHelp}},
 };
 
 const std::vector<int> kTopSwitches = {kVersion, kHelp};
@@ -300,6 +308,26 @@ CommandLine ReadCommand(const Command& command, int argc, char* const* args, Com
             case kListen:
                 o.listen = optarg;
                 break;
+            case kMemoryLimit:
+            case kTimeLimit: {
+                const bool memory = c == kMemoryLimit;
+                const long low = memory ? 16 : 1;
+                const long high = memory ? 4096 : 600;
+                char* end = nullptr;
+                errno = 0;
+                const long value = std::strtol(optarg, &end, 10);
+                if (errno != 0 || end == optarg || *end != '\0' || value < low || value > high) {
+                    return Refused(std::string(memory ? "--memory-limit" : "--time-limit") + ": '" +
+                                   optarg + "' is not a whole number from " + std::to_string(low) +
+                                   " to " + std::to_string(high));
+                }
+                if (memory) {
+                    o.memoryLimitMiB = static_cast<size_t>(value);
+                } else {
+                    o.timeLimitSeconds = static_cast<int>(value);
+                }
+                break;
+            }
             case kLogLevel:
                 if (!LogLevel(optarg, o.logLevel)) {
                     return Refused(std::string("--log-level: '") + optarg +

@@ -14,6 +14,7 @@
 #include "check.h"
 #include "diag.h"
 #include "expect.h"
+#include "files.h"
 #include "lint.h"
 #include "log/log.h"
 #include "report.h"

@@ -29,6 +29,8 @@ struct Options {
     std::vector<Rule> disabled;  // check: warnings not reported
     std::string version;         // the runner's, as --version shows it
     std::string listen = "127.0.0.1:8700";  // serve: where
+    size_t memoryLimitMiB = 256;            // serve: each preview's address space
+    int timeLimitSeconds = 5;               // serve: each preview's wall-clock and CPU time
 };
 
 class Session;

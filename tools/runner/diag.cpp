@@ -198,21 +198,6 @@ bool FlushOutput(std::string& reason) {
     return false;
 }
 
-bool WriteFile(const std::string& path, const std::string& text, std::string& reason) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        reason = std::strerror(errno);
-        return false;
-    }
-    const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
-    const int error = errno;
-    if (std::fclose(file) != 0 || !written) {
-        reason = std::strerror(written ? errno : error);
-        return false;
-    }
-    return true;
-}
-
 namespace {
 
 size_t EditDistance(const std::string& a, const std::string& b) {

@@ -69,8 +69,6 @@ void WriteOutput(const std::string& text);
 // Flushes standard output; false with the system's reason when something written to it was
 // lost.
 bool FlushOutput(std::string& reason);
-// Writes a whole text to a file; false with the system's reason on failure.
-bool WriteFile(const std::string& path, const std::string& text, std::string& reason);
 
 // The closest of the candidates to word (letter case ignored, at most two edits), or "".
 std::string ClosestWord(const std::string& word, const std::vector<std::string>& candidates);

@@ -162,4 +162,64 @@ std::vector<Mismatch> CheckInit(const Expectation& e, const InitReport& init, si
     return out;
 }
 
+namespace {
+
+// An expectation split into expectations of one check each, in the order CheckRun looks.
+std::vector<Expectation> Singles(const Expectation& e) {
+    std::vector<Expectation> out;
+    const auto add = [&](auto set) {
+        Expectation one;
+        set(one);
+        out.push_back(std::move(one));
+    };
+    if (e.status) add([&](Expectation& one) { one.status = e.status; });
+    if (e.verdict) add([&](Expectation& one) { one.verdict = e.verdict; });
+    if (e.showTextEn) add([&](Expectation& one) { one.showTextEn = e.showTextEn; });
+    if (e.showTextCn) add([&](Expectation& one) { one.showTextCn = e.showTextCn; });
+    for (const auto& output : e.outputs) add([&](Expectation& one) { one.outputs = {output}; });
+    for (const std::string& text : e.log) add([&](Expectation& one) { one.log = {text}; });
+    return out;
+}
+
+// What a single expectation asks for, as the text report words it.
+ExpectationCheck Asked(const Expectation& one) {
+    if (one.status) return {"status", StatusText(*one.status), "", true, ""};
+    if (one.verdict) return {"verdict", Quoted(*one.verdict), "", true, ""};
+    if (one.showTextEn) return {"show_text_en", Quoted(*one.showTextEn), "", true, ""};
+    if (one.showTextCn) return {"show_text_cn", Quoted(*one.showTextCn), "", true, ""};
+    if (!one.outputs.empty()) {
+        return {"outputs." + one.outputs[0].first, Shown(one.outputs[0].second), "", true, ""};
+    }
+    return {"log", "a line containing " + Quoted(one.log.at(0)), "", true, ""};
+}
+
+template <class Report, class Check>
+std::vector<ExpectationCheck> Each(const Expectation& e, const Report& report, Check check) {
+    std::vector<ExpectationCheck> out;
+    for (const Expectation& one : Singles(e)) {
+        size_t checks = 0;
+        const std::vector<Mismatch> found = check(one, report, checks);
+        ExpectationCheck c = Asked(one);
+        c.holds = found.empty();
+        if (found.empty()) {
+            c.actual = c.expected;
+        } else {
+            c.actual = found[0].actual;
+            if (found[0].difference) c.difference = DifferenceText(*found[0].difference);
+        }
+        out.push_back(std::move(c));
+    }
+    return out;
+}
+
+}  // namespace
+
+std::vector<ExpectationCheck> EachExpectation(const Expectation& e, const RunReport& run) {
+    return Each(e, run, CheckRun);
+}
+
+std::vector<ExpectationCheck> EachExpectation(const Expectation& e, const InitReport& init) {
+    return Each(e, init, CheckInit);
+}
+
 }  // namespace preview

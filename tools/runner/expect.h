@@ -47,6 +47,18 @@ std::vector<Mismatch> CheckRun(const Expectation& expect, const RunReport& run, 
 std::vector<Mismatch> CheckInit(const Expectation& expect, const InitReport& init, size_t& checks);
 // Whether some log line contains wanted (colour codes aside).
 bool LogHolds(const std::string& wanted, const std::vector<LogLine>& log);
+// One expectation and whether it holds, for the browser preview's cards.
+struct ExpectationCheck {
+    std::string what;
+    std::string expected;
+    std::string actual;
+    bool holds = true;
+    std::string difference;  // where texts first differ; "" when they do not, or hold
+};
+// Every expectation of a run (or of the first read) on its own, in the order CheckRun looks.
+std::vector<ExpectationCheck> EachExpectation(const Expectation& expect, const RunReport& run);
+std::vector<ExpectationCheck> EachExpectation(const Expectation& expect, const InitReport& init);
+
 // A status mismatch: expected and actual as "0x... (meaning)" and as numbers.
 Mismatch StatusMismatch(int expected, int actual);
 

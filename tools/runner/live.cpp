@@ -5,6 +5,8 @@
 #include "check.h"
 #include "commands.h"
 #include "diag.h"
+#include "expect.h"
+#include "files.h"
 #include "json_scan.h"
 #include "report.h"
 #include "session.h"
@@ -133,6 +135,46 @@ void AddProvenance(const LiveInput& input, const Scenario& scenario,
     }
 }
 
+cJSON* ExpectJson(const std::vector<ExpectationCheck>& checks) {
+    cJSON* list = cJSON_CreateArray();
+    for (const ExpectationCheck& c : checks) {
+        cJSON* item = cJSON_CreateObject();
+        cJSON_AddStringToObject(item, "what", c.what.c_str());
+        cJSON_AddStringToObject(item, "expected", c.expected.c_str());
+        cJSON_AddStringToObject(item, "actual", c.actual.c_str());
+        cJSON_AddBoolToObject(item, "holds", c.holds);
+        if (c.difference.empty()) {
+            cJSON_AddNullToObject(item, "difference");
+        } else {
+            cJSON_AddStringToObject(item, "difference", c.difference.c_str());
+        }
+        cJSON_AddItemToArray(list, item);
+    }
+    return list;
+}
+
+// Adds "expect" to the first read and to each run: every expectation and whether it holds, or
+// null where the scenario expects nothing.
+void AddExpectations(const Scenario& scenario, const InitReport& init,
+                     const std::vector<RunReport>& played, cJSON* document) {
+    cJSON* first = cJSON_GetObjectItem(document, "init");
+    if (cJSON_IsObject(first)) {
+        cJSON_AddItemToObject(first, "expect",
+                              scenario.expectInit
+                                  ? ExpectJson(EachExpectation(*scenario.expectInit, init))
+                                  : cJSON_CreateNull());
+    }
+    cJSON* run = cJSON_GetObjectItem(document, "runs")
+                     ? cJSON_GetObjectItem(document, "runs")->child
+                     : nullptr;
+    for (size_t i = 0; i < played.size() && run != nullptr; ++i, run = run->next) {
+        const std::optional<Expectation>& expect = scenario.runs[i].expect;
+        cJSON_AddItemToObject(
+            run, "expect",
+            expect ? ExpectJson(EachExpectation(*expect, played[i])) : cJSON_CreateNull());
+    }
+}
+
 }  // namespace
 
 cJSON* LiveJson(const LiveInput& input) {
@@ -140,7 +182,8 @@ cJSON* LiveJson(const LiveInput& input) {
     Scenario scenario;
     if (input.scenarioText) {
         FileError error;
-        if (!LoadScenarioText(input.scenarioPath, *input.scenarioText, scenario, error)) {
+        if (!LoadScenarioText(input.scenarioPath, *input.scenarioText, scenario, error,
+                              input.root)) {
             cJSON* bad = cJSON_AddObjectToObject(root, "scenario_error");
             cJSON_AddStringToObject(bad, "where", error.where.c_str());
             cJSON_AddStringToObject(bad, "message", error.message.c_str());
@@ -170,47 +213,97 @@ cJSON* LiveJson(const LiveInput& input) {
     cJSON* document = report.Take();
     if (!played) cJSON_AddStringToObject(root, "error", error.c_str());
     cJSON_AddItemToObject(root, "report", document);
+    AddExpectations(scenario, init, runs, document);
     AddProvenance(input, scenario, runs, cJSON_GetObjectItem(document, "runs"));
     return root;
 }
 
-cJSON* LiveInputJson(const LiveInput& input) {
-    cJSON* root = cJSON_CreateObject();
-    cJSON_AddStringToObject(root, "module", input.module.c_str());
-    cJSON_AddStringToObject(root, "config_name", input.configName.c_str());
-    cJSON_AddStringToObject(root, "config", input.configText.c_str());
-    cJSON_AddStringToObject(root, "scenario_path", input.scenarioPath.c_str());
-    if (input.scenarioText) {
-        cJSON_AddStringToObject(root, "scenario", input.scenarioText->c_str());
-    } else {
-        cJSON_AddNullToObject(root, "scenario");
-    }
-    return root;
+std::string LiveRequest(const LiveServer& server, const std::string& body) {
+    cJSON* line = cJSON_CreateObject();
+    cJSON_AddStringToObject(line, "module", server.module.c_str());
+    cJSON_AddStringToObject(line, "root", server.root.c_str());
+    cJSON_AddStringToObject(line, "config_name", server.configName.c_str());
+    cJSON_AddStringToObject(line, "scenario_name", server.scenarioName.c_str());
+    cJSON_AddNumberToObject(line, "memory_mib", static_cast<double>(server.limits.memoryMiB));
+    cJSON_AddNumberToObject(line, "seconds", server.limits.seconds);
+    cJSON_AddNumberToObject(line, "output_bytes", static_cast<double>(server.limits.outputBytes));
+    // Unformatted: a newline inside a text is written as \n, so the line ends where it ends.
+    std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(line), &cJSON_free);
+    cJSON_Delete(line);
+    return (text ? std::string(text.get()) : std::string("{}")) + "\n" + body;
 }
 
-bool ReadLiveInput(const std::string& text, LiveInput& out) {
-    const JsonPtr root(cJSON_Parse(text.c_str()));
-    const auto field = [&](const char* key) {
-        return cJSON_GetObjectItemCaseSensitive(root.get(), key);
+bool ReadLiveRequest(const std::string& request, LiveInput& input, ChildLimits& limits,
+                     std::string& reason) {
+    const size_t newline = request.find('\n');
+    const JsonPtr server(
+        newline == std::string::npos ? nullptr : cJSON_Parse(request.substr(0, newline).c_str()));
+    const auto text = [&](const char* key) {
+        return cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(server.get(), key));
     };
-    for (const char* key : {"module", "config_name", "config", "scenario_path"}) {
-        if (!cJSON_IsString(field(key))) return false;
+    const auto number = [&](const char* key) {
+        return cJSON_GetNumberValue(cJSON_GetObjectItemCaseSensitive(server.get(), key));
+    };
+    for (const char* key : {"module", "root", "config_name", "scenario_name"}) {
+        if (text(key) == nullptr) {
+            reason = "no evaluation request";
+            return false;
+        }
     }
-    out.module = field("module")->valuestring;
-    out.configName = field("config_name")->valuestring;
-    out.configText = field("config")->valuestring;
-    out.scenarioPath = field("scenario_path")->valuestring;
-    if (cJSON_IsString(field("scenario"))) out.scenarioText = field("scenario")->valuestring;
+    input.module = text("module");
+    input.root = text("root");
+    input.configName = text("config_name");
+    const std::string scenarioName = text("scenario_name");
+    input.scenarioPath = input.root + "/" + (scenarioName.empty() ? "scenario.json" : scenarioName);
+    limits.memoryMiB = static_cast<size_t>(number("memory_mib"));
+    limits.seconds = static_cast<int>(number("seconds"));
+    limits.outputBytes = static_cast<size_t>(number("output_bytes"));
+
+    const std::string body = request.substr(newline + 1);
+    const JsonPtr page(cJSON_ParseWithLength(body.data(), body.size()));
+    const cJSON* config = cJSON_GetObjectItemCaseSensitive(page.get(), "config");
+    const cJSON* scenario = cJSON_GetObjectItemCaseSensitive(page.get(), "scenario");
+    const auto textOrNull = [](const cJSON* item) {
+        return item == nullptr || cJSON_IsNull(item) || cJSON_IsString(item);
+    };
+    if (!cJSON_IsObject(page.get()) || !textOrNull(config) || !textOrNull(scenario)) {
+        reason = "the request needs \"config\" and \"scenario\", each a text or null";
+        return false;
+    }
+    // null: the editor could not hold the file exactly, and the file on disk is previewed.
+    if (cJSON_IsString(config)) {
+        input.configText = config->valuestring;
+    } else if (!ReadInside(input.root, input.root + "/" + input.configName, input.configText,
+                           reason)) {
+        reason = input.configName + ": " + reason;
+        return false;
+    }
+    if (scenarioName.empty()) return true;
+    if (cJSON_IsString(scenario)) {
+        input.scenarioText = scenario->valuestring;
+        return true;
+    }
+    std::string onDisk;
+    if (!ReadInside(input.root, input.scenarioPath, onDisk, reason)) {
+        reason = scenarioName + ": " + reason;
+        return false;
+    }
+    input.scenarioText = onDisk;
     return true;
 }
 
 int EvaluateCommand() {
-    std::string text;
+    std::string request;
     std::string reason;
     LiveInput input;
-    if (!ReadInput("-", text, reason) || !ReadLiveInput(text, input)) {
-        Diagnostics(false).Say(Severity::kError, "formatv2_preview", "no evaluation request");
+    ChildLimits limits;
+    if (!ReadInput("-", request, reason) || !ReadLiveRequest(request, input, limits, reason)) {
+        Diagnostics(false).Say(Severity::kError, "formatv2_preview", reason);
         return kExitUsage;
+    }
+    if (!ApplyLimits(limits, reason)) {
+        Diagnostics(false).Say(Severity::kError, "formatv2_preview", reason);
+        return kExitFailed;
     }
     PrintJson(LiveJson(input));
     return kExitOk;

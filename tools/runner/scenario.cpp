@@ -12,6 +12,7 @@
 
 #include "contract/contract.h"
 #include "diag.h"
+#include "files.h"
 #include "json_scan.h"
 #include "report.h"
 
@@ -63,18 +64,26 @@ std::string Dirname(const std::string& path) {
     return slash == std::string::npos ? "." : path.substr(0, slash);
 }
 
+// Where the scenario stands, and the folder its files must stay in ("" for anywhere).
+struct Source {
+    const std::string& path;
+    const std::string& confineTo;
+};
+
 // The configuration: inline (an object, printed back to text) or the path of a file,
 // relative to the scenario's folder.
-ConfigSource ReadConfig(const cJSON* config, const std::string& scenarioPath,
-                        const std::string& path) {
+ConfigSource ReadConfig(const cJSON* config, const Source& source, const std::string& path) {
+    const std::string& scenarioPath = source.path;
     ConfigSource out;
     if (cJSON_IsString(config)) {
         out.name = config->valuestring;
         if (!out.name.empty() && out.name[0] != '/')
             out.name = Dirname(scenarioPath) + "/" + out.name;
         std::string reason;
-        if (!ReadInput(out.name, out.text, reason))
-            throw Bad{config, path, out.name + ": " + reason};
+        const bool read = source.confineTo.empty()
+                              ? ReadInput(out.name, out.text, reason)
+                              : ReadInside(source.confineTo, out.name, out.text, reason);
+        if (!read) throw Bad{config, path, out.name + ": " + reason};
         return out;
     }
     if (cJSON_IsObject(config)) {
@@ -225,7 +234,7 @@ Expectation ReadExpectation(const cJSON* given, const std::string& path, bool in
     return e;
 }
 
-RunSpec ReadRun(const cJSON* run, const std::string& scenarioPath, const std::string& path) {
+RunSpec ReadRun(const cJSON* run, const Source& source, const std::string& path) {
     CheckKeys(run, path, kRunKeys);
     RunSpec out;
     auto field = [&](const char* key) { return cJSON_GetObjectItemCaseSensitive(run, key); };
@@ -246,7 +255,7 @@ RunSpec ReadRun(const cJSON* run, const std::string& scenarioPath, const std::st
         }
     }
     if (const cJSON* config = field("replace_config")) {
-        out.newConfig = ReadConfig(config, scenarioPath, Join(path, "replace_config"));
+        out.newConfig = ReadConfig(config, source, Join(path, "replace_config"));
     }
     if (const cJSON* param = field("set_param")) {
         const std::string at = Join(path, "set_param");
@@ -285,12 +294,12 @@ ParamDecl ReadParam(const cJSON* p, const std::string& path) {
     return decl;
 }
 
-void ReadScenario(const cJSON* root, const std::string& path, Scenario& out) {
+void ReadScenario(const cJSON* root, const Source& source, Scenario& out) {
     CheckKeys(root, "", kScenarioKeys);
     auto field = [&](const char* key) { return cJSON_GetObjectItemCaseSensitive(root, key); };
     const cJSON* config = field("config");
     if (config == nullptr) throw Bad{root, "config", "is missing"};
-    out.config = ReadConfig(config, path, "config");
+    out.config = ReadConfig(config, source, "config");
     if (const cJSON* id = field("module_id")) {
         if (!Whole(id, 0, 299)) throw Bad{id, "module_id", "must be a whole number from 0 to 299"};
         out.moduleId = static_cast<int>(id->valuedouble);
@@ -310,7 +319,7 @@ void ReadScenario(const cJSON* root, const std::string& path, Scenario& out) {
     if (runs != nullptr && !cJSON_IsArray(runs)) throw Bad{runs, "runs", "must be a list"};
     int index = 0;
     for (const cJSON* run = runs ? runs->child : nullptr; run != nullptr; run = run->next) {
-        out.runs.push_back(ReadRun(run, path, "runs[" + std::to_string(index++) + "]"));
+        out.runs.push_back(ReadRun(run, source, "runs[" + std::to_string(index++) + "]"));
     }
 }
 
@@ -362,7 +371,8 @@ bool operator==(const Value& a, const Value& b) {
            a.texts == b.texts;
 }
 
-bool LoadScenario(const std::string& path, Scenario& out, FileError& error) {
+bool LoadScenario(const std::string& path, Scenario& out, FileError& error,
+                  const std::string& confineTo) {
     std::string text;
     std::string reason;
     if (!ReadInput(path, text, reason)) {
@@ -370,10 +380,11 @@ bool LoadScenario(const std::string& path, Scenario& out, FileError& error) {
         error.message = reason;
         return false;
     }
-    return LoadScenarioText(path, text, out, error);
+    return LoadScenarioText(path, text, out, error, confineTo);
 }
 
-bool LoadScenarioText(const std::string& path, std::string text, Scenario& out, FileError& error) {
+bool LoadScenarioText(const std::string& path, std::string text, Scenario& out, FileError& error,
+                      const std::string& confineTo) {
     error.where = DisplayName(path);
     // Bytes of no UTF-8 character come as \udcHH, as the reports write them.
     const std::string written = text;
@@ -386,7 +397,7 @@ bool LoadScenarioText(const std::string& path, std::string text, Scenario& out, 
         return false;
     }
     try {
-        ReadScenario(root.get(), path, out);
+        ReadScenario(root.get(), Source{path, confineTo}, out);
     } catch (const Bad& bad) {
         error.where += PlaceOfBad(written, text, root.get(), bad);
         error.message = bad.path.empty() ? bad.message : bad.path + ": " + bad.message;

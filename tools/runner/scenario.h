@@ -75,9 +75,13 @@ struct FileError {
 
 // Reads a scenario file. Every error is placed at FILE:LINE:COL of the key or value concerned
 // and names the key's path (runs[2].img_mod); unknown keys name the closest known key. Numbers
-// must fit what they are read into (whole where an int is meant).
-bool LoadScenario(const std::string& path, Scenario& out, FileError& error);
+// must fit what they are read into (whole where an int is meant). With confineTo (an absolute,
+// resolved folder), every file the scenario names must be a regular file inside it; anything
+// else is an error at its key, and not read.
+bool LoadScenario(const std::string& path, Scenario& out, FileError& error,
+                  const std::string& confineTo = "");
 // The same for a scenario's text as given (an editor's), read as if it stood at path.
-bool LoadScenarioText(const std::string& path, std::string text, Scenario& out, FileError& error);
+bool LoadScenarioText(const std::string& path, std::string text, Scenario& out, FileError& error,
+                      const std::string& confineTo = "");
 
 }  // namespace preview

@@ -1,28 +1,27 @@
 #include "serve.h"
 
+#include <arpa/inet.h>
 #include <cjson/cJSON.h>
-#include <fcntl.h>
-#include <httplib.h>
-#include <poll.h>
+#include <netdb.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <climits>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <random>
 
+#include "child.h"
 #include "diag.h"
+#include "files.h"
+#include "guarded_server.h"
 #include "live.h"
-
-extern char** environ;
 
 namespace preview {
 
@@ -32,12 +31,16 @@ extern const size_t kPageSize;
 
 namespace {
 
-// Far above any configuration: a request carries the two texts of the editors.
+// Far above any configuration: a request carries the two texts of the editors. It holds for
+// every transfer encoding: bodies are read through a counting receiver, never whole.
 constexpr size_t kMaxBody = 1024 * 1024;
-// An evaluation of the bundled examples takes milliseconds; one that takes this long is a
-// module that hangs on the configuration or its values.
-constexpr int kRunLimitMs = 5000;
+// Request line and headers: a few hundred bytes from a browser.
+constexpr size_t kMaxHeaderBytes = 64 * 1024;
+// Two evaluations at once keep the page responsive while a slow one finishes, and bound what
+// the children take together.
+constexpr int kRunningPreviews = 2;
 const char* const kTokenHeader = "X-Formatv2-Token";
+const char* const kJson = "application/json; charset=utf-8";
 
 bool IsIpv4(const std::string& name) {
     int parts = 0;
@@ -71,11 +74,40 @@ std::string VersionOf(const std::optional<std::string>& text) {
     return Hex(hash, 16) + "-" + std::to_string(text->size());
 }
 
-std::optional<std::string> ReadIfThere(const std::string& path) {
-    std::string text;
-    std::string reason;
-    if (access(path.c_str(), F_OK) != 0 || !ReadInput(path, text, reason)) return std::nullopt;
-    return text;
+// A file of the folder as it is now: none when it does not exist; false with the reason when
+// it cannot be read (or must not be: a link out, a FIFO).
+bool Current(const std::string& dir, const std::string& path, std::optional<std::string>& text,
+             std::string& reason) {
+    struct stat info;
+    if (lstat(path.c_str(), &info) != 0 && errno == ENOENT) {
+        text.reset();
+        return true;
+    }
+    std::string read;
+    if (!ReadInside(dir, path, read, reason)) return false;
+    text = std::move(read);
+    return true;
+}
+
+// Why an editor cannot hold a file's bytes exactly, or "" when it can: a NUL ends a text on
+// its way through JSON, and a byte of no UTF-8 character has no character to stand for it.
+std::string NotEditable(const std::string& text) {
+    const size_t nul = text.find('\0');
+    if (nul != std::string::npos) {
+        return "holds a NUL byte (at byte " + std::to_string(nul) +
+               "): shown read-only so that no byte is lost; edit it with a binary-safe editor";
+    }
+    for (size_t at = 0; at < text.size();) {
+        const size_t n = Utf8Length(text, at);
+        if (n == 0) {
+            return "is not UTF-8 text (byte " + std::to_string(at) + " is 0x" +
+                   Hex(static_cast<unsigned char>(text[at]), 2) +
+                   "; GBK or another encoding?): shown read-only so that no byte is lost; "
+                   "previews read it from the disk. Save it as UTF-8 to edit it here";
+        }
+        at += n;
+    }
+    return "";
 }
 
 std::string NewToken() {
@@ -95,7 +127,7 @@ std::string Printed(cJSON* json) {
 
 void Reply(httplib::Response& res, int status, cJSON* json) {
     res.status = status;
-    res.set_content(Printed(json), "application/json");
+    res.set_content(Printed(json), kJson);
 }
 
 void Fail(httplib::Response& res, int status, const std::string& why) {
@@ -120,115 +152,15 @@ Served Choose(const std::string& dir) {
         return s;
     }
     s.scenario = "scenario.json";
-    const std::optional<std::string> text = ReadIfThere(path);
-    const JsonPtr root(text ? cJSON_Parse(text->c_str()) : nullptr);
+    std::string text;
+    // Read once, before the server's threads start: cJSON's parser keeps its error position
+    // in a global.
+    const JsonPtr root(ReadInside(dir, path, text, reason) ? cJSON_Parse(text.c_str()) : nullptr);
     const cJSON* config = cJSON_GetObjectItemCaseSensitive(root.get(), "config");
     if (cJSON_IsString(config) && PathInside(dir, config->valuestring, path, reason)) {
         s.config = config->valuestring;
     }
     return s;
-}
-
-struct Outcome {
-    std::string out;
-    std::string err;
-    std::string problem;  // why there is no result; "" when the child gave one
-};
-
-// Runs the runner's evaluate command in a child process with request on its standard input.
-Outcome Evaluate(const std::string& self, const std::string& request) {
-    Outcome o;
-    int in[2];
-    int out[2];
-    int err[2];
-    if (pipe2(in, O_CLOEXEC) != 0) return {"", "", std::strerror(errno)};
-    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
-        for (int fd : {in[0], in[1]}) close(fd);
-        return {"", "", std::strerror(errno)};
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t defaults;  // the server ignores SIGPIPE; the child does not
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-    char* argv[] = {const_cast<char*>(self.c_str()), const_cast<char*>("evaluate"), nullptr};
-    pid_t pid = 0;
-    const int spawned = posix_spawn(&pid, self.c_str(), &actions, &attributes, argv, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-    for (int fd : {in[0], out[1], err[1]}) close(fd);
-    if (spawned != 0) {
-        for (int fd : {in[1], out[0], err[0]}) close(fd);
-        return {"", "", std::string("cannot start the evaluation: ") + std::strerror(spawned)};
-    }
-
-    struct pollfd fds[3] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}, {in[1], POLLOUT, 0}};
-    size_t written = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kRunLimitMs);
-    bool timedOut = false;
-    while (fds[0].fd >= 0 || fds[1].fd >= 0) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            timedOut = true;
-            kill(pid, SIGKILL);
-            break;
-        }
-        if (poll(fds, 3, static_cast<int>(left.count())) < 0 && errno != EINTR) break;
-        if (fds[2].fd >= 0 && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP)) != 0) {
-            const ssize_t n = write(in[1], request.data() + written, request.size() - written);
-            if (n > 0) written += static_cast<size_t>(n);
-            if (n < 0 || written == request.size()) {
-                close(in[1]);
-                fds[2].fd = -1;
-            }
-        }
-        for (int k = 0; k < 2; ++k) {
-            if (fds[k].fd < 0 || (fds[k].revents & (POLLIN | POLLHUP | POLLERR)) == 0) continue;
-            char buffer[65536];
-            const ssize_t n = read(fds[k].fd, buffer, sizeof buffer);
-            if (n > 0) {
-                (k == 0 ? o.out : o.err).append(buffer, static_cast<size_t>(n));
-            } else if (n == 0 || errno != EINTR) {
-                close(fds[k].fd);
-                fds[k].fd = -1;
-            }
-        }
-    }
-    for (const pollfd& p : fds) {
-        if (p.fd >= 0) close(p.fd);
-    }
-    // A child that closed its outputs may still be running: it gets what is left of the limit.
-    int status = 0;
-    for (;;) {
-        const pid_t ended = waitpid(pid, &status, timedOut ? 0 : WNOHANG);
-        if (ended == pid || (ended < 0 && errno != EINTR)) break;
-        if (ended != 0) continue;
-        if (std::chrono::steady_clock::now() < deadline) {
-            usleep(1000);
-        } else {
-            timedOut = true;
-            kill(pid, SIGKILL);
-        }
-    }
-    if (timedOut) {
-        o.problem = "the run did not end within " + std::to_string(kRunLimitMs / 1000) +
-                    " s and was stopped: the module hangs on this configuration or its values";
-    } else if (WIFSIGNALED(status)) {
-        o.problem = "the run ended with signal " + std::to_string(WTERMSIG(status)) + " (" +
-                    strsignal(WTERMSIG(status)) +
-                    "): the module crashed on this configuration or its values";
-    } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        o.problem = "the evaluation failed: " + o.err.substr(0, o.err.find('\n'));
-    }
-    return o;
 }
 
 std::string SelfPath() {
@@ -237,19 +169,83 @@ std::string SelfPath() {
     return n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string();
 }
 
+// At most kRunningPreviews evaluations at once; one more request may wait, and a newer one
+// takes its place (the page only wants the preview of its latest text).
+class PreviewGate {
+  public:
+    // False when a newer request took this one's place while it waited.
+    bool Enter() {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_running < kRunningPreviews) {
+            ++m_running;
+            return true;
+        }
+        const unsigned long long ticket = ++m_tickets;
+        m_waiting = ticket;
+        m_changed.notify_all();
+        m_changed.wait(lock, [&] { return m_waiting != ticket || m_running < kRunningPreviews; });
+        if (m_waiting != ticket) return false;
+        m_waiting = 0;
+        ++m_running;
+        return true;
+    }
+    void Leave() {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            --m_running;
+        }
+        m_changed.notify_all();
+    }
+
+  private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    int m_running = 0;
+    unsigned long long m_tickets = 0;
+    unsigned long long m_waiting = 0;  // the ticket of the request waiting; 0 for none
+};
+
+// Reads a request's body through cpp-httplib's content reader, whatever its transfer encoding,
+// stopping at the limit. False (answered with 413, the connection to close) past it.
+bool ReadBody(const httplib::ContentReader& reader, httplib::Response& res, std::string& body) {
+    bool tooLarge = false;
+    const bool read = reader([&](const char* data, size_t length) {
+        if (body.size() + length > kMaxBody) {
+            tooLarge = true;
+            return false;
+        }
+        body.append(data, length);
+        return true;
+    });
+    if (read && !tooLarge) return true;
+    GuardedServer::CloseAfterAnswer();
+    Fail(res, tooLarge ? 413 : 400,
+         tooLarge ? "the request is larger than " + std::to_string(kMaxBody >> 20) + " MiB"
+                  : "the request's body could not be read");
+    return false;
+}
+
 class Server {
   public:
-    Server(Served served, std::string module, std::string token)
+    Server(Served served, std::string module, std::string token, ChildLimits limits)
         : m_served(std::move(served)),
-          m_module(std::move(module)),
           m_token(std::move(token)),
-          m_self(SelfPath()) {}
+          m_self(SelfPath()),
+          m_live{std::move(module), m_served.dir, m_served.config, m_served.scenario, limits} {}
 
-    // Host, Origin and token, in that order: a request failing one gets no further.
+    // The routes, the Host, the Origin and the token, in that order: a request failing one
+    // gets no further, and its connection ends with the answer (before any body is read).
     httplib::Server::HandlerResponse Guard(const httplib::Request& req,
                                            httplib::Response& res) const {
+        // A local link: compression costs more time than the bytes it saves.
+        const_cast<httplib::Request&>(req).headers.erase("Accept-Encoding");
         const std::string host = req.get_header_value("Host");
-        if (!HostAllowed(host)) {
+        const bool get = req.method == "GET" && (req.path == "/" || req.path == "/api/files");
+        const bool post =
+            req.method == "POST" && (req.path == "/api/preview" || req.path == "/api/save");
+        if (!get && !post) {
+            Fail(res, 404, "no such page: " + req.method + " " + req.path);
+        } else if (!HostAllowed(host)) {
             Fail(res, 403,
                  "unknown Host '" + host + "': open the page as localhost or by IP address");
         } else if (!OriginAllowed(req.get_header_value("Origin"), host)) {
@@ -262,6 +258,7 @@ class Server {
         } else {
             return httplib::Server::HandlerResponse::Unhandled;
         }
+        GuardedServer::CloseAfterAnswer();
         return httplib::Server::HandlerResponse::Handled;
     }
 
@@ -285,43 +282,35 @@ class Server {
                 cJSON_AddNullToObject(json, key);
                 continue;
             }
-            const std::optional<std::string> text = ReadIfThere(m_served.dir + "/" + name);
-            cJSON* file = cJSON_AddObjectToObject(json, key);
-            cJSON_AddStringToObject(file, "name", name.c_str());
-            cJSON_AddStringToObject(file, "text", text.value_or("").c_str());
-            cJSON_AddStringToObject(file, "version", VersionOf(text).c_str());
+            cJSON_AddItemToObject(json, key, FileJson(name));
         }
         Reply(res, 200, json);
     }
 
-    void Preview(const httplib::Request& req, httplib::Response& res) const {
-        const JsonPtr body(cJSON_Parse(req.body.c_str()));
-        const cJSON* config = cJSON_GetObjectItemCaseSensitive(body.get(), "config");
-        const cJSON* scenario = cJSON_GetObjectItemCaseSensitive(body.get(), "scenario");
-        if (!cJSON_IsString(config)) return Fail(res, 400, "the request needs \"config\", a text");
-        LiveInput input;
-        input.module = m_module;  // never the request's: no request loads another module
-        input.configName = m_served.config;
-        input.configText = config->valuestring;
-        input.scenarioPath =
-            m_served.dir + "/" + (m_served.scenario.empty() ? "scenario.json" : m_served.scenario);
-        if (cJSON_IsString(scenario) && !m_served.scenario.empty())
-            input.scenarioText = scenario->valuestring;
-        const Outcome o = Evaluate(m_self, Printed(LiveInputJson(input)));
+    void Preview(const httplib::ContentReader& reader, httplib::Response& res) {
+        std::string body;
+        if (!ReadBody(reader, res, body)) return;
+        if (!m_gate.Enter()) {
+            cJSON* json = cJSON_CreateObject();
+            cJSON_AddBoolToObject(json, "superseded", true);
+            return Reply(res, 200, json);
+        }
+        const ChildOutcome o =
+            RunChild(m_self, "evaluate", LiveRequest(m_live, body), m_live.limits);
+        m_gate.Leave();
+        if (o.exitCode == kExitUsage) return Fail(res, 400, o.problem);
         if (!o.problem.empty()) return Fail(res, 200, o.problem);
-        res.set_content(o.out, "application/json");
+        res.set_content(o.out, kJson);
     }
 
-    void Save(const httplib::Request& req, httplib::Response& res) const {
-        const JsonPtr body(cJSON_Parse(req.body.c_str()));
-        const auto field = [&](const char* key) {
-            return cJSON_GetObjectItemCaseSensitive(body.get(), key);
-        };
-        if (!cJSON_IsString(field("name")) || !cJSON_IsString(field("text")) ||
-            !cJSON_IsString(field("version"))) {
-            return Fail(res, 400, "the request needs \"name\", \"text\" and \"version\", texts");
+    void Save(const httplib::Request& req, const httplib::ContentReader& reader,
+              httplib::Response& res) {
+        std::string text;
+        if (!ReadBody(reader, res, text)) return;
+        if (!req.has_param("name") || !req.has_param("version")) {
+            return Fail(res, 400, "a save needs ?name=FILE&version=VERSION and the text as body");
         }
-        const std::string name = field("name")->valuestring;
+        const std::string name = req.get_param_value("name");
         std::string path;
         std::string reason;
         if (!PathInside(m_served.dir, name, path, reason))
@@ -330,16 +319,28 @@ class Server {
             return Fail(res, 403, name + ": only the files the page shows can be saved");
         }
         const std::lock_guard<std::mutex> saving(m_saving);  // a check and its write, together
-        const std::string before = VersionOf(ReadIfThere(path));
-        if (before != field("version")->valuestring && !cJSON_IsTrue(field("force"))) {
+        std::optional<std::string> current;
+        if (!Current(m_served.dir, path, current, reason))
+            return Fail(res, 403, name + ": " + reason);
+        const std::string before = VersionOf(current);
+        if (before != req.get_param_value("version") && req.get_param_value("force") != "1") {
             cJSON* json = cJSON_CreateObject();
             cJSON_AddStringToObject(json, "error",
                                     (name + " changed on disk since the page loaded it").c_str());
             cJSON_AddStringToObject(json, "version", before.c_str());
             return Reply(res, 409, json);
         }
-        const std::string text = field("text")->valuestring;
-        if (!SaveFile(path, text, reason)) return Fail(res, 500, name + ": " + reason);
+        struct stat info;
+        if (current && stat(path.c_str(), &info) == 0 && !Writable(info) &&
+            req.get_param_value("unlock") != "1") {
+            cJSON* json = cJSON_CreateObject();
+            cJSON_AddStringToObject(
+                json, "error",
+                (name + " is read-only (mode " + Octal(info.st_mode & 07777) + ")").c_str());
+            cJSON_AddBoolToObject(json, "readonly", true);
+            return Reply(res, 403, json);
+        }
+        if (!WriteFile(path, text, reason, {true})) return Fail(res, 500, name + ": " + reason);
         cJSON* json = cJSON_CreateObject();
         cJSON_AddStringToObject(json, "version", VersionOf(text).c_str());
         cJSON_AddStringToObject(json, "backup", (name + "~").c_str());
@@ -347,12 +348,69 @@ class Server {
     }
 
   private:
+    static bool Writable(const struct stat& info) {
+        return (info.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0;
+    }
+    static std::string Octal(unsigned mode) {
+        char text[8];
+        std::snprintf(text, sizeof text, "%04o", mode);
+        return text;
+    }
+
+    // A file as the page gets it: its text when an editor can hold every byte of it, else null
+    // and why ("readonly"); whether its permissions let it be written.
+    cJSON* FileJson(const std::string& name) const {
+        cJSON* file = cJSON_CreateObject();
+        cJSON_AddStringToObject(file, "name", name.c_str());
+        const std::string path = m_served.dir + "/" + name;
+        std::optional<std::string> text;
+        std::string reason;
+        const bool read = Current(m_served.dir, path, text, reason);
+        if (read && text) reason = NotEditable(*text);
+        if (reason.empty()) {
+            cJSON_AddStringToObject(file, "text", text.value_or("").c_str());
+            cJSON_AddNullToObject(file, "readonly");
+        } else {
+            cJSON_AddNullToObject(file, "text");
+            cJSON_AddStringToObject(file, "readonly", (name + " " + reason).c_str());
+        }
+        cJSON_AddStringToObject(file, "version", read ? VersionOf(text).c_str() : "unreadable");
+        struct stat info;
+        cJSON_AddBoolToObject(file, "writable",
+                              !text || (stat(path.c_str(), &info) == 0 && Writable(info)));
+        return file;
+    }
+
     Served m_served;
-    std::string m_module;
     std::string m_token;
-    mutable std::mutex m_saving;
+    std::mutex m_saving;
     std::string m_self;
+    LiveServer m_live;
+    PreviewGate m_gate;
 };
+
+// Why the address cannot be bound, asked again of a socket of our own: cpp-httplib's errno
+// after a failed bind may be its cleanup's.
+int BindError(const std::string& address, const std::string& listen) {
+    const size_t colon = listen.rfind(':');
+    struct addrinfo hints = {};
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_NUMERICSERV;
+    struct addrinfo* found = nullptr;
+    if (getaddrinfo(address.c_str(), listen.substr(colon + 1).c_str(), &hints, &found) != 0) {
+        return EADDRNOTAVAIL;
+    }
+    int error = 0;
+    const int sock = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int yes = 1;
+    if (sock < 0 || setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes) != 0 ||
+        bind(sock, found->ai_addr, found->ai_addrlen) != 0 || ::listen(sock, 1) != 0) {
+        error = errno;
+    }
+    if (sock >= 0) close(sock);
+    freeaddrinfo(found);
+    return error != 0 ? error : EADDRINUSE;
+}
 
 std::string UrlHost(const std::string& address) {
     if (address == "0.0.0.0" || address == "::") return "127.0.0.1";
@@ -362,12 +420,17 @@ std::string UrlHost(const std::string& address) {
 }  // namespace
 
 bool HostAllowed(const std::string& host) {
+    // The port, when there is one (a browser leaves out 80), is not checked.
     const size_t colon = host.rfind(':');
-    if (colon == std::string::npos || colon + 1 == host.size() ||
-        host.find_first_not_of("0123456789", colon + 1) != std::string::npos) {
+    const bool bracketed = !host.empty() && host.back() == ']';
+    const bool port = colon != std::string::npos && !bracketed && host.find(':') == colon;
+    const bool v6port = colon != std::string::npos && host.find("]:") == colon - 1;
+    if ((port || v6port) &&
+        (colon + 1 == host.size() ||
+         host.find_first_not_of("0123456789", colon + 1) != std::string::npos)) {
         return false;
     }
-    const std::string name = host.substr(0, colon);
+    const std::string name = port || v6port ? host.substr(0, colon) : host;
     if (name == "localhost") return true;
     if (name.size() > 2 && name.front() == '[' && name.back() == ']') {
         return name.find_first_not_of("0123456789abcdefABCDEF:.", 1) == name.size() - 1;
@@ -385,68 +448,6 @@ bool TokenMatches(const std::string& given, const std::string& token) {
         differ |= static_cast<unsigned char>(token[i] ^ (i < given.size() ? given[i] : 0));
     }
     return differ == 0 && !token.empty();
-}
-
-bool PathInside(const std::string& dir, const std::string& name, std::string& path,
-                std::string& reason) {
-    const bool dots = name == ".." || name.rfind("../", 0) == 0 ||
-                      name.find("/../") != std::string::npos ||
-                      (name.size() >= 3 && name.compare(name.size() - 3, 3, "/..") == 0);
-    if (name.empty() || name[0] == '/' || dots || name.find('\0') != std::string::npos) {
-        reason = "not a relative path inside the folder served (no '..', not absolute)";
-        return false;
-    }
-    path = dir + "/" + name;
-    // The folder holding the file, and the file itself when it exists, once links are followed.
-    const size_t slash = path.rfind('/');
-    char resolved[PATH_MAX];
-    for (const std::string& p : {path.substr(0, slash), path}) {
-        if (realpath(p.c_str(), resolved) == nullptr) {
-            if (p == path && errno == ENOENT) continue;  // a file about to be made
-            reason = std::strerror(errno);
-            return false;
-        }
-        const std::string real = resolved;
-        if (real != dir && real.compare(0, dir.size() + 1, dir + "/") != 0) {
-            reason = "leads out of the folder served";
-            return false;
-        }
-    }
-    return true;
-}
-
-bool SaveFile(const std::string& path, const std::string& text, std::string& reason) {
-    std::string temporary = path + ".XXXXXX";
-    const int fd = mkstemp(temporary.data());
-    if (fd < 0) {
-        reason = std::strerror(errno);
-        return false;
-    }
-    struct stat before;
-    const bool existed = stat(path.c_str(), &before) == 0;
-    bool ok = fchmod(fd, existed ? (before.st_mode & 07777) : 0644) == 0;
-    for (size_t at = 0; ok && at < text.size();) {
-        const ssize_t n = write(fd, text.data() + at, text.size() - at);
-        ok = n > 0 || errno == EINTR;
-        if (n > 0) at += static_cast<size_t>(n);
-    }
-    ok = ok && fsync(fd) == 0;
-    if (!ok) reason = std::strerror(errno);
-    close(fd);
-    // The former content stays as path~: a second link to it, which the rename below leaves.
-    const std::string backup = path + "~";
-    if (ok && existed) {
-        unlink(backup.c_str());
-        ok = link(path.c_str(), backup.c_str()) == 0;
-        if (!ok)
-            reason = "cannot keep the former content as " + backup + ": " + std::strerror(errno);
-    }
-    if (ok && rename(temporary.c_str(), path.c_str()) != 0) {
-        reason = std::strerror(errno);
-        ok = false;
-    }
-    if (!ok) unlink(temporary.c_str());
-    return ok;
 }
 
 bool ParseListen(const std::string& text, std::string& address, int& port) {
@@ -482,28 +483,37 @@ int ServeCommand(const std::string& dir, const Options& options) {
         return kExitUsage;
     }
     signal(SIGPIPE, SIG_IGN);  // a browser that goes away mid-reply, a child that ends early
-    httplib::Server http;
-    http.set_payload_max_length(kMaxBody);
+    ServerBounds bounds;
+    bounds.maxRequestBytes = kMaxBody + kMaxHeaderBytes;
+    GuardedServer http(bounds);
     port =
         port == 0 ? http.bind_to_any_port(address) : (http.bind_to_port(address, port) ? port : -1);
     if (port < 0) {
+        const int error = BindError(address, options.listen);
         diag.Say(Severity::kError, "formatv2_preview",
-                 "cannot listen on " + options.listen + ": " + std::strerror(errno));
+                 "cannot listen on " + options.listen + ": " + std::strerror(error) +
+                     (error == EADDRINUSE ? " (another server listens there; choose another port "
+                                            "with --listen)"
+                                          : ""));
         return kExitUsage;
     }
     const std::string token = NewToken();
-    const Server server(Choose(resolved), options.module, token);
+    ChildLimits limits;
+    limits.memoryMiB = options.memoryLimitMiB;
+    limits.seconds = options.timeLimitSeconds;
+    Server server(Choose(resolved), options.module, token, limits);
     http.set_pre_routing_handler([&](const httplib::Request& req, httplib::Response& res) {
         return server.Guard(req, res);
     });
     http.Get("/", [&](const httplib::Request&, httplib::Response& res) { server.Page(res); });
     http.Get("/api/files",
              [&](const httplib::Request&, httplib::Response& res) { server.Files(res); });
-    http.Post("/api/preview", [&](const httplib::Request& req, httplib::Response& res) {
-        server.Preview(req, res);
-    });
+    http.Post("/api/preview",
+              [&](const httplib::Request&, httplib::Response& res,
+                  const httplib::ContentReader& reader) { server.Preview(reader, res); });
     http.Post("/api/save",
-              [&](const httplib::Request& req, httplib::Response& res) { server.Save(req, res); });
+              [&](const httplib::Request& req, httplib::Response& res,
+                  const httplib::ContentReader& reader) { server.Save(req, reader, res); });
     http.set_post_routing_handler([](const httplib::Request&, httplib::Response& res) {
         res.set_header("Cache-Control", "no-store");
         res.set_header("X-Content-Type-Options", "nosniff");

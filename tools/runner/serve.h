@@ -12,23 +12,14 @@ namespace preview {
 
 // The checks every request passes, apart so that they can be tested without a socket.
 //
-// A Host header names localhost or an IP address literal, with a port. Any other name could be
-// a site's own name that its DNS points at 127.0.0.1 (DNS rebinding). The port is not checked:
-// an SSH tunnel may forward another local port to the one listened on.
+// A Host header names localhost or an IP address literal, with a port or without (port 80).
+// Any other name could be a site's own name that its DNS points at 127.0.0.1 (DNS rebinding).
+// The port is not checked: an SSH tunnel may forward another local port to the one listened on.
 bool HostAllowed(const std::string& host);
 // Absent, or the page's own origin: "http://" and the request's Host.
 bool OriginAllowed(const std::string& origin, const std::string& host);
 // Equal, in a time that does not depend on where they differ.
 bool TokenMatches(const std::string& given, const std::string& token);
-// dir/name when name is a plain relative path that stays inside dir once links are followed
-// (dir itself absolute and resolved); otherwise false with the reason.
-bool PathInside(const std::string& dir, const std::string& name, std::string& path,
-                std::string& reason);
-
-// Writes text to path in the safe order: a temporary file beside it, flushed, the former
-// content kept as path + "~", then renamed over path.
-bool SaveFile(const std::string& path, const std::string& text, std::string& reason);
-
 // "ADDR:PORT" as --listen takes it.
 bool ParseListen(const std::string& text, std::string& address, int& port);
 
