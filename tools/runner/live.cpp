@@ -305,7 +305,7 @@ int EvaluateCommand() {
         Diagnostics(false).Say(Severity::kError, "formatv2_preview", reason);
         return kExitFailed;
     }
-    PrintJson(LiveJson(input));
+    PrintJson(LiveJson(input), true);  // for the page: no one reads it, and it is a third smaller
     return kExitOk;
 }
 

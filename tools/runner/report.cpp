@@ -281,8 +281,8 @@ void PrintTables(const Tables& tables) {
     }
 }
 
-void PrintJson(cJSON* root) {
-    char* text = cJSON_Print(root);
+void PrintJson(cJSON* root, bool compact) {
+    char* text = compact ? cJSON_PrintUnformatted(root) : cJSON_Print(root);
     if (text != nullptr) {
         // cJSON copies a string's bytes as they are; only its strings can hold bytes >= 0x80,
         // so escaping the printed text escapes exactly those.

@@ -62,7 +62,8 @@ cJSON* TablesJson(const Tables& tables);
 cJSON* RefusalJson(const Refusal& refusal);
 cJSON* WarningsJson(const std::vector<Warning>& warnings);
 void PrintTables(const Tables& tables);
-// Prints a JSON document on standard output, UTF-8 safe (EscapeInvalidUtf8), and deletes it.
-void PrintJson(cJSON* root);
+// Prints a JSON document on standard output, UTF-8 safe (EscapeInvalidUtf8), and deletes it;
+// compact: on one line, without indentation.
+void PrintJson(cJSON* root, bool compact = false);
 
 }  // namespace preview
