@@ -295,9 +295,12 @@ class Server {
             cJSON_AddBoolToObject(json, "superseded", true);
             return Reply(res, 200, json);
         }
+        const struct Leave {
+            PreviewGate& gate;
+            ~Leave() { gate.Leave(); }
+        } leave{m_gate};
         const ChildOutcome o =
             RunChild(m_self, "evaluate", LiveRequest(m_live, body), m_live.limits);
-        m_gate.Leave();
         if (o.exitCode == kExitUsage) return Fail(res, 400, o.problem);
         if (!o.problem.empty()) return Fail(res, 200, o.problem);
         res.set_content(o.out, kJson);
