@@ -6,6 +6,7 @@
 
 #include "contract/contract.h"
 #include "tools/runner/check.h"
+#include "tools/runner/json_scan.h"
 
 namespace {
 
@@ -78,6 +79,48 @@ TEST(JsonScan, LooseJsonIsFlaggedWhereItStands) {
         ASSERT_EQ(v.warnings.size(), 1u) << c.text;
         EXPECT_STREQ(preview::RuleOf(v.warnings[0].rule).id, c.rule) << c.text;
         EXPECT_EQ(v.warnings[0].place.column, c.column) << c.text << ": " << v.warnings[0].message;
+    }
+}
+
+size_t Characters(const std::string& text) {
+    size_t n = 0;
+    for (char c : text) n += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    return n;
+}
+
+// The source line under a finding: a byte order mark takes no column, and a long line shows a
+// window around the caret, cut between characters, with the caret still under its character.
+TEST(JsonScan, ExcerptsPointAtTheColumn) {
+    const std::string bom = "\xEF\xBB\xBF";
+    std::string wide = "{\"a\": \"";
+    for (int i = 0; i < 100; ++i) wide += "\xE5\x80\xBC";  // one character, three bytes
+    wide += "\", \"b\": x, \"c\": \"" + std::string(100, 'y') + "\"}";
+    const struct {
+        std::string text;
+        size_t line, column;
+        std::string excerpt;  // "" for the long line, checked below
+    } cases[] = {
+        {"{\"a\": x}", 1, 7, "     1 | {\"a\": x}\n       |       ^\n"},
+        {bom + "{\"a\": x}", 1, 7, "     1 | {\"a\": x}\n       |       ^\n"},
+        {"{\n\t\"a\": x}", 2, 7, "     2 |  \"a\": x}\n       |       ^\n"},
+        {wide, 1, 116, ""},
+    };
+    for (const auto& c : cases) {
+        const size_t offset = c.text.find('x');
+        const preview::TextPlace place = preview::PlaceOf(c.text, offset);
+        EXPECT_EQ(place.line, c.line) << c.text;
+        EXPECT_EQ(place.column, c.column) << c.text;
+        const std::string excerpt = preview::SourceExcerpt(c.text, offset);
+        if (!c.excerpt.empty()) {
+            EXPECT_EQ(excerpt, c.excerpt);
+            continue;
+        }
+        const std::string shown = excerpt.substr(9, excerpt.find('\n') - 9);
+        const std::string caret = excerpt.substr(excerpt.find('\n') + 10);
+        EXPECT_EQ(shown.compare(0, 3, "..."), 0) << shown;
+        EXPECT_EQ(shown.compare(shown.size() - 3, 3, "..."), 0) << shown;
+        EXPECT_EQ(Characters(shown), preview::kExcerptWidth + 6) << shown;
+        EXPECT_EQ(caret.find('^'), Characters(shown.substr(0, shown.find('x')))) << excerpt;
     }
 }
 

@@ -333,14 +333,7 @@ namespace {
 // The source line under a diagnostic, with a caret at its column (as compilers show it).
 void Excerpt(const std::string& text, const Place& place) {
     if (place.line == 0) return;
-    std::string line = LineOf(text, place.offset);
-    for (char& c : line) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
-    }
-    if (line.size() > 160) return;  // a minified file: the column says enough
-    std::fprintf(stderr, "%6zu | %s\n       | %*s^\n", place.line,
-                 EscapeInvalidUtf8(line, Escape::kText).c_str(), static_cast<int>(place.column - 1),
-                 "");
+    std::fputs(EscapeInvalidUtf8(SourceExcerpt(text, place.offset), Escape::kText).c_str(), stderr);
 }
 
 std::string At(const std::string& name, const Place& place) {

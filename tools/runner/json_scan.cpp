@@ -384,7 +384,8 @@ JsonScan ScanJson(const std::string& text) {
 
 TextPlace PlaceOf(const std::string& text, size_t offset) {
     TextPlace p;
-    for (size_t i = 0; i < offset && i < text.size(); ++i) {
+    const size_t bom = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+    for (size_t i = bom; i < offset && i < text.size(); ++i) {
         const auto c = static_cast<unsigned char>(text[i]);
         if (c == '\n') {
             ++p.line;
@@ -408,6 +409,32 @@ std::string LineOf(const std::string& text, size_t offset) {
     std::string line = text.substr(from, end - from);
     if (!line.empty() && line.back() == '\r') line.pop_back();
     return line;
+}
+
+std::string SourceExcerpt(const std::string& text, size_t offset) {
+    const TextPlace place = PlaceOf(text, offset);
+    std::string line = LineOf(text, offset);
+    if (place.line == 1 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
+    for (char& c : line) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
+    }
+    // Where each character starts, to cut the line between characters.
+    std::vector<size_t> starts;
+    for (size_t i = 0; i < line.size(); ++i) {
+        if ((static_cast<unsigned char>(line[i]) & 0xC0) != 0x80) starts.push_back(i);
+    }
+    size_t caret = place.column - 1;
+    if (starts.size() > kExcerptLongest) {
+        const size_t first = caret > kExcerptWidth / 2 ? caret - kExcerptWidth / 2 : 0;
+        const size_t last = std::min(starts.size(), first + kExcerptWidth);
+        const size_t end = last < starts.size() ? starts[last] : line.size();
+        line = (first > 0 ? "..." : "") + line.substr(starts[first], end - starts[first]) +
+               (last < starts.size() ? "..." : "");
+        caret = caret - first + (first > 0 ? 3 : 0);
+    }
+    char number[24];
+    std::snprintf(number, sizeof number, "%6zu | ", place.line);
+    return number + line + "\n       | " + std::string(caret, ' ') + "^\n";
 }
 
 const JsonNode* Member(const JsonNode* object, const std::string& key) {

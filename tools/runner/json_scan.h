@@ -40,7 +40,8 @@ struct JsonScan {
 
 JsonScan ScanJson(const std::string& text);
 
-// Line and column (from 1) of a byte offset; columns count characters, a UTF-8 sequence as one.
+// Line and column (from 1) of a byte offset; columns count characters, a UTF-8 sequence as one,
+// and a byte order mark that starts the text as none (editors do not show it).
 struct TextPlace {
     size_t line = 1;
     size_t column = 1;
@@ -49,6 +50,14 @@ TextPlace PlaceOf(const std::string& text, size_t offset);
 
 // The line holding offset, without its line break.
 std::string LineOf(const std::string& text, size_t offset);
+
+// The source line holding offset and, under it, a caret at its column, as compilers show them
+// ("    12 | text" and "       |     ^"), control characters as spaces. A line longer than
+// kExcerptLongest characters (a minified file) shows a window of kExcerptWidth characters around
+// the caret, "..." where it is cut.
+constexpr size_t kExcerptLongest = 160;
+constexpr size_t kExcerptWidth = 120;
+std::string SourceExcerpt(const std::string& text, size_t offset);
 
 // An object's first member whose key equals key, letter case ignored (as the module looks keys
 // up), or null.
