@@ -83,6 +83,27 @@ TEST(Scenario, ErrorsArePlacedAndNumbersRangeChecked) {
     }
 }
 
+// A configuration given to run or test, or a scenario to check, is told for what it is.
+TEST(Scenario, FilesAreToldApartByTheirKeys) {
+    const struct {
+        const char* text;
+        FileKind kind;
+    } cases[] = {{"{\"SubParamList\": []}", FileKind::kConfiguration},
+                 {"{\"subparamlist\": [], \"ModuleName\": \"x\"}", FileKind::kConfiguration},
+                 {"{\"runs\": []}", FileKind::kScenario},
+                 {"{\"config\": \"algo_private.json\"}", FileKind::kScenario},
+                 {"{\"config\": {}, \"SubParamList\": []}", FileKind::kNeither},
+                 {"[1]", FileKind::kNeither},
+                 {"{", FileKind::kNeither}};
+    for (const auto& c : cases) EXPECT_EQ(KindOf(c.text), c.kind) << c.text;
+    const std::string path = Write("\n  {\"SubParamList\": []}");
+    Scenario scenario;
+    FileError error;
+    EXPECT_FALSE(LoadScenario(path, scenario, error));
+    EXPECT_EQ(error.where, path + ":2:3");
+    EXPECT_EQ(error.message, WrongKind(FileKind::kConfiguration, path));
+}
+
 TEST(Scenario, NumbersAtTheEndsOfTheirRangesAreRead) {
     const std::string path = Write(R"({"config": {}, "module_id": 299, "algo_id": -2147483648,
         "expect_init": {"status": -2147483648},

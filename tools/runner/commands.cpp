@@ -295,6 +295,11 @@ bool CheckFile(const std::string& file, const Options& options, const Diagnostic
         diag.Say(Severity::kError, out.name, out.error);
         return true;
     }
+    if (KindOf(scenario.config.text) == FileKind::kScenario) {
+        out.error = WrongKind(FileKind::kScenario, out.name);
+        diag.Say(Severity::kError, out.name, out.error);
+        return true;
+    }
     Session session;
     InitReport init;
     if (!Start(session, scenario, init, options, diag)) return false;

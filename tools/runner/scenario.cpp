@@ -294,7 +294,19 @@ ParamDecl ReadParam(const cJSON* p, const std::string& path) {
     return decl;
 }
 
+FileKind KindOfRoot(const cJSON* root) {
+    if (!cJSON_IsObject(root)) return FileKind::kNeither;
+    const bool rows = cJSON_GetObjectItem(root, "SubParamList") != nullptr;
+    const bool runs = cJSON_GetObjectItemCaseSensitive(root, "runs") != nullptr ||
+                      cJSON_GetObjectItemCaseSensitive(root, "config") != nullptr;
+    if (rows == runs) return FileKind::kNeither;
+    return rows ? FileKind::kConfiguration : FileKind::kScenario;
+}
+
 void ReadScenario(const cJSON* root, const Source& source, Scenario& out) {
+    if (KindOfRoot(root) == FileKind::kConfiguration) {
+        throw Bad{root, "", WrongKind(FileKind::kConfiguration, DisplayName(source.path))};
+    }
     CheckKeys(root, "", kScenarioKeys);
     auto field = [&](const char* key) { return cJSON_GetObjectItemCaseSensitive(root, key); };
     const cJSON* config = field("config");
@@ -369,6 +381,24 @@ std::string PlaceOfBad(const std::string& written, const std::string& read, cons
 bool operator==(const Value& a, const Value& b) {
     return a.kind == b.kind && a.list == b.list && a.ints == b.ints && a.floats == b.floats &&
            a.texts == b.texts;
+}
+
+FileKind KindOf(const std::string& text) {
+    const JsonPtr root(cJSON_Parse(text.c_str()));
+    return KindOfRoot(root.get());
+}
+
+std::string WrongKind(FileKind kind, const std::string& name) {
+    if (kind == FileKind::kConfiguration) {
+        return "this is a configuration (it has \"SubParamList\"), not a scenario: run and test "
+               "read a scenario file, whose \"config\" names the configuration; check reads a "
+               "configuration (formatv2_preview check " +
+               name + ")";
+    }
+    return "this is a scenario file (it has \"runs\" or \"config\"), not a configuration: "
+           "check reads a configuration, such as the file its \"config\" names; run and test "
+           "read a scenario (formatv2_preview test " +
+           name + ")";
 }
 
 bool LoadScenario(const std::string& path, Scenario& out, FileError& error,

@@ -73,6 +73,15 @@ struct FileError {
     std::string message;
 };
 
+// What a JSON text is by its top-level keys: a configuration has "SubParamList" (in any letter
+// case, as the module reads it) and no "runs" or "config"; a scenario has "runs" or "config" and
+// no "SubParamList". Anything else is neither.
+enum class FileKind { kNeither, kConfiguration, kScenario };
+FileKind KindOf(const std::string& text);
+// What check says of a scenario, and run and test of a configuration: what the file is and
+// which command reads it.
+std::string WrongKind(FileKind kind, const std::string& name);
+
 // Reads a scenario file. Every error is placed at FILE:LINE:COL of the key or value concerned
 // and names the key's path (runs[2].img_mod); unknown keys name the closest known key. Numbers
 // must fit what they are read into (whole where an int is meant). With confineTo (an absolute,
