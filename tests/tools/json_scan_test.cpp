@@ -57,6 +57,7 @@ TEST(JsonScan, LooseJsonIsFlaggedWhereItStands) {
         {R"({"a": "<\uqqqq>"})", "escape-nul", 9},
         {R"({"a": "\u0000"})", "escape-nul", 8},
         {R"({"a": 012})", "loose-number", 7},
+        {"\xEF\xBB\xBF{\"a\": 012}", "loose-number", 7},  // a byte order mark takes no column
         {R"({"a": 1.})", "loose-number", 7},
         {R"({"a": -.5})", "loose-number", 7},
         {"{\"a\": \"x\ty\"}", "raw-control", 9},

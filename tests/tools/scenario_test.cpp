@@ -8,6 +8,8 @@
 #include <fstream>
 #include <string>
 
+#include "contract/contract.h"
+#include "tools/runner/check.h"
 #include "tools/runner/scenario.h"
 
 namespace preview {
@@ -102,6 +104,36 @@ TEST(Scenario, FilesAreToldApartByTheirKeys) {
     EXPECT_FALSE(LoadScenario(path, scenario, error));
     EXPECT_EQ(error.where, path + ":2:3");
     EXPECT_EQ(error.message, WrongKind(FileKind::kConfiguration, path));
+}
+
+// An inline configuration is read as its bytes in the scenario, and a finding in it is placed
+// at the scenario's line and column, byte escapes before it counted as written.
+TEST(Scenario, InlineConfigurationsArePlacedInTheScenario) {
+    const std::string config =
+        R"({"ModuleName": "x", "StrConcateEnable": 0, "ParamName": "all", "SubParamList": [)"
+        "\n"
+        R"(  {"SubParamStr": "x", "IsCustomEdit": 1, "ShowValue_CN": "\udcc3", "ShowValue_EN": "",)"
+        R"( "ParamName": "a", "ConvertType": 7, "StrTruncEnable": 0, "StrTruncStart": 0,)"
+        R"( "StrTruncLen": 0, "StrPrefix": "", "StrSuffix": "", "StrDelete": ""}]})";
+    const std::string text = "{\"runs\": [{}, {\"replace_config\":\n " + config + "}],\n" +
+                             " \"config\": " + config + "}";
+    const std::string path = Write(text);
+    Scenario scenario;
+    FileError error;
+    ASSERT_TRUE(LoadScenario(path, scenario, error)) << error.where << ": " << error.message;
+    for (const ConfigSource* c : {&scenario.config, &*scenario.runs[1].newConfig}) {
+        ASSERT_TRUE(c->embedding);
+        EXPECT_EQ(c->text.front(), '{');
+        EXPECT_EQ(c->text.back(), '}');
+        Verdict v = Examine(kStatusConfigRefused, c->text);
+        ASSERT_TRUE(v.refusal);
+        PlaceIn(v, *c->embedding);
+        const bool first = c == &scenario.config;
+        const size_t at = text.find("\"ConvertType\": 7", first ? text.find("\"config\"") : 0) + 15;
+        EXPECT_EQ(v.refusal->place.offset, at);
+        EXPECT_EQ(v.refusal->place.line, first ? 5u : 3u);
+        EXPECT_EQ(v.refusal->place.column, at - text.rfind('\n', at));
+    }
 }
 
 TEST(Scenario, NumbersAtTheEndsOfTheirRangesAreRead) {

@@ -65,6 +65,8 @@ class LineIndex {
         // Findings come mostly in the order of the text: a long line is counted on from the
         // last place asked for, not from its start each time.
         size_t from = m_starts[line - 1];
+        // A byte order mark starting the text takes no column: editors do not show it.
+        if (line == 1 && offset >= 3 && m_text.compare(0, 3, "\xEF\xBB\xBF") == 0) from = 3;
         size_t column = 1;
         if (m_lastLine == line && m_lastOffset <= offset) {
             from = m_lastOffset;
@@ -278,6 +280,19 @@ bool AtKey(Rule rule) {
 }
 
 }  // namespace
+
+void PlaceIn(Verdict& verdict, const Embedding& embedding) {
+    const auto move = [&](Place& place) {
+        if (place.line == 0) return;
+        place.offset = WrittenOffsetOf(embedding, place.offset);
+        const TextPlace at = PlaceOf(embedding.written, place.offset);
+        place.line = at.line;
+        place.column = at.column;
+    };
+    for (Refusal& r : verdict.refusals) move(r.place);
+    for (Warning& w : verdict.warnings) move(w.place);
+    if (verdict.refusal) move(verdict.refusal->place);
+}
 
 Verdict Examine(int status, const std::string& text) {
     Verdict v;

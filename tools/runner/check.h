@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "findings.h"
+#include "scenario.h"
 
 typedef struct cJSON cJSON;
 
@@ -18,6 +19,9 @@ struct Verdict {
     std::optional<Refusal> refusal;  // the one the module stops at
     std::vector<Warning> warnings;   // in file order; some may fail every run (Fails)
 };
+
+// Moves the places of a verdict on an inline configuration to where it stands in its scenario.
+void PlaceIn(Verdict& verdict, const Embedding& embedding);
 
 // status: what the loaded module's read of text gave. The refusals are the reader's, placed;
 // a refusal of a status the reader does not explain (a table refused, a file step) is named

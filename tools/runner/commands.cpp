@@ -262,7 +262,10 @@ int RunCommand(const std::string& path, const Options& options) {
                          "]: re-reading the configuration was refused; the module keeps what "
                          "the failed read left");
         }
-        Tell(diag, e.config.name, e.config.text, e.verdict);
+        if (!e.config.embedding) return Tell(diag, e.config.name, e.config.text, e.verdict);
+        Verdict placed = e.verdict;
+        PlaceIn(placed, *e.config.embedding);
+        Tell(diag, e.config.embedding->file, e.config.embedding->written, placed);
     };
     std::string error;
     const bool played = Play(session, scenario, init, report, options.logLevel, told, error);

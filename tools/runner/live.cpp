@@ -190,7 +190,7 @@ cJSON* LiveJson(const LiveInput& input) {
             scenario = Scenario{};  // the configuration's first read is still shown
         }
     }
-    scenario.config = {input.configName, input.configText};
+    scenario.config = {input.configName, input.configText, std::nullopt};
     cJSON_AddItemToObject(root, "rows", RowsJson(input.configText, LayoutOf(input.configText)));
 
     Session session;

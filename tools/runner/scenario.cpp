@@ -376,7 +376,38 @@ std::string PlaceOfBad(const std::string& written, const std::string& read, cons
     return ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
 }
 
+// Each inline configuration's text becomes its bytes as they stand in the scenario (cJSON reads
+// them as it read them there), and its findings are placed there.
+void Embed(const cJSON* root, const Embedding& scenario, Scenario& out) {
+    const JsonScan scan = ScanJson(scenario.read);
+    const auto embed = [&](const cJSON* item, ConfigSource& config) {
+        std::vector<size_t> trail;
+        if (!cJSON_IsObject(item) || !scan.root || !Trail(root, item, trail)) return;
+        const JsonNode* node = &*scan.root;
+        for (size_t index : trail) {
+            if (index >= node->members.size()) return;
+            node = &node->members[index];
+        }
+        config.text = scenario.read.substr(node->begin, node->end - node->begin);
+        config.embedding = scenario;
+        config.embedding->begin = node->begin;
+    };
+    embed(cJSON_GetObjectItemCaseSensitive(root, "config"), out.config);
+    const cJSON* runs = cJSON_GetObjectItemCaseSensitive(root, "runs");
+    size_t index = 0;
+    for (const cJSON* run = runs ? runs->child : nullptr; run; run = run->next, ++index) {
+        if (index < out.runs.size() && out.runs[index].newConfig) {
+            embed(cJSON_GetObjectItemCaseSensitive(run, "replace_config"),
+                  *out.runs[index].newConfig);
+        }
+    }
+}
+
 }  // namespace
+
+size_t WrittenOffsetOf(const Embedding& embedding, size_t offset) {
+    return WrittenOffset(embedding.written, embedding.read, embedding.begin + offset);
+}
 
 bool operator==(const Value& a, const Value& b) {
     return a.kind == b.kind && a.list == b.list && a.ints == b.ints && a.floats == b.floats &&
@@ -428,6 +459,7 @@ bool LoadScenarioText(const std::string& path, std::string text, Scenario& out, 
     }
     try {
         ReadScenario(root.get(), Source{path, confineTo}, out);
+        Embed(root.get(), Embedding{DisplayName(path), written, text, 0}, out);
     } catch (const Bad& bad) {
         error.where += PlaceOfBad(written, text, root.get(), bad);
         error.message = bad.path.empty() ? bad.message : bad.path + ": " + bad.message;

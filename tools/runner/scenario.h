@@ -41,9 +41,21 @@ struct Expectation {
 };
 
 // A configuration text and the name it is reported under.
+// Where an inline configuration stands in its scenario file, so that its findings are placed
+// at the line and column the user wrote them on.
+struct Embedding {
+    std::string file;     // the scenario, as reports name it
+    std::string written;  // its text as written
+    std::string read;     // its text as read (each \udcHH escape turned into its byte)
+    size_t begin = 0;     // the configuration object's offset in read
+};
+// The offset in the scenario as written of an offset in the configuration's text.
+size_t WrittenOffsetOf(const Embedding& embedding, size_t offset);
+
 struct ConfigSource {
-    std::string name;  // the file's path, or where the inline object stands
-    std::string text;
+    std::string name;                    // the file's path, or where the inline object stands
+    std::string text;                    // an inline object: its bytes as written in the scenario
+    std::optional<Embedding> embedding;  // an inline object: where it stands
 };
 
 struct RunSpec {
