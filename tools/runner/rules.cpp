@@ -48,7 +48,8 @@ const RuleEntry kRules[] = {
     {Rule::kVerdictsDiffer, "verdicts-differ", Level::kWarning,
      "the loaded module and the runner's own reader judge the file differently",
      "check with the runner built with that module"},
-    {Rule::kUnreadable, "unreadable", Level::kRefusal, "a file that cannot be read", ""},
+    {Rule::kUnreadable, "unreadable", Level::kRefusal, "a file that cannot be read",
+     "check that the path names a readable file (the message gives the system's reason)"},
 
     {Rule::kTrailingText, "trailing-text", Level::kWarning,
      "text after the closing brace, which the module ignores",
