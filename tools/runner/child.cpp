@@ -126,6 +126,11 @@ std::string Problem(int status, bool timedOut, bool tooLarge, const ChildOutcome
                "): the module crashed on this configuration or its values";
     }
     if (!WIFEXITED(status)) return "the evaluation ended in an unknown way";
+    // Where posix_spawn cannot report a failed exec (a fork under an emulator, older C
+    // libraries), the child exits with 127, as a shell's does.
+    if (WEXITSTATUS(status) == 127 && o.err.empty()) {
+        return "cannot start the evaluation: the program could not be run (exit code 127)";
+    }
     if (WEXITSTATUS(status) == kExitOutOfMemory) {
         return "the run needed more than " + std::to_string(limits.memoryMiB) +
                " MiB of memory, the limit of a preview (serve --memory-limit), and was stopped";
