@@ -98,7 +98,7 @@ int FormatSingleOutputArrayData(RunInputs& inputs, const std::string& inputName,
 }
 
 int AssembleArrayData(RunInputs& inputs, const DYNAMIC_SUBSCRIBE_PARAM_LIST& table,
-                      DataSection& section, int& inputIndex, const Logger& log) {
+                      DataSection& section, int& inputIndex, const Logger& log, Spans* cells) {
     const std::vector<DataField>& fields = section.Array;
     const size_t fieldCount = fields.size();
     std::string text;
@@ -120,7 +120,7 @@ int AssembleArrayData(RunInputs& inputs, const DYNAMIC_SUBSCRIBE_PARAM_LIST& tab
         }
         inputIndex += static_cast<int>(fieldCount);
 
-        text = ArrayText(fields, lists, static_cast<size_t>(rows));
+        text = ArrayText(fields, lists, static_cast<size_t>(rows), cells);
     }
 
     section.SubParam.type = "%s";
@@ -132,7 +132,7 @@ int AssembleArrayData(RunInputs& inputs, const DYNAMIC_SUBSCRIBE_PARAM_LIST& tab
 }
 
 std::string ArrayText(const std::vector<DataField>& fields, const std::vector<Any>& lists,
-                      size_t rows) {
+                      size_t rows, Spans* cells) {
     const size_t fieldCount = fields.size();
     // The element type of every field list, told once rather than per cell; arrays of more
     // fields than kFewFields are rare enough to pay for a list of their own.
@@ -168,6 +168,13 @@ std::string ArrayText(const std::vector<DataField>& fields, const std::vector<An
                 default:
                     AppendCell<std::string, StringFormatter>(text, lists[j], r, format, separator);
                     break;
+            }
+            if (cells != nullptr) {
+                // A cell beyond its field's list is written from no element.
+                const size_t start = cells->empty() ? 0 : cells->back().end;
+                const int element = r < ListLength(lists[j]) ? static_cast<int>(r) : -1;
+                const Owner owner{-1, static_cast<int>(j), element};
+                if (text.Size() > start) cells->push_back({start, text.Size(), owner});
             }
         }
     }

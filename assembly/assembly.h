@@ -13,6 +13,7 @@
 #include "config/element_kind.h"
 #include "config/item_model.h"
 #include "contract/messages.h"
+#include "contract/run_result.h"
 #include "host/scframe.h"
 
 namespace formatv2 {
@@ -43,9 +44,11 @@ int FetchSubscribed(RunInputs& inputs, const std::string& inputName, ElementKind
                     DataSection& section, const Logger& log);
 
 // An array item: every field's list read, then laid out as one text in Value; inputIndex
-// advances by the number of fields. 0, kStatusFieldRead or kStatusIndex.
+// advances by the number of fields. 0, kStatusFieldRead or kStatusIndex. With cells, the spans
+// of the text's cells (each with its separator) are recorded there.
 int AssembleArrayData(RunInputs& inputs, const DYNAMIC_SUBSCRIBE_PARAM_LIST& table,
-                      DataSection& section, int& inputIndex, const Logger& log);
+                      DataSection& section, int& inputIndex, const Logger& log,
+                      Spans* cells = nullptr);
 // One field: its list appended to lists and its length in count. 0 or kStatusBadArgument.
 int FormatSingleOutputArrayData(RunInputs& inputs, const std::string& inputName,
                                 const DataField& field, std::vector<Any>& lists, int& count,
@@ -53,7 +56,12 @@ int FormatSingleOutputArrayData(RunInputs& inputs, const std::string& inputName,
 // lists[j] is field j's list (of ints, floats or texts; any other holder reads as texts);
 // rows is the longest list's length, a shorter list giving empty cells beyond its end.
 std::string ArrayText(const std::vector<DataField>& fields, const std::vector<Any>& lists,
-                      size_t rows);
+                      size_t rows, Spans* cells = nullptr);
+
+// Why the row whose first input is at inputIndex gave no values: what it asked of which input
+// and what that input held. Reads the inputs again, logging nothing.
+RowFailure ExplainRead(RunInputs& inputs, const DYNAMIC_SUBSCRIBE_PARAM_LIST& table,
+                       const DataSection& section, int inputIndex, int status);
 
 // Fixed texts: a custom text as typed, a symbol with its escapes turned into line breaks.
 int AssembleCustomData(DataSection& section);

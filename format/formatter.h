@@ -45,6 +45,7 @@ class TextBuilder {
         return out;
     }
     void Commit(size_t n) { used_ += n; }
+    size_t Size() const { return used_; }
     void Append(const std::string& piece) {
         const size_t n = piece.size();
         char* out = Room(n);

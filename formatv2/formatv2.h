@@ -12,9 +12,13 @@
 #include "config/item_model.h"
 #include "contract/contract.h"
 #include "contract/messages.h"
+#include "contract/run_result.h"
 #include "host/algo.h"
 
 struct cJSON;
+namespace formatv2 {
+struct Recording;
+}
 
 class CFormatV2Module : public CAlgo {
   public:
@@ -75,6 +79,12 @@ class CFormatV2Module : public CAlgo {
     // ---- formatting ----
     std::string FloatToString(float value, int precision);
 
+    // ---- what runs did, for tools (never asked by the host) ----
+    // From the next run on, each run's result is kept until the next (or no longer).
+    void RecordRuns(bool on);
+    // The last run's result, or null when runs are not recorded.
+    const formatv2::RunResult* LastRun() const { return m_lastRun.get(); }
+
     // ---- members ----
     int ImgMode;
     std::string ShowTextCN;
@@ -95,9 +105,18 @@ class CFormatV2Module : public CAlgo {
     // Steps of a run up to output combination, on the run's input frame (null: none);
     // Process adds the end-of-run steps.
     int RunItems(const std::shared_ptr<CScFrame>& frame, void* input, void* output);
+    // The run's display texts in the result: their spans, as recorded while they grew.
+    void RecordDisplay();
+
+    std::unique_ptr<formatv2::RunResult> m_lastRun;       // null: runs are not recorded
+    std::unique_ptr<formatv2::Recording> m_recording;    // the run's texts while they grow
 };
 
 extern "C" {
 FORMATV2_EXPORT CAbstractUserModule* CreateModule();
 FORMATV2_EXPORT void DestroyModule(void* reserved, CAbstractUserModule* module);
+// For tools that show what each run did (the preview runner); the host never calls them.
+// A module of another library is left alone, and gives null.
+FORMATV2_EXPORT void FormatV2RecordRuns(CAbstractUserModule* module, int on);
+FORMATV2_EXPORT const formatv2::RunResult* FormatV2LastRun(const CAbstractUserModule* module);
 }

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "format/formatter.h"
+#include "publish/publish.h"
 #include "formatv2/formatv2.h"
 #include "host/osal.h"
 
@@ -15,6 +16,19 @@ CAbstractUserModule* CreateModule() {
 
 void DestroyModule(void* /*reserved*/, CAbstractUserModule* module) {
     delete module;
+}
+
+void FormatV2RecordRuns(CAbstractUserModule* module, int on) {
+    if (auto* ours = dynamic_cast<CFormatV2Module*>(module)) ours->RecordRuns(on != 0);
+}
+
+const formatv2::RunResult* FormatV2LastRun(const CAbstractUserModule* module) {
+    const auto* ours = dynamic_cast<const CFormatV2Module*>(module);
+    return ours != nullptr ? ours->LastRun() : nullptr;
+}
+
+void CFormatV2Module::RecordRuns(bool on) {
+    m_lastRun = on ? std::make_unique<formatv2::RunResult>() : nullptr;
 }
 
 CFormatV2Module::CFormatV2Module()

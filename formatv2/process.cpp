@@ -47,6 +47,21 @@ int FetchAt(void* frame, const DYNAMIC_SUBSCRIBE_PARAM_LIST& table, DataSection&
                                      log);
 }
 
+// A row's outcome once it has been read: failed (and why), kept from an earlier run, or read.
+void RecordRow(formatv2::RowResult& row, formatv2::RunInputs& inputs,
+               const DYNAMIC_SUBSCRIBE_PARAM_LIST& table, const DataSection& item, int firstInput,
+               int ret) {
+    if (ret != 0) {
+        row.outcome = formatv2::RowOutcome::kFailed;
+        row.failure = formatv2::ExplainRead(inputs, table, item, firstInput, ret);
+    } else if (item.DataType == FORMAT_V2_DATA_SUBSCRIBE &&
+               ElementKindOf(item.SubParam.type) == ElementKind::kNone) {
+        row.outcome = formatv2::RowOutcome::kKept;
+    } else {
+        row.outcome = formatv2::RowOutcome::kGave;
+    }
+}
+
 // The monotonic clock in milliseconds, to the nearest, halves up.
 double MonotonicMillis() {
     struct timespec now {};
@@ -67,6 +82,11 @@ int CFormatV2Module::Process(void* input, void* output) {
     std::shared_ptr<CScFrame> frame;
     int status = 0;
     if (!Guarded([&] {
+            if (m_lastRun) {
+                *m_lastRun = formatv2::RunResult{};
+                m_lastRun->rows.resize(SubParamList.size());
+                m_recording.reset(new formatv2::Recording{*m_lastRun, {}, {}});
+            }
             frame = ZR_M_Get_Frame_ByID(input, 0);
             status = RunItems(frame, input, output);
         })) {
@@ -87,8 +107,32 @@ int CFormatV2Module::Process(void* input, void* output) {
         }
         Guarded([&] { SendOutputParam(output, status); });
     }
+    if (m_lastRun) {
+        Guarded([&] {
+            m_lastRun->status = status;
+            RecordDisplay();
+        });
+        m_recording.reset();
+    }
     frame.reset();
     return status;
+}
+
+void CFormatV2Module::RecordDisplay() {
+    // Spans that do not add up to the text tell of texts an earlier run left (a run that
+    // ended before it began its own): their bytes are told as of no row.
+    formatv2::Spans spans;
+    if (m_recording) spans = m_recording->display;
+    const auto add = [&](const char* output, const std::string& text) {
+        formatv2::Spans told = spans;
+        if ((told.empty() ? 0 : told.back().end) != text.size()) {
+            told.clear();
+            formatv2::AddSpan(told, text.size(), {});
+        }
+        m_lastRun->texts.push_back({output, 0, std::move(told)});
+    };
+    add("show_text_en", ShowTextEN);
+    add("show_text_cn", ShowTextCN);
 }
 
 int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* input, void* output) {
@@ -116,7 +160,10 @@ int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* inpu
     ConcatText.clear();
 
     HostInputs inputs(input);
-    for (DataSection& item : SubParamList) {
+    formatv2::RunResult* const result = m_lastRun.get();
+    for (size_t row = 0; row < SubParamList.size(); ++row) {
+        DataSection& item = SubParamList[row];
+        const int firstInput = inputIndex;
         int ret = 0;
         switch (item.DataType) {
             case FORMAT_V2_DATA_SUBSCRIBE:
@@ -127,7 +174,8 @@ int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* inpu
                 formatv2::AssembleSymbolData(item);
                 break;
             case FORMAT_V2_DATA_ARRAY:
-                ret = formatv2::AssembleArrayData(inputs, DynamicSubList, item, inputIndex, log);
+                ret = formatv2::AssembleArrayData(inputs, DynamicSubList, item, inputIndex, log,
+                                                  result ? &result->rows[row].cells : nullptr);
                 break;
             case FORMAT_V2_DATA_CUSTOM:
                 ret = formatv2::AssembleCustomData(item);
@@ -136,6 +184,7 @@ int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* inpu
                 log.Say<Msg::kNoSuchDataFormat>(static_cast<int>(item.DataType));
                 break;
         }
+        if (result != nullptr) RecordRow(result->rows[row], inputs, DynamicSubList, item, firstInput, ret);
         if (ret != 0) {
             log.Say<Msg::kItemFailed>("Process", ret);
             return ret;
@@ -195,7 +244,7 @@ void CFormatV2Module::SpecialCharReplace(std::string& text, const std::string& f
 int CFormatV2Module::CombineSubOutputValue(void* output) {
     std::shared_ptr<CScFrame> frame = ZR_M_Get_Frame_ByHOutput(output);
     formatv2::Publication run{SubParamList, StrConcateEnable, ParamName, ConcatText,
-                              ShowTextCN,   ShowTextEN,       Log()};
+                              ShowTextCN,   ShowTextEN,       Log(),      m_recording.get()};
     return formatv2::CombineSubOutputValue(run, frame);
 }
 

@@ -38,10 +38,12 @@ int CombineSubOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame) {
     }
 
     for (const DataSection& item : run.items) {
+        const int row = static_cast<int>(&item - run.items.data());
         if (run.strConcateEnable == 0) {
             const std::string heading = "\n" + item.ParamName + ":";
             run.showTextEn += heading;
             run.showTextCn += heading;
+            if (run.record != nullptr) AddSpan(run.record->display, heading.size(), {row, -1, -1});
         }
 
         int ret = 0;
@@ -57,9 +59,25 @@ int CombineSubOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame) {
             if (ret != 0) run.log.Say<Msg::kStringListFailed>(where, ret);
         } else {
             run.log.Say<Msg::kUnknownValueType>();
-            return kStatusIndex;
+            ret = kStatusIndex;
+            if (run.record != nullptr && static_cast<size_t>(row) < run.record->result.rows.size()) {
+                RowResult& result = run.record->result.rows[static_cast<size_t>(row)];
+                result.outcome = RowOutcome::kFailed;
+                result.failure.status = ret;
+                result.failure.step = "value";
+                result.failure.name = item.ParamName;
+            }
         }
-        if (ret != 0) return ret;
+        if (ret != 0) {
+            // The rows after it were read, but none of them is published.
+            if (run.record != nullptr) {
+                std::vector<RowResult>& rows = run.record->result.rows;
+                for (size_t k = static_cast<size_t>(row) + 1; k < rows.size(); ++k) {
+                    rows[k].outcome = RowOutcome::kNotReached;
+                }
+            }
+            return ret;
+        }
 
         if (list != nullptr) {
             // The reader refuses a row of any other convert type, so the items of a
@@ -75,10 +93,15 @@ int CombineSubOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame) {
         list->push_back(pub);
     }
 
-    const std::string joined = "\n" + run.paramName + ":" + run.concatText;
-    run.showTextEn += joined;
-    run.showTextCn += joined;
+    const std::string label = "\n" + run.paramName + ":";
+    run.showTextEn.append(label).append(run.concatText);
+    run.showTextCn.append(label).append(run.concatText);
     if (frame) frame->StringTable[run.paramName] = run.concatText;
+    if (run.record != nullptr) {
+        AddSpan(run.record->display, label.size(), {});
+        AddSpans(run.record->display, run.record->joined);
+        if (frame) run.record->result.texts.push_back({run.paramName, 0, run.record->joined});
+    }
     return 0;
 }
 

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "config/element_kind.h"
 #include "contract/guard.h"
 #include "format/formatter.h"
 #include "publish/publish.h"
@@ -88,20 +89,93 @@ const T& StoreAt(std::vector<T>& list, V&& value, int index, const DataSection& 
 // Removing a match and searching on from the removal point never looks back at what came
 // before it, so the result is the text with every leftmost non-overlapping match removed.
 // One pass compacts the text in place: no second buffer, and no shifting of the tail once
-// per match.
-void DeleteAll(std::string& text, const std::string& pattern) {
+// per match. With removed, each match's range in the text as it was is added to it.
+void DeleteAll(std::string& text, const std::string& pattern,
+               std::vector<std::pair<size_t, size_t>>* removed) {
     size_t at = text.find(pattern);
     if (at == std::string::npos) return;
     char* data = &text[0];
     size_t kept = at;  // the compacted text's length so far; always before from
     size_t from = at + pattern.size();
+    if (removed != nullptr) removed->emplace_back(at, from);
     while ((at = text.find(pattern, from)) != std::string::npos) {
         std::copy(data + from, data + at, data + kept);
         kept += at - from;
         from = at + pattern.size();
+        if (removed != nullptr) removed->emplace_back(at, from);
     }
     std::copy(data + from, data + text.size(), data + kept);
     text.resize(kept + (text.size() - from));
+}
+
+// The row of item in the run's list; -1 for an item from elsewhere.
+int RowOf(const Publication& run, const DataSection& item) {
+    const DataSection* first = run.items.data();
+    if (&item < first || &item >= first + run.items.size()) return -1;
+    return static_cast<int>(&item - first);
+}
+
+// The element of the input's list that the value at index came from; -1 for fixed texts and
+// array texts, whose cells carry their own.
+int ElementOf(const DataSection& item, int index) {
+    if (item.DataType != FORMAT_V2_DATA_SUBSCRIBE || item.SubParam.index == "*") {
+        return item.DataType == FORMAT_V2_DATA_SUBSCRIBE ? index : -1;
+    }
+    int number = index;
+    return ParseElementNumber(item.SubParam.index, number) ? number : index;
+}
+
+// The spans of a value of size bytes as it comes to be published: an array row's cells, or
+// the value whole.
+Spans ValueSpans(const Recording& record, int row, const DataSection& item, int index,
+                 size_t size) {
+    const std::vector<RowResult>& rows = record.result.rows;
+    if (item.DataType == FORMAT_V2_DATA_ARRAY && row >= 0 && static_cast<size_t>(row) < rows.size()) {
+        Spans cells = rows[static_cast<size_t>(row)].cells;
+        if (!cells.empty() && cells.back().end == size) {
+            for (Span& cell : cells) cell.owner.row = row;
+            return cells;
+        }
+    }
+    Spans spans;
+    AddSpan(spans, size, {row, -1, ElementOf(item, index)});
+    return spans;
+}
+
+// A value that could not be converted to the row's published type.
+template <typename T>
+void RecordFailure(Recording* record, int row, const DataSection& item, const T& value,
+                   int status) {
+    if (record == nullptr || row < 0 || static_cast<size_t>(row) >= record->result.rows.size()) {
+        return;
+    }
+    RowResult& result = record->result.rows[static_cast<size_t>(row)];
+    result.outcome = RowOutcome::kFailed;
+    result.failure.status = status;
+    result.failure.step = "convert";
+    result.failure.name = item.ParamName;
+    result.failure.expected = GetVariateTypeStr(item.ConvertType);
+    if constexpr (std::is_same_v<T, std::string>) {
+        result.failure.value = value;
+    } else {
+        result.failure.value = std::to_string(value);
+    }
+}
+
+// The text value stored at position in output: its entry, replaced when the value was
+// overwritten.
+void RecordValue(Recording& record, const std::string& output, int position, Spans spans,
+                 bool overwrote) {
+    std::vector<TextProvenance>& texts = record.result.texts;
+    if (overwrote) {
+        for (TextProvenance& text : texts) {
+            if (text.output == output && text.value == position) {
+                text.spans = std::move(spans);
+                return;
+            }
+        }
+    }
+    texts.push_back({output, position, std::move(spans)});
 }
 
 }  // namespace
@@ -130,9 +204,11 @@ bool TextConverts(const std::string& text, int convertType) {
 template <typename T>
 int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame,
                               const DataSection& item, const T& value, int index) {
-    const auto show = [&run](const std::string& text) {
+    const int row = run.record != nullptr ? RowOf(run, item) : -1;
+    const auto show = [&run, &item, row, index](const std::string& text) {
         run.showTextEn.append(text).append(1, ' ');
         run.showTextCn.append(text).append(1, ' ');
+        if (run.record != nullptr) AddSpan(run.record->display, text.size() + 1, {row, -1, ElementOf(item, index)});
     };
 
     switch (item.ConvertType) {
@@ -144,6 +220,7 @@ int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame
                     show(std::to_string(number));
                 })) {
                 run.log.Say<Msg::kIntConvertFailed>(item.ParamName.c_str());
+                RecordFailure(run.record, row, item, value, kStatusNotConvertible);
                 return kStatusNotConvertible;
             }
             return 0;
@@ -156,6 +233,7 @@ int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame
                     show(FloatToStringGeneral(number, 6));
                 })) {
                 run.log.Say<Msg::kFloatConvertFailed>(item.ParamName.c_str());
+                RecordFailure(run.record, row, item, value, kStatusNotConvertible);
                 return kStatusNotConvertible;
             }
             return 0;
@@ -166,32 +244,71 @@ int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame
             std::string text;
             if (!Guarded([&] { text = ToText(value, item); })) {
                 run.log.Say<Msg::kStringConvertFailed>(item.ParamName.c_str());
+                RecordFailure(run.record, row, item, value, kStatusNotConvertible);
                 return kStatusNotConvertible;
             }
+            // The value's spans go through each step its bytes go through.
+            Recording* const record = run.record;
+            Spans spans;
+            if (record != nullptr) spans = ValueSpans(*record, row, item, index, text.size());
 
-            if (item.StrTruncEnable != 0 &&
-                !TruncateText(text, item.StrTruncStart, item.StrTruncLen)) {
-                run.log.Say<Msg::kTruncationEmpty>(item.SubParamStr.c_str(), item.StrTruncStart,
-                                                   item.StrTruncLen);
+            if (item.StrTruncEnable != 0) {
+                const bool cut = TruncateText(text, item.StrTruncStart, item.StrTruncLen);
+                if (record != nullptr) {
+                    spans = cut ? CutSpans(spans, static_cast<size_t>(item.StrTruncStart),
+                                           static_cast<size_t>(item.StrTruncLen))
+                                : Spans{};
+                }
+                if (!cut) {
+                    run.log.Say<Msg::kTruncationEmpty>(item.SubParamStr.c_str(),
+                                                       item.StrTruncStart, item.StrTruncLen);
+                }
             }
 
             // Decorated in place: an array item's text can be megabytes long.
             text.insert(0, item.StrPrefix).append(item.StrSuffix);
-            if (!item.StrDelete.empty()) DeleteAll(text, item.StrDelete);
+            std::vector<std::pair<size_t, size_t>> removed;
+            if (!item.StrDelete.empty()) {
+                DeleteAll(text, item.StrDelete, record != nullptr ? &removed : nullptr);
+            }
+            if (record != nullptr) {
+                Spans decorated;
+                AddSpan(decorated, item.StrPrefix.size(), {row, -1, -1});
+                AddSpans(decorated, spans);
+                AddSpan(decorated, item.StrSuffix.size(), {row, -1, -1});
+                spans = RemoveRanges(decorated, removed);
+            }
 
             if (run.strConcateEnable != 0) {
                 run.concatText += text;
+                if (record != nullptr) AddSpans(record->joined, spans);
                 return 0;
             }
             if (!frame) {
                 // No output frame to store into: the value cannot be published.
                 run.log.Say<Msg::kStringConvertFailed>(item.ParamName.c_str());
+                RecordFailure(run.record, row, item, value, kStatusNotConvertible);
                 return kStatusNotConvertible;
             }
-            const std::string& stored =
-                StoreAt(frame->StringListTable[item.ParamName], std::move(text), index, item);
+            StringList& list = frame->StringListTable[item.ParamName];
+            const bool overwrote = index >= 0 && static_cast<size_t>(index) < list.size();
+            const std::string& stored = StoreAt(list, std::move(text), index, item);
             // A lone carriage return is a line-break symbol: kept in the output, not shown.
-            if (stored != "\r") show(stored);
+            if (stored != "\r") {
+                run.showTextEn.append(stored).append(1, ' ');
+                run.showTextCn.append(stored).append(1, ' ');
+            }
+            if (record != nullptr) {
+                if (stored != "\r") {
+                    // The blank after a value belongs to the value's last byte.
+                    AddSpans(record->display, spans);
+                    AddSpan(record->display, 1,
+                            spans.empty() ? Owner{row, -1, ElementOf(item, index)}
+                                          : spans.back().owner);
+                }
+                RecordValue(*record, item.ParamName, static_cast<int>(&stored - list.data()),
+                            std::move(spans), overwrote);
+            }
             return 0;
         }
 

@@ -9,6 +9,7 @@
 
 #include "config/item_model.h"
 #include "contract/messages.h"
+#include "contract/run_result.h"
 #include "host/scframe.h"
 #include "publish/dynamic_pub.h"
 
@@ -20,6 +21,14 @@ namespace formatv2 {
 int BuildPublishTable(const std::vector<DataSection>& items, const std::string& paramName,
                       int strConcateEnable, DYNAMIC_PUBLISH_PARAM_LIST& table, const Logger& log);
 
+// What a run records of its texts when a caller asked for it: the run's result, and the spans
+// of the texts still growing.
+struct Recording {
+    RunResult& result;
+    Spans display;  // the display texts (both are written alike)
+    Spans joined;   // the joined text
+};
+
 // What a run publishes from, and the texts it builds: the module's own members.
 struct Publication {
     const std::vector<DataSection>& items;
@@ -29,6 +38,7 @@ struct Publication {
     std::string& showTextCn;
     std::string& showTextEn;
     Logger log;
+    Recording* record = nullptr;  // null: nothing recorded
 };
 
 // Every value of every item converted and sent, each output listed under "DynamicPub", and the
@@ -43,6 +53,14 @@ int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame
 // The cut of a text value: the part from start with at most length characters. False, with the
 // text emptied, when start lies outside the text or length is negative.
 bool TruncateText(std::string& text, long long start, long long length);
+
+// Spans, each appended after the last one; neighbours of one owner merge.
+void AddSpan(Spans& spans, size_t length, const Owner& owner);
+void AddSpans(Spans& spans, const Spans& more);
+// The spans of bytes [start, start + length) of a text, counted from that text's start.
+Spans CutSpans(const Spans& spans, size_t start, size_t length);
+// The spans once the ranges [first, second) are removed from the text; ranges in order.
+Spans RemoveRanges(const Spans& spans, const std::vector<std::pair<size_t, size_t>>& removed);
 
 // Whether a text value converts to the published type of "ConvertType" convertType as a run
 // converts it (a text target always does).

@@ -229,6 +229,7 @@ bool Play(Session& session, const Scenario& scenario, InitReport& init, Report& 
             error = "runs[" + std::to_string(index) + "]." + error;
             return false;
         }
+        if (run.result && run.status != 0) run.explanation = ExplainRun(*run.result, current, plan);
         Verdict reread;
         if (run.tables) {
             reread = Examine(*run.paramStatus, current.text);

@@ -14,38 +14,22 @@
 namespace preview {
 namespace {
 
-// What provenance needs of a configuration: whether it joins its rows into one output, that
-// output's name, and each row's "ParamName" (keys looked up as the module looks them up).
+// The rows of a configuration, by their "ParamName" ("" for a row without a text name), for the
+// page to name them.
 struct Layout {
-    bool joined = false;
-    std::string name;
-    std::vector<std::string> rows;  // "" for a row without a text name
+    std::vector<std::string> rows;
 };
 
 Layout LayoutOf(const std::string& text) {
     Layout out;
     const JsonPtr root(cJSON_Parse(text.c_str()));
     if (!cJSON_IsObject(root.get())) return out;
-    const cJSON* joined = cJSON_GetObjectItem(root.get(), "StrConcateEnable");
-    const cJSON* name = cJSON_GetObjectItem(root.get(), "ParamName");
-    out.joined = cJSON_IsNumber(joined) && joined->valuedouble != 0;
-    if (cJSON_IsString(name)) out.name = name->valuestring;
     const cJSON* rows = cJSON_GetObjectItem(root.get(), "SubParamList");
     for (const cJSON* row = cJSON_IsArray(rows) ? rows->child : nullptr; row; row = row->next) {
         const cJSON* rowName = cJSON_GetObjectItem(row, "ParamName");
         out.rows.push_back(cJSON_IsString(rowName) ? rowName->valuestring : "");
     }
     return out;
-}
-
-// The same configuration publishing one output per row.
-std::string Unjoined(const std::string& text) {
-    const JsonPtr root(cJSON_Parse(text.c_str()));
-    if (!cJSON_IsObject(root.get())) return text;
-    cJSON_ReplaceItemInObject(root.get(), "StrConcateEnable", cJSON_CreateNumber(0));
-    std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(root.get()),
-                                                         &cJSON_free);
-    return printed ? printed.get() : text;
 }
 
 // Each row of "SubParamList" with its name and the line its object starts on, for the page to
@@ -67,72 +51,6 @@ cJSON* RowsJson(const std::string& text, const Layout& layout) {
         cJSON_AddItemToArray(rows, row);
     }
     return rows;
-}
-
-const Output* Find(const std::vector<Output>& outputs, const std::string& name) {
-    for (const Output& o : outputs) {
-        if (o.name == name && o.value.kind == Value::Kind::kString) return &o;
-    }
-    return nullptr;
-}
-
-std::string Joined(const Value& value) {
-    std::string out;
-    for (const std::string& text : value.texts) out += text;
-    return out;
-}
-
-// Which row wrote which bytes of the joined output: in joining mode that output is the texts
-// of every row in row order, and a play of the same runs without joining publishes each row's
-// texts under the row's name. Kept only when the rows' texts add up to the joined text exactly.
-cJSON* ProvenanceJson(const Layout& layout, const RunReport& run, const RunReport& unjoined) {
-    const Output* joined = Find(run.outputs, layout.name);
-    if (joined == nullptr) return cJSON_CreateNull();
-    const std::string whole = Joined(joined->value);
-    std::string sum;
-    cJSON* pieces = cJSON_CreateArray();
-    for (size_t k = 0; k < layout.rows.size(); ++k) {
-        const Output* row = Find(unjoined.outputs, layout.rows[k]);
-        const std::string text = row != nullptr ? Joined(row->value) : "";
-        sum += text;
-        if (text.empty()) continue;
-        cJSON* piece = cJSON_CreateObject();
-        cJSON_AddNumberToObject(piece, "row", static_cast<double>(k));
-        cJSON_AddStringToObject(piece, "text", text.c_str());
-        cJSON_AddItemToArray(pieces, piece);
-    }
-    if (sum != whole) {
-        cJSON_Delete(pieces);
-        return cJSON_CreateNull();
-    }
-    cJSON* out = cJSON_CreateObject();
-    cJSON_AddStringToObject(out, "output", layout.name.c_str());
-    cJSON_AddItemToObject(out, "pieces", pieces);
-    return out;
-}
-
-// Adds "provenance" to each run object of the report: null where it cannot be told.
-void AddProvenance(const LiveInput& input, const Scenario& scenario,
-                   const std::vector<RunReport>& played, cJSON* runs) {
-    Scenario unjoined = scenario;
-    unjoined.config.text = Unjoined(scenario.config.text);
-    for (RunSpec& plan : unjoined.runs) {
-        if (plan.newConfig) plan.newConfig->text = Unjoined(plan.newConfig->text);
-    }
-    Session session;
-    InitReport init;
-    std::string error;
-    bool ok = session.Open(input.module, error) && session.Init(unjoined, init, error);
-    Layout layout = LayoutOf(scenario.config.text);
-    cJSON* run = runs != nullptr ? runs->child : nullptr;
-    for (size_t index = 0; index < played.size() && run != nullptr; ++index, run = run->next) {
-        if (scenario.runs[index].newConfig) layout = LayoutOf(scenario.runs[index].newConfig->text);
-        RunReport shadow;
-        ok = ok && session.Run(unjoined.runs[index], shadow, error);
-        cJSON_AddItemToObject(run, "provenance",
-                              ok && layout.joined ? ProvenanceJson(layout, played[index], shadow)
-                                                  : cJSON_CreateNull());
-    }
 }
 
 cJSON* ExpectJson(const std::vector<ExpectationCheck>& checks) {
@@ -214,7 +132,6 @@ cJSON* LiveJson(const LiveInput& input) {
     if (!played) cJSON_AddStringToObject(root, "error", error.c_str());
     cJSON_AddItemToObject(root, "report", document);
     AddExpectations(scenario, init, runs, document);
-    AddProvenance(input, scenario, runs, cJSON_GetObjectItem(document, "runs"));
     return root;
 }
 

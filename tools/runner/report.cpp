@@ -366,6 +366,20 @@ cJSON* RunJson(size_t index, const RunReport& run, const std::optional<Refusal>&
     cJSON_AddItemToObject(obj, "dynamic_pub", DynamicPubJson(run.dynamicPub));
     cJSON_AddItemToObject(obj, "result_calls", ResultCallsJson(run.resultCalls));
     cJSON_AddItemToObject(obj, "log", LogJson(run.log));
+    cJSON_AddItemToObject(obj, "rows",
+                          run.result ? RowOutcomesJson(*run.result) : cJSON_CreateNull());
+    cJSON_AddItemToObject(obj, "provenance",
+                          run.result ? ProvenanceJson(*run.result) : cJSON_CreateNull());
+    const Explanation& why = run.explanation;
+    if (why.message.empty()) {
+        cJSON_AddNullToObject(obj, "failure");
+    } else {
+        cJSON* failure = cJSON_AddObjectToObject(obj, "failure");
+        cJSON_AddStringToObject(failure, "where", why.where.c_str());
+        cJSON_AddStringToObject(failure, "message", why.message.c_str());
+        AddTextOrNull(failure, "fix",
+                      why.fix.empty() ? std::nullopt : std::optional<std::string>(why.fix));
+    }
     return obj;
 }
 
@@ -394,6 +408,11 @@ void PrintRunResult(const RunReport& run, bool colour) {
     const char* on = colour ? (run.status == 0 ? "\033[32m" : "\033[31m") : "";
     const char* off = colour ? "\033[0m" : "";
     Print("  status   %s\n", StatusText(run.status).c_str());
+    if (!run.explanation.message.empty()) {
+        Print("  why      %s: %s\n", run.explanation.where.c_str(),
+              run.explanation.message.c_str());
+        if (!run.explanation.fix.empty()) Print("  fix      %s\n", run.explanation.fix.c_str());
+    }
     Print("  verdict  %s%s%s\n", on, run.verdict.empty() ? "-" : run.verdict.c_str(), off);
     Print("  show en  \"%s\"\n", Visible(run.showTextEn).c_str());
     Print("  show cn  \"%s\"\n", Visible(run.showTextCn).c_str());

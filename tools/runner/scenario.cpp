@@ -396,9 +396,26 @@ void Embed(const cJSON* root, const Embedding& scenario, Scenario& out) {
     const cJSON* runs = cJSON_GetObjectItemCaseSensitive(root, "runs");
     size_t index = 0;
     for (const cJSON* run = runs ? runs->child : nullptr; run; run = run->next, ++index) {
-        if (index < out.runs.size() && out.runs[index].newConfig) {
+        if (index >= out.runs.size()) break;
+        if (out.runs[index].newConfig) {
             embed(cJSON_GetObjectItemCaseSensitive(run, "replace_config"),
                   *out.runs[index].newConfig);
+        }
+        // Where each value stands, for explanations of the runs that read it.
+        const cJSON* values = cJSON_GetObjectItemCaseSensitive(run, "values");
+        std::vector<size_t> trail;
+        if (!cJSON_IsObject(values) || !scan.root || !Trail(root, values, trail)) continue;
+        const JsonNode* node = &*scan.root;
+        for (size_t k : trail) {
+            if (node != nullptr) node = k < node->members.size() ? &node->members[k] : nullptr;
+        }
+        for (const JsonNode& value : node != nullptr ? node->members : std::vector<JsonNode>{}) {
+            const TextPlace place =
+                PlaceOf(scenario.written, WrittenOffset(scenario.written, scenario.read,
+                                                        value.keyBegin));
+            out.runs[index].valuePlaces[value.key] = scenario.file + ":" +
+                                                    std::to_string(place.line) + ":" +
+                                                    std::to_string(place.column);
         }
     }
 }

@@ -19,6 +19,8 @@ namespace {
 
 using CreateFn = CAbstractUserModule* (*)();
 using DestroyFn = void (*)(void*, CAbstractUserModule*);
+using RecordRunsFn = void (*)(CAbstractUserModule*, int);
+using LastRunFn = const formatv2::RunResult* (*)(const CAbstractUserModule*);
 using PrtInitFn = int (*)(int, unsigned int, log_spawn_t);
 using SetCallbackerFn = void (*)(int, log_callbacker_t);
 
@@ -104,6 +106,8 @@ struct Session::Library {
     void* handle = nullptr;
     CreateFn create = nullptr;
     DestroyFn destroy = nullptr;
+    RecordRunsFn recordRuns = nullptr;  // null, as lastRun, for a module that cannot tell
+    LastRunFn lastRun = nullptr;
     ~Library() {
         // The host's records still hold output frames, and the module made objects inside
         // them: they must go while the module's code is still loaded.
@@ -138,6 +142,8 @@ bool Session::Open(const std::string& library, std::string& error) {
         error = library + " does not export CreateModule, DestroyModule and the log functions";
         return false;
     }
+    lib->recordRuns = reinterpret_cast<RecordRunsFn>(dlsym(lib->handle, "FormatV2RecordRuns"));
+    lib->lastRun = reinterpret_cast<LastRunFn>(dlsym(lib->handle, "FormatV2LastRun"));
     prtInit(0, 0, nullptr);
     setCallbacker(LOG_LEVEL_INFO, CollectLine);
     m_library = std::move(lib);
@@ -195,6 +201,7 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
     LogCapture capture(report.log);
     m_module = m_library->create();
     m_module->SetModuleId(scenario.moduleId);
+    if (m_library->recordRuns != nullptr) m_library->recordRuns(m_module, 1);
     // The host gives every module its algorithm id before initialising it.
     static_cast<CAlgo*>(m_module)->AlgoId = scenario.algoId;
     report.status = m_module->SetPwd(m_workDir.c_str());
@@ -290,6 +297,9 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
     standin::OutputHandle output;
     report.status = m_module->Process(input.handle(), output.handle());
     Collect(*output.frame, callsBefore, report);
+    if (m_library->lastRun != nullptr) {
+        if (const formatv2::RunResult* told = m_library->lastRun(m_module)) report.result = *told;
+    }
     return true;
 }
 

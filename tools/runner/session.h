@@ -9,10 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "contract/run_result.h"
 #include "host/host_types.h"
 #include "host/standin/standin.h"
 #include "publish/dynamic_pub.h"
 #include "scenario.h"
+#include "told.h"
 
 class CAbstractUserModule;
 
@@ -51,6 +53,10 @@ struct RunReport {
     std::vector<DynamicPub> dynamicPub;
     std::vector<standin::ResultCall> resultCalls;
     std::vector<LogLine> log;
+    // What the run did, row by row and byte by byte, as the module told it; none from a
+    // module library that cannot tell.
+    std::optional<formatv2::RunResult> result;
+    Explanation explanation;  // why the run failed; empty when it did not, or cannot be told
 };
 
 struct InitReport {

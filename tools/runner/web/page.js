@@ -287,27 +287,69 @@
     return line;
   }
 
+  // The provenance entry of a value of an output ("show_text_en" and "show_text_cn" for the
+  // display texts), or undefined.
+  function spansOf(provenance, output, value) {
+    return (provenance || []).find((p) => p.output === output && p.value === value);
+  }
+
+  // A text drawn cell by cell, each in a cell of the row (field, element) that wrote it, a
+  // separator, suffix or blank with the cell it follows. Offsets are in bytes of the UTF-8 text.
+  // Past LIMIT characters the rest is drawn as one text.
+  const encoder = new TextEncoder();
+  const decoder = new TextDecoder();
+  function cellsOf(spans) {
+    const cells = [];
+    for (const s of spans) {
+      const last = cells[cells.length - 1];
+      if (last && last.row === s.row && (s.element === null || (last.field === s.field && last.element === s.element))) {
+        last.end = s.end;
+      } else {
+        cells.push({ ...s });
+      }
+    }
+    return cells;
+  }
+  function spansCell(text, entry, card) {
+    if (!entry || !entry.spans.length) return bytesCell(text);
+    const bytes = encoder.encode(text);
+    const cells = element("span", "bytes");
+    let drawn = 0;
+    for (const s of cellsOf(entry.spans)) {
+      if (drawn > LIMIT) {
+        drawText(decoder.decode(bytes.subarray(s.begin)), cells);
+        break;
+      }
+      const piece = decoder.decode(bytes.subarray(s.begin, s.end));
+      const cell = bytesCell(piece, s.row, card);
+      if (s.row !== null) {
+        cell.title = "row " + s.row + (s.field !== null ? ", field " + s.field : "") +
+                     (s.element !== null ? ", element " + s.element : "");
+      }
+      cells.appendChild(cell);
+      drawn += piece.length;
+    }
+    return cells;
+  }
+
   function outputRow(output, rowOf, provenance, card, failed) {
     const values = output.values || [];
     let bytes = 0;
     let cells;
-    if (provenance && provenance.output === output.name) {
-      cells = document.createDocumentFragment();
-      for (const piece of provenance.pieces) {
-        cells.appendChild(bytesCell(piece.text, piece.row, card));
-        bytes += byteLength(piece.text);
-      }
+    const told = values.length === 1 && spansOf(provenance, output.name, 0);
+    if (told) {
+      cells = spansCell(String(values[0]), told, card);
     } else {
-      // One output per row: the output is its row's.
       cells = element("span", "bytes");
       drawValues(cells, values, 0, LIMIT, VALUES);
-      const row = rowOf.get(output.name);
-      if (row !== undefined) {
-        cells.dataset.row = row;
-        card.enter(row, cells);
-      }
-      for (const v of values) if (typeof v === "string") bytes += byteLength(v);
     }
+    // An output of one row is that row's as a whole too.
+    const row = rowOf.get(output.name);
+    if (row !== undefined) {
+      cells.dataset.row = row;
+      card.enter(row, cells);
+    }
+    for (const v of values) if (typeof v === "string") bytes += byteLength(v);
     const strings = values.some((v) => typeof v === "string");
     return outputLine(output.name, output.type + (output.list ? " list" : ""), cells,
                       strings ? bytes + " B" : "", failed.has("outputs." + output.name));
@@ -333,7 +375,8 @@
     const outputs = element("div", "outputs");
     for (const [label, key] of [["display EN", "show_text_en"], ["display CN", "show_text_cn"]]) {
       const text = run[key] || "";
-      outputs.appendChild(outputLine(label, "", bytesCell(text), byteLength(text) + " B", failed.has(key)));
+      const cells = spansCell(text, spansOf(run.provenance, key, 0), card);
+      outputs.appendChild(outputLine(label, "", cells, byteLength(text) + " B", failed.has(key)));
     }
     for (const output of run.outputs || []) {
       outputs.appendChild(outputRow(output, rowOf, run.provenance, card, failed));
@@ -349,6 +392,11 @@
       chips.appendChild(chip);
     });
     article.appendChild(chips);
+    if (run.failure) {
+      const why = element("div", "why", run.failure.where + ": " + run.failure.message);
+      if (run.failure.fix) why.appendChild(element("span", "fix", "fix: " + run.failure.fix));
+      article.appendChild(why);
+    }
     for (const line of run.log || []) {
       if (line.level === "Err") article.appendChild(element("div", "log", line.text.trimEnd()));
     }
