@@ -108,8 +108,8 @@ class CFormatV2Module : public CAlgo {
     // The run's display texts in the result: their spans, as recorded while they grew.
     void RecordDisplay();
 
-    std::unique_ptr<formatv2::RunResult> m_lastRun;       // null: runs are not recorded
-    std::unique_ptr<formatv2::Recording> m_recording;    // the run's texts while they grow
+    std::unique_ptr<formatv2::RunResult> m_lastRun;    // null: runs are not recorded
+    std::unique_ptr<formatv2::Recording> m_recording;  // the run's texts while they grow
 };
 
 extern "C" {

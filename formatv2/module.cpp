@@ -4,9 +4,9 @@
 #include <new>
 
 #include "format/formatter.h"
-#include "publish/publish.h"
 #include "formatv2/formatv2.h"
 #include "host/osal.h"
+#include "publish/publish.h"
 
 using formatv2::Msg;
 

@@ -184,7 +184,8 @@ int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* inpu
                 log.Say<Msg::kNoSuchDataFormat>(static_cast<int>(item.DataType));
                 break;
         }
-        if (result != nullptr) RecordRow(result->rows[row], inputs, DynamicSubList, item, firstInput, ret);
+        if (result != nullptr)
+            RecordRow(result->rows[row], inputs, DynamicSubList, item, firstInput, ret);
         if (ret != 0) {
             log.Say<Msg::kItemFailed>("Process", ret);
             return ret;
@@ -244,7 +245,7 @@ void CFormatV2Module::SpecialCharReplace(std::string& text, const std::string& f
 int CFormatV2Module::CombineSubOutputValue(void* output) {
     std::shared_ptr<CScFrame> frame = ZR_M_Get_Frame_ByHOutput(output);
     formatv2::Publication run{SubParamList, StrConcateEnable, ParamName, ConcatText,
-                              ShowTextCN,   ShowTextEN,       Log(),      m_recording.get()};
+                              ShowTextCN,   ShowTextEN,       Log(),     m_recording.get()};
     return formatv2::CombineSubOutputValue(run, frame);
 }
 

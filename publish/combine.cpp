@@ -60,7 +60,8 @@ int CombineSubOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame) {
         } else {
             run.log.Say<Msg::kUnknownValueType>();
             ret = kStatusIndex;
-            if (run.record != nullptr && static_cast<size_t>(row) < run.record->result.rows.size()) {
+            if (run.record != nullptr &&
+                static_cast<size_t>(row) < run.record->result.rows.size()) {
                 RowResult& result = run.record->result.rows[static_cast<size_t>(row)];
                 result.outcome = RowOutcome::kFailed;
                 result.failure.status = ret;

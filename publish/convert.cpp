@@ -130,7 +130,8 @@ int ElementOf(const DataSection& item, int index) {
 Spans ValueSpans(const Recording& record, int row, const DataSection& item, int index,
                  size_t size) {
     const std::vector<RowResult>& rows = record.result.rows;
-    if (item.DataType == FORMAT_V2_DATA_ARRAY && row >= 0 && static_cast<size_t>(row) < rows.size()) {
+    if (item.DataType == FORMAT_V2_DATA_ARRAY && row >= 0 &&
+        static_cast<size_t>(row) < rows.size()) {
         Spans cells = rows[static_cast<size_t>(row)].cells;
         if (!cells.empty() && cells.back().end == size) {
             for (Span& cell : cells) cell.owner.row = row;
@@ -208,7 +209,8 @@ int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame
     const auto show = [&run, &item, row, index](const std::string& text) {
         run.showTextEn.append(text).append(1, ' ');
         run.showTextCn.append(text).append(1, ' ');
-        if (run.record != nullptr) AddSpan(run.record->display, text.size() + 1, {row, -1, ElementOf(item, index)});
+        if (run.record != nullptr)
+            AddSpan(run.record->display, text.size() + 1, {row, -1, ElementOf(item, index)});
     };
 
     switch (item.ConvertType) {
@@ -260,8 +262,8 @@ int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame
                                 : Spans{};
                 }
                 if (!cut) {
-                    run.log.Say<Msg::kTruncationEmpty>(item.SubParamStr.c_str(),
-                                                       item.StrTruncStart, item.StrTruncLen);
+                    run.log.Say<Msg::kTruncationEmpty>(item.SubParamStr.c_str(), item.StrTruncStart,
+                                                       item.StrTruncLen);
                 }
             }
 

@@ -70,8 +70,9 @@ TEST_F(RunResult, EveryByteIsToldItsRowFieldAndElement) {
          "show_text_cn[0]: [\nA:<]r0 [a]r0e0 [> <]r0 [cde]r0e1 [> ]r0\n"},
         {"cut and deleted across the prefix",
          0,
-         {Decorated("B", "1:a:p:1:%s",
-                    R"("StrTruncEnable":1,"StrTruncStart":1,"StrTruncLen":2,"StrPrefix":"px","StrDelete":"xd",)")},
+         {Decorated(
+             "B", "1:a:p:1:%s",
+             R"("StrTruncEnable":1,"StrTruncStart":1,"StrTruncLen":2,"StrPrefix":"px","StrDelete":"xd",)")},
          "B[0]: [p]r0 [e]r0e1\n"
          "show_text_en[0]: [\nB:p]r0 [e ]r0e1\nshow_text_cn[0]: [\nB:p]r0 [e ]r0e1\n"},
         {"joined, with a fixed text and an array",
@@ -116,8 +117,8 @@ TEST_F(RunResult, AFailedRowSaysWhatItAskedAndWhatCame) {
         EXPECT_EQ(r.rows[1].outcome, formatv2::RowOutcome::kNotReached);
         const formatv2::RowFailure& w = r.rows[0].failure;
         EXPECT_EQ(w.name, "v");
-        EXPECT_EQ(w.step + " " + w.input + " " + w.source + " " + w.index + " " + w.expected +
-                      " " + w.came + " " + std::to_string(w.length) + " " + w.value,
+        EXPECT_EQ(w.step + " " + w.input + " " + w.source + " " + w.index + " " + w.expected + " " +
+                      w.came + " " + std::to_string(w.length) + " " + w.value,
                   c.told);
     }
     m->RecordRuns(false);

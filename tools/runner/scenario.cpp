@@ -410,12 +410,11 @@ void Embed(const cJSON* root, const Embedding& scenario, Scenario& out) {
             if (node != nullptr) node = k < node->members.size() ? &node->members[k] : nullptr;
         }
         for (const JsonNode& value : node != nullptr ? node->members : std::vector<JsonNode>{}) {
-            const TextPlace place =
-                PlaceOf(scenario.written, WrittenOffset(scenario.written, scenario.read,
-                                                        value.keyBegin));
+            const TextPlace place = PlaceOf(
+                scenario.written, WrittenOffset(scenario.written, scenario.read, value.keyBegin));
             out.runs[index].valuePlaces[value.key] = scenario.file + ":" +
-                                                    std::to_string(place.line) + ":" +
-                                                    std::to_string(place.column);
+                                                     std::to_string(place.line) + ":" +
+                                                     std::to_string(place.column);
         }
     }
 }

@@ -65,8 +65,8 @@ struct RunSpec {
     // Keyed "publisher:output", as the subscription texts name them.
     std::map<std::string, Value> values;
     std::map<std::string, std::string> valuePlaces;  // "FILE:LINE:COL" of each value's key
-    std::optional<ConfigSource> newConfig;  // written to algo_private.json before the run
-    std::optional<std::string> paramName;   // set before the run
+    std::optional<ConfigSource> newConfig;           // written to algo_private.json before the run
+    std::optional<std::string> paramName;            // set before the run
     std::string paramValue;
     std::optional<Expectation> expect;
 };

@@ -123,8 +123,9 @@ Explanation ExplainRun(const formatv2::RunResult& result, const ConfigSource& co
             out.where = RowPlace(config, row, -1, "ConvertType");
             out.message = label + " converts \"" + why.value + "\" to " + why.expected +
                           ", but it does not start with a number";
-            out.fix = "publish the row as a string (\"ConvertType\": 3), or give a value that "
-                      "starts with a number";
+            out.fix =
+                "publish the row as a string (\"ConvertType\": 3), or give a value that "
+                "starts with a number";
             return out;
         }
         if (why.step == "value") {
@@ -141,21 +142,20 @@ Explanation ExplainRun(const formatv2::RunResult& result, const ConfigSource& co
             place != plan.valuePlaces.end() ? place->second + " gives" : "the run gives";
         int number = 0;
         if (why.index != "*" && !why.index.empty() && !ParseElementNumber(why.index, number)) {
-            out.message = label + field + " reads element \"" + why.index + "\" of " +
-                          why.source + ", which is no number";
+            out.message = label + field + " reads element \"" + why.index + "\" of " + why.source +
+                          ", which is no number";
             out.fix = "give the element's number, or * for all of them";
         } else if (why.length >= 0) {
-            out.message = label + field + " reads element " + why.index + " of " + why.source +
-                          "; " + given + " a list of " + std::to_string(why.length) +
-                          (why.length > 0 ? " (elements 0 to " + std::to_string(why.length - 1) +
-                                                ")"
-                                          : "");
+            out.message =
+                label + field + " reads element " + why.index + " of " + why.source + "; " + given +
+                " a list of " + std::to_string(why.length) +
+                (why.length > 0 ? " (elements 0 to " + std::to_string(why.length - 1) + ")" : "");
             out.fix = why.length > 0 ? "read an element from 0 to " +
                                            std::to_string(why.length - 1) + ", or * for all"
                                      : "";
         } else if (why.source.empty()) {
-            out.message = label + field + " reads " +
-                          (why.input.empty() ? "a value" : why.input) + " as " + why.expected +
+            out.message = label + field + " reads " + (why.input.empty() ? "a value" : why.input) +
+                          " as " + why.expected +
                           ", but no subscription of the configuration in force feeds it";
         } else if (why.came == "nothing") {
             out.message = label + field + " reads " + why.source + " as " + why.expected +
