@@ -419,6 +419,16 @@ void BM_Process(benchmark::State& state) {
     });
 }
 
+// The same runs recording what they did, as the preview runner has them: what telling every
+// byte's row costs beside the plain run.
+void BM_ProcessRecorded(benchmark::State& state) {
+    FormatV2RecordRuns(TheWorkload().module, 1);
+    Measure(state, [](Workload& w, standin::OutputHandle& out) {
+        benchmark::DoNotOptimize(w.module->Process(w.in.handle(), out.handle()));
+    });
+    FormatV2RecordRuns(TheWorkload().module, 0);
+}
+
 void BM_Floor(benchmark::State& state) {
     Measure(state, [](Workload& w, standin::OutputHandle& out) {
         Floor(w.plans, *out.frame);
@@ -455,6 +465,8 @@ int main(int argc, char** argv) {
     }
 
     benchmark::RegisterBenchmark("Process", BM_Process)->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark("Process/recorded", BM_ProcessRecorded)
+        ->Unit(benchmark::kMicrosecond);
     benchmark::RegisterBenchmark("Floor", BM_Floor)->Unit(benchmark::kMicrosecond);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

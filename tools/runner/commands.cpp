@@ -139,22 +139,22 @@ bool TestScenario(Outcome& o, const Options& options, const Diagnostics& diag) {
     const Clock::time_point start = Clock::now();
     if (!Start(session, o.scenario, o.init, options, diag)) return false;
     o.initSeconds = since(start);
+    std::string error;
+    const bool played = Play(
+        session, o.scenario, o.init, nullptr, LOG_LEVEL_INFO, [](const Examined&) {}, error,
+        &o.runs);
     CheckFirstRead(o);
-    for (size_t i = 0; i < o.scenario.runs.size(); ++i) {
-        RunReport& run = o.runs.emplace_back();
-        std::string error;
-        const Clock::time_point runStart = Clock::now();
-        const bool ran = session.Run(o.scenario.runs[i], run, error);
-        o.runSeconds.push_back(since(runStart));
-        if (!ran) {
-            o.error = "runs[" + std::to_string(i) + "]." + error;
-            diag.Say(Severity::kError, o.file, o.error);
-            return true;
-        }
+    for (size_t i = 0; i < o.runs.size(); ++i) {
+        o.runSeconds.push_back(o.runs[i].seconds);
         if (!o.scenario.runs[i].expect) continue;
-        for (auto& m : CheckRun(*o.scenario.runs[i].expect, run, o.checks)) {
+        for (auto& m : CheckRun(*o.scenario.runs[i].expect, o.runs[i], o.checks)) {
             o.found.push_back({static_cast<int>(i), std::move(m)});
         }
+    }
+    if (!played) {
+        o.error = error;
+        diag.Say(Severity::kError, o.file, o.error);
+        return true;
     }
     if (o.checks == 0) {
         // So that a CI job never passes on a scenario that checks nothing.
@@ -212,14 +212,14 @@ void ReportOutcomes(const std::vector<Outcome>& outcomes, const Options& options
 
 }  // namespace
 
-bool Play(Session& session, const Scenario& scenario, InitReport& init, Report& report,
+bool Play(Session& session, const Scenario& scenario, InitReport& init, Report* report,
           int logLevel, const std::function<void(const Examined&)>& told, std::string& error,
           std::vector<RunReport>* runs) {
     ConfigSource current = scenario.config;
     const Verdict verdict = Examine(init.status, current.text);
     told({std::nullopt, current, verdict});
     init.log = Shown(init.log, logLevel);
-    report.Init(init, verdict.refusal, verdict.warnings);
+    if (report != nullptr) report->Init(init, verdict.refusal, verdict.warnings);
 
     for (size_t index = 0; index < scenario.runs.size(); ++index) {
         const RunSpec& plan = scenario.runs[index];
@@ -236,7 +236,7 @@ bool Play(Session& session, const Scenario& scenario, InitReport& init, Report& 
             told({index, current, reread});
         }
         run.log = Shown(run.log, logLevel);
-        report.Run(index, run, reread.refusal, reread.warnings);
+        if (report != nullptr) report->Run(index, run, reread.refusal, reread.warnings);
         if (runs != nullptr) runs->push_back(std::move(run));
     }
     return true;
@@ -269,7 +269,7 @@ int RunCommand(const std::string& path, const Options& options) {
         Tell(diag, e.config.embedding->file, e.config.embedding->written, placed);
     };
     std::string error;
-    const bool played = Play(session, scenario, init, report, options.logLevel, told, error);
+    const bool played = Play(session, scenario, init, &report, options.logLevel, told, error);
     report.Finish();
     if (!played) {
         diag.Say(Severity::kError, DisplayName(path), error);

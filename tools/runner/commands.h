@@ -48,11 +48,11 @@ struct Examined {
     const Verdict& verdict;
 };
 
-// Drives the first read (init, from Session::Init) and every run of scenario into report,
-// telling each read's verdict; log lines below logLevel are left out. False with error
-// ("runs[N]. ...") when a run names a value that no subscription reads. runs, when given,
-// receives what each run gave.
-bool Play(Session& session, const Scenario& scenario, InitReport& init, Report& report,
+// Drives the first read (init, from Session::Init) and every run of scenario into report (none:
+// nothing is reported), telling each read's verdict; log lines below logLevel are left out.
+// False with error ("runs[N]. ...") when a run names a value that no subscription reads. runs,
+// when given, receives what each run gave.
+bool Play(Session& session, const Scenario& scenario, InitReport& init, Report* report,
           int logLevel, const std::function<void(const Examined&)>& told, std::string& error,
           std::vector<RunReport>* runs = nullptr);
 

@@ -127,7 +127,7 @@ cJSON* LiveJson(const LiveInput& input) {
         cJSON_AddItemToObject(check, "warnings", WarningsJson(e.verdict.warnings));
     };
     std::vector<RunReport> runs;
-    const bool played = Play(session, scenario, init, report, LOG_LEVEL_INFO, told, error, &runs);
+    const bool played = Play(session, scenario, init, &report, LOG_LEVEL_INFO, told, error, &runs);
     cJSON* document = report.Take();
     if (!played) cJSON_AddStringToObject(root, "error", error.c_str());
     cJSON_AddItemToObject(root, "report", document);

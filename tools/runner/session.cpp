@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -284,6 +285,7 @@ void Session::Collect(CScFrame& out, size_t callsBefore, RunReport& report) cons
 }
 
 bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
+    const auto start = std::chrono::steady_clock::now();
     report.name = plan.name;
     LogCapture capture(report.log);
     const size_t callsBefore = standin::ResultCalls().size();
@@ -300,6 +302,8 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
     if (m_library->lastRun != nullptr) {
         if (const formatv2::RunResult* told = m_library->lastRun(m_module)) report.result = *told;
     }
+    report.seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return true;
 }
 

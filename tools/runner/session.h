@@ -57,6 +57,7 @@ struct RunReport {
     // module library that cannot tell.
     std::optional<formatv2::RunResult> result;
     Explanation explanation;  // why the run failed; empty when it did not, or cannot be told
+    double seconds = 0;       // wall-clock time of the run's steps
 };
 
 struct InitReport {

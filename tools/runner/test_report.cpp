@@ -28,11 +28,13 @@ std::string MismatchText(const Mismatch& m) {
 struct Why {
     int status = 0;
     std::optional<std::string> firstError;  // without its line end
+    Explanation explanation;                // in the configuration's terms, when told
 };
 
 Why WhyOf(const Outcome& o, int run) {
     const std::vector<LogLine>& log = run < 0 ? o.init.log : o.runs[run].log;
-    Why why{run < 0 ? o.init.status : o.runs[run].status, std::nullopt};
+    Why why{run < 0 ? o.init.status : o.runs[run].status, std::nullopt, {}};
+    if (run >= 0) why.explanation = o.runs[run].explanation;
     for (const LogLine& line : log) {
         if (line.level < LOG_LEVEL_ERR) continue;
         std::string text = StripColour(line.text);
@@ -44,6 +46,11 @@ Why WhyOf(const Outcome& o, int run) {
 }
 
 std::string WhyText(const Why& why) {
+    const Explanation& told = why.explanation;
+    if (!told.message.empty()) {
+        return "status " + StatusText(why.status) + "; " + told.where + ": " + told.message +
+               (told.fix.empty() ? "" : " (fix: " + told.fix + ")");
+    }
     return "status " + StatusText(why.status) + "; " +
            (why.firstError ? "first error line: " + Visible(*why.firstError) : "no error line");
 }
