@@ -215,7 +215,8 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
         Refusal r = Syntax({root->begin, Rule::kNotAnObject, "", ""}, status, lines);
         r.syntax = false;
         r.rule = Rule::kNotAnObject;
-        r.message = "the top level is not an object; a configuration is one JSON object {...}";
+        r.message = std::string("the top level ") + RuleOf(Rule::kNotAnObject).message +
+                    "; a configuration is one JSON object {...}";
         out.push_back(r);
     } else {
         for (const ConfigRefusal& c : collect.all) {
@@ -232,7 +233,7 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
             out.push_back(FromReader(c, status, text, lines, root));
             if (noObject) {
                 out.back().message =
-                    Where(at) + " is not an object; it is " +
+                    Where(at) + " " + RuleOf(Rule::kNotAnObject).message + "; it is " +
                     Shorten(text.substr(object->begin, object->end - object->begin));
                 out.back().rule = Rule::kNotAnObject;
                 out.back().fix = RuleOf(Rule::kNotAnObject).fix;
