@@ -65,7 +65,7 @@ int ConfigReader::Parse(const char* text, const ConfigTarget& target) {
     if (!root) {
         if (where != nullptr) m_log.Say<formatv2::Msg::kJsonSyntax>(where);
         const size_t offset = where != nullptr ? static_cast<size_t>(where - text) : 0;
-        Stop({ConfigRule::kNotJson, 0, -1, -1, nullptr, 0, offset});
+        Stop({formatv2::Rule::kJsonSyntax, 0, -1, -1, nullptr, 0, offset});
         return kStatusConfigRefused;
     }
 
@@ -75,23 +75,23 @@ int ConfigReader::Parse(const char* text, const ConfigTarget& target) {
     target.SubParamList.clear();
 
     bool refused = false;
-    auto top = [&](bool failed, const char* key, ConfigRule rule) {
+    auto top = [&](bool failed, const char* key, formatv2::Rule rule) {
         if (failed) refused = true;
         return failed && Stop({rule, 0, -1, -1, key, 0, 0});
     };
     if (top(Fill(root.get(), "ModuleName", target.ModuleName, "null") != 0, "ModuleName",
-            ConfigRule::kText) ||
+            formatv2::Rule::kNotAText) ||
         top(Fill(root.get(), "StrConcateEnable", target.StrConcateEnable, 0) != 0,
-            "StrConcateEnable", ConfigRule::kNumber) ||
+            "StrConcateEnable", formatv2::Rule::kNotANumber) ||
         top(Fill(root.get(), "ParamName", target.ParamName, "null") != 0, "ParamName",
-            ConfigRule::kText)) {
+            formatv2::Rule::kNotAText)) {
         return kStatusConfigRefused;
     }
 
     cJSON* list = cJSON_GetObjectItem(root.get(), "SubParamList");
     if (list == nullptr || !cJSON_IsArray(list)) {
         m_log.Say<formatv2::Msg::kNoSubParamList>();
-        Stop({ConfigRule::kList, 0, -1, -1, "SubParamList", 0, 0});
+        Stop({formatv2::Rule::kNotAList, 0, -1, -1, "SubParamList", 0, 0});
         return kStatusConfigRefused;
     }
 

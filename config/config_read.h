@@ -11,6 +11,7 @@
 
 #include "config/item_model.h"
 #include "contract/contract.h"
+#include "contract/findings.h"
 #include "contract/messages.h"
 
 struct cJSON;
@@ -30,7 +31,7 @@ struct ConfigTarget {
 
 // One rule of the reader broken, and where.
 struct ConfigRefusal {
-    ConfigRule rule = ConfigRule::kNotJson;
+    formatv2::Rule rule = formatv2::Rule::kJsonSyntax;  // a refusal's rule
     int code = 0;               // the row code (kRow...), 0 for the top level or the text
     int row = -1;               // position in "SubParamList"; -1 for the top level
     int element = -1;           // position in the row's "Array"; -1 when none

@@ -1,6 +1,6 @@
 // What the module promises its callers, in one place: every status it returns with its
-// meaning, the configuration reader's row codes with the key and rule behind each, and its
-// limits. The module, the preview runner and the fuzz targets take them from here.
+// meaning, its names and limits, and the keys of its configuration. The module, the preview runner
+// and the fuzz targets take them from here.
 #pragma once
 
 #include <cstddef>
@@ -110,118 +110,8 @@ constexpr size_t kRunNameMax = 47;
 // format holds at most 2 * 4096 + 1 characters (digits, point, fraction digits).
 constexpr int kMaxFormatWidth = 4096;
 
-// ---- the configuration reader's rules ----
-// Each refusal of "algo_private.json" breaks one of these rules; the id names it to tools.
-enum class ConfigRule {
-    kNotJson,
-    kText,
-    kNumber,
-    kList,
-    kSubscription,
-    kCustomEdit,
-    kUniqueName,
-    kConvertType,
-    kConcatNeedsText,
-    kTooManySubscriptions,
-    kTooManyPublications,
-};
-
-struct ConfigRuleInfo {
-    ConfigRule rule;
-    const char* id;
-    const char* text;  // completes "<key> ..."
-};
-
-inline constexpr ConfigRuleInfo kConfigRules[] = {
-    {ConfigRule::kNotJson, "json-syntax", "is not valid JSON"},
-    {ConfigRule::kText, "not-a-text", "is missing or not a text"},
-    {ConfigRule::kNumber, "not-a-number", "is missing or not a number"},
-    {ConfigRule::kList, "not-a-list", "is missing or not a list"},
-    {ConfigRule::kSubscription, "subscription-refused",
-     "is not a subscription text the host accepts (<algo_id>:<algo_name>:<param_name>:<index>:"
-     "<type>, an integer id and two names that are not empty)"},
-    {ConfigRule::kCustomEdit, "custom-edit-value",
-     "must be 0 (a subscribed value, or a line-break symbol \\r\\n or \\r) or 1 (a custom text)"},
-    {ConfigRule::kUniqueName, "duplicate-name",
-     "is used by an earlier row or equals the top-level \"ParamName\"; output names must be "
-     "unique (letter case counts)"},
-    {ConfigRule::kConvertType, "convert-type-value", "must be 1 (int), 2 (float) or 3 (string)"},
-    {ConfigRule::kConcatNeedsText, "concat-needs-text",
-     "must be 3 (string) while \"StrConcateEnable\" is on: the joined output is one text"},
-    {ConfigRule::kTooManySubscriptions, "too-many-subscriptions",
-     "subscribe to more values than the 127 subscriptions allowed (one per subscribed item, one "
-     "per array field)"},
-    {ConfigRule::kTooManyPublications, "too-many-publications",
-     "need more outputs than the publish table's 128 records (the host's own, the joined output "
-     "and one per item)"},
-};
-
-constexpr const ConfigRuleInfo& RuleInfo(ConfigRule rule) {
-    return kConfigRules[static_cast<int>(rule)];
-}
-
-// Row codes of the reader (parseSubParamList): the first rule a row breaks, in reading order.
-enum RowCode : int {
-    kRowElementSubParamStr = -1,
-    kRowElementSeparator = -2,
-    kRowElementShowValueCn = -3,
-    kRowElementShowValueEn = -4,
-    kRowElementSubscription = -5,
-    kRowSubParamStr = -6,
-    kRowIsCustomEdit = -7,
-    kRowSubscription = -8,
-    kRowCustomEditValue = -9,
-    kRowShowValueCn = -10,
-    kRowShowValueEn = -11,
-    kRowParamName = -12,
-    kRowNameNotUnique = -13,
-    kRowConvertType = -14,
-    kRowConvertTypeValue = -15,
-    kRowConcatNeedsText = -16,
-    kRowStrTruncEnable = -17,
-    kRowStrTruncStart = -18,
-    kRowStrTruncLen = -19,
-    kRowStrPrefix = -20,
-    kRowStrSuffix = -21,
-    kRowStrDelete = -22,
-};
-
-struct RowCodeInfo {
-    RowCode code;
-    bool element;     // a key of an "Array" element rather than of the row
-    const char* key;  // the key the rule is about
-    ConfigRule rule;
-};
-
-inline constexpr RowCodeInfo kRowCodes[] = {
-    {kRowElementSubParamStr, true, "SubParamStr", ConfigRule::kText},
-    {kRowElementSeparator, true, "Separator", ConfigRule::kText},
-    {kRowElementShowValueCn, true, "ShowValue_CN", ConfigRule::kText},
-    {kRowElementShowValueEn, true, "ShowValue_EN", ConfigRule::kText},
-    {kRowElementSubscription, true, "SubParamStr", ConfigRule::kSubscription},
-    {kRowSubParamStr, false, "SubParamStr", ConfigRule::kText},
-    {kRowIsCustomEdit, false, "IsCustomEdit", ConfigRule::kNumber},
-    {kRowSubscription, false, "SubParamStr", ConfigRule::kSubscription},
-    {kRowCustomEditValue, false, "IsCustomEdit", ConfigRule::kCustomEdit},
-    {kRowShowValueCn, false, "ShowValue_CN", ConfigRule::kText},
-    {kRowShowValueEn, false, "ShowValue_EN", ConfigRule::kText},
-    {kRowParamName, false, "ParamName", ConfigRule::kText},
-    {kRowNameNotUnique, false, "ParamName", ConfigRule::kUniqueName},
-    {kRowConvertType, false, "ConvertType", ConfigRule::kNumber},
-    {kRowConvertTypeValue, false, "ConvertType", ConfigRule::kConvertType},
-    {kRowConcatNeedsText, false, "ConvertType", ConfigRule::kConcatNeedsText},
-    {kRowStrTruncEnable, false, "StrTruncEnable", ConfigRule::kNumber},
-    {kRowStrTruncStart, false, "StrTruncStart", ConfigRule::kNumber},
-    {kRowStrTruncLen, false, "StrTruncLen", ConfigRule::kNumber},
-    {kRowStrPrefix, false, "StrPrefix", ConfigRule::kText},
-    {kRowStrSuffix, false, "StrSuffix", ConfigRule::kText},
-    {kRowStrDelete, false, "StrDelete", ConfigRule::kText},
-};
-
-constexpr const RowCodeInfo& RowCodeOf(RowCode code) {
-    return kRowCodes[-code - 1];
-}
-
+// ---- the configuration's keys ----
+// The reader's refusals, row codes and every other finding: contract/findings.h.
 // The top-level keys, in reading order, and the keys of a row and of an array element.
 inline constexpr const char* kTopKeys[] = {"ModuleName", "StrConcateEnable", "ParamName",
                                            "SubParamList"};
@@ -231,7 +121,3 @@ inline constexpr const char* kRowKeys[] = {
     "StrPrefix", "StrSuffix",   "StrDelete"};
 inline constexpr const char* kElementKeys[] = {"SubParamStr", "Separator", "ShowValue_CN",
                                                "ShowValue_EN"};
-
-static_assert(RowCodeOf(kRowStrDelete).code == kRowStrDelete, "row codes in order");
-static_assert(RuleInfo(ConfigRule::kTooManyPublications).rule == ConfigRule::kTooManyPublications,
-              "rules in order");

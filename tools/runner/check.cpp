@@ -142,27 +142,27 @@ Refusal FromReader(const ConfigRefusal& c, int status, const std::string& text,
         const JsonNode* name = Member(Nth(Member(root, "SubParamList"), c.row), "ParamName");
         if (name != nullptr && name->kind == JsonNode::Kind::kString) r.at.paramName = name->raw;
     }
-    r.ruleId = RuleFor(c.rule);
-    r.rule = RuleInfo(c.rule).text;
-    r.fix = FixFor(r.ruleId, r.at.key);
+    r.rule = c.rule;
+    r.fix = FixFor(r.rule, r.at.key);
+    std::string broken = RuleOf(c.rule).message;
     if (c.hostCode != 0) {
         char code[48];
         std::snprintf(code, sizeof code, " (host code 0x%X)", static_cast<unsigned>(c.hostCode));
-        r.rule += code;
+        broken += code;
     }
     const Resolved at = Resolve(root, r.at);
-    r.message = Where(r.at) + " " + r.rule;
+    r.message = Where(r.at) + " " + broken;
     if (at.member != nullptr) {
         r.value = text.substr(at.member->begin, at.member->end - at.member->begin);
         r.message += "; it is " + Shorten(*r.value);
         r.place = lines.At(at.member->begin);
-        const std::string holder = r.ruleId == Rule::kDuplicateName && r.at.paramName
+        const std::string holder = r.rule == Rule::kDuplicateName && r.at.paramName
                                        ? EarlierHolder(root, c.row, *r.at.paramName)
                                        : "";
         if (!holder.empty()) r.message += "; " + holder + " holds it first";
         // A line-break row written with JSON escapes holds control characters, which the
         // module takes for a subscription; the symbol is the escape typed out.
-        if (r.ruleId == Rule::kSubscriptionRefused &&
+        if (r.rule == Rule::kSubscriptionRefused &&
             (*r.value == R"("\r\n")" || *r.value == R"("\r")")) {
             const std::string typed = *r.value == R"("\r")" ? R"("\\r")" : R"("\\r\\n")";
             r.fix = "for a line-break row write " + typed +
@@ -183,8 +183,7 @@ Refusal Syntax(const JsonIssue& issue, int status, const LineIndex& lines) {
     Refusal r;
     r.status = status;
     r.syntax = true;
-    r.ruleId = Rule::kJsonSyntax;
-    r.rule = "not valid JSON";
+    r.rule = Rule::kJsonSyntax;
     r.message = issue.message;
     r.place = lines.At(issue.offset);
     return r;
@@ -208,16 +207,16 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
     const int readerStatus = ReadWithRunnersReader(text, collect, items);
     std::vector<Refusal> out;
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
-    if (!collect.all.empty() && collect.all[0].rule == ConfigRule::kNotJson) {
+    if (!collect.all.empty() && collect.all[0].rule == Rule::kJsonSyntax) {
         JsonIssue issue{collect.all[0].offset, Rule::kJsonSyntax,
                         "the module's JSON reader stops here", ""};
         out.push_back(Syntax(scan.error.value_or(issue), status, lines));
     } else if (root != nullptr && root->kind != JsonNode::Kind::kObject) {
         Refusal r = Syntax({root->begin, Rule::kNotAnObject, "", ""}, status, lines);
         r.syntax = false;
-        r.ruleId = Rule::kNotAnObject;
-        r.rule = "the configuration must be one JSON object";
-        r.message = "the top level is not an object; a configuration is one JSON object {...}";
+        r.rule = Rule::kNotAnObject;
+        r.message = std::string("the top level ") + RuleOf(Rule::kNotAnObject).message +
+                    "; a configuration is one JSON object {...}";
         out.push_back(r);
     } else {
         for (const ConfigRefusal& c : collect.all) {
@@ -234,9 +233,9 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
             out.push_back(FromReader(c, status, text, lines, root));
             if (noObject) {
                 out.back().message =
-                    Where(at) + " is not an object; it is " +
+                    Where(at) + " " + RuleOf(Rule::kNotAnObject).message + "; it is " +
                     Shorten(text.substr(object->begin, object->end - object->begin));
-                out.back().ruleId = Rule::kNotAnObject;
+                out.back().rule = Rule::kNotAnObject;
                 out.back().fix = RuleOf(Rule::kNotAnObject).fix;
             }
         }
@@ -246,12 +245,9 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
         r.status = status;
         r.at.key = "SubParamList";
         const bool subs = SubscriptionCount(items) > static_cast<size_t>(kMaxSubscriptions);
-        const ConfigRule rule =
-            subs ? ConfigRule::kTooManySubscriptions : ConfigRule::kTooManyPublications;
-        r.ruleId = RuleFor(rule);
-        r.rule = std::string("the items ") + RuleInfo(rule).text;
-        r.message = r.rule;
-        r.fix = RuleOf(r.ruleId).fix;
+        r.rule = subs ? Rule::kTooManySubscriptions : Rule::kTooManyPublications;
+        r.message = std::string("the items ") + RuleOf(r.rule).message;
+        r.fix = RuleOf(r.rule).fix;
         if (const JsonNode* list = Member(root, "SubParamList")) r.place = lines.At(list->keyBegin);
         out.push_back(r);
     }
@@ -260,14 +256,13 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
         // which gave which verdict rather than guess a reason.
         Refusal r;
         r.status = status;
-        r.ruleId = Rule::kVerdictsDiffer;
-        r.rule = "refused by the loaded module only";
+        r.rule = Rule::kVerdictsDiffer;
         r.message = "the loaded module refused the configuration with " + StatusText(status) +
                     ", while this runner's own reader " +
                     (readerStatus == 0 ? std::string("accepts it")
                                        : "refuses it with " + StatusText(readerStatus)) +
                     ": the module is another build than the runner (see --module)";
-        r.fix = RuleOf(r.ruleId).fix;
+        r.fix = RuleOf(r.rule).fix;
         out.push_back(r);
     }
     out.front().stops = true;
@@ -472,10 +467,9 @@ cJSON* SarifRules() {
         cJSON_AddStringToObject(rule, "id", e.id);
         cJSON_AddStringToObject(cJSON_AddObjectToObject(rule, "shortDescription"), "text",
                                 e.summary);
-        if (*e.fix != '\0') {
-            cJSON_AddStringToObject(cJSON_AddObjectToObject(rule, "help"), "text",
-                                    FixFor(e.rule, "").c_str());
-        }
+        cJSON_AddStringToObject(cJSON_AddObjectToObject(rule, "fullDescription"), "text", e.help);
+        const std::string help = std::string(e.help) + " Fix: " + FixFor(e.rule, "") + ".";
+        cJSON_AddStringToObject(cJSON_AddObjectToObject(rule, "help"), "text", help.c_str());
         cJSON_AddStringToObject(cJSON_AddObjectToObject(rule, "defaultConfiguration"), "level",
                                 e.level == Level::kWarning ? "warning" : "error");
         cJSON_AddItemToArray(rules, rule);
@@ -504,8 +498,8 @@ cJSON* SarifJson(const std::vector<SarifFile>& files, const std::string& version
             continue;
         }
         for (const Refusal& r : f.verdict->refusals) {
-            cJSON_AddItemToArray(results, SarifResult(f.name, r.ruleId, "error",
-                                                      WithFix(r.message, r.fix), r.place));
+            cJSON_AddItemToArray(
+                results, SarifResult(f.name, r.rule, "error", WithFix(r.message, r.fix), r.place));
         }
         for (const Warning& w : f.verdict->warnings) {
             cJSON_AddItemToArray(results,

@@ -48,13 +48,12 @@ struct Refusal {
     int status = 0;           // the read's status (kStatusConfigRefused, ...)
     std::optional<int> code;  // the configuration reader's row code (-1 .. -22)
     Location at;
-    std::string rule;                  // the rule broken, in words
+    Rule rule = Rule::kJsonSyntax;
     std::optional<std::string> value;  // the offending value as JSON text
     std::string message;               // the whole explanation in one sentence
-    Rule ruleId = Rule::kJsonSyntax;
-    std::string fix;      // "" when there is none to give
-    bool syntax = false;  // the text is not JSON
-    bool stops = false;   // the refusal the module stops at
+    std::string fix;                   // "" when there is none to give
+    bool syntax = false;               // the text is not JSON
+    bool stops = false;                // the refusal the module stops at
     Place place;
 };
 

@@ -240,10 +240,9 @@ cJSON* RefusalJson(const Refusal& r) {
     cJSON_AddStringToObject(obj, "status_hex", Hex(r.status).c_str());
     AddNumberOrNull(obj, "code", r.code.has_value(), r.code.value_or(0));
     AddLocation(obj, r.at);
-    cJSON_AddStringToObject(obj, "rule", r.rule.c_str());
+    cJSON_AddStringToObject(obj, "rule", RuleOf(r.rule).id);
     AddTextOrNull(obj, "value", r.value);
     AddPlace(obj, r.place);
-    cJSON_AddStringToObject(obj, "rule_id", RuleOf(r.ruleId).id);
     cJSON_AddStringToObject(obj, "message", r.message.c_str());
     AddTextOrNull(obj, "fix", r.fix.empty() ? std::nullopt : std::optional<std::string>(r.fix));
     cJSON_AddBoolToObject(obj, "stops", r.stops);

@@ -6,6 +6,7 @@
 
 #include "diag.h"
 #include "report.h"
+#include "xml_writer.h"
 
 namespace preview {
 namespace {
@@ -127,70 +128,43 @@ void PrintOutcome(const Outcome& o, bool colour) {
 
 namespace {
 
-// Text for XML: markup characters as entities; control characters, which XML 1.0 cannot
-// hold, and bytes of no UTF-8 sequence as \xHH, as the text reports show them.
-std::string Xml(const std::string& text) {
-    std::string out;
-    for (char c : EscapeInvalidUtf8(text, Escape::kText)) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            default:
-                const bool control = static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t';
-                out += control ? Visible(std::string(1, c)) : std::string(1, c);
-        }
-    }
-    return out;
-}
-
-// One testcase: its mismatches as one failure, the first in the message, all in the body.
 // Seconds as JUnit writes them, to the millisecond.
 std::string Time(double seconds) {
     char text[32];
-    std::snprintf(text, sizeof text, " time=\"%.3f\"", seconds);
+    std::snprintf(text, sizeof text, "%.3f", seconds);
     return text;
 }
 
-std::string TestCase(const std::string& suite, const std::string& name, double seconds,
-                     const Why& why, const std::vector<const Mismatch*>& mismatches) {
-    std::string xml =
-        "    <testcase classname=\"" + Xml(suite) + "\" name=\"" + Xml(name) + "\"" + Time(seconds);
-    if (mismatches.empty()) return xml + "/>\n";
+// One testcase: its mismatches as one failure, the first in the message, all in the body.
+void TestCase(XmlWriter& xml, const std::string& suite, const std::string& name, double seconds,
+              const Why& why, const std::vector<const Mismatch*>& mismatches) {
+    const XmlWriter::Attributes attributes = {
+        {"classname", suite}, {"name", name}, {"time", Time(seconds)}};
+    if (mismatches.empty()) {
+        xml.Leaf("testcase", attributes);
+        return;
+    }
     std::string body = WhyText(why) + "\n";
     for (const Mismatch* m : mismatches) body += MismatchText(*m) + "\n";
     const std::string message = mismatches.size() == 1
                                     ? MismatchText(*mismatches[0])
                                     : Plural(mismatches.size(), "expectation") + " do not hold";
-    return xml + ">\n      <failure type=\"mismatch\" message=\"" + Xml(message) + "\">" +
-           Xml(body) + "</failure>\n    </testcase>\n";
+    xml.Start("testcase", attributes);
+    xml.Leaf("failure", {{"type", "mismatch"}, {"message", message}}, body);
+    xml.End();
 }
 
-std::string Counts(size_t tests, size_t failures, size_t errors) {
-    return " tests=\"" + std::to_string(tests) + "\" failures=\"" + std::to_string(failures) +
-           "\" errors=\"" + std::to_string(errors) + "\"";
-}
+// The testcases of a scenario that ran: one per run, and one for the first read where there is
+// something to say about it.
+struct Case {
+    int run;
+    std::string name;
+    double seconds;
+    std::vector<const Mismatch*> mismatches;
+};
 
-std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t& errors,
-                      double& total) {
-    std::string cases;
-    size_t count = 0;
-    size_t failed = 0;
-    if (o.Broken()) {
-        cases = "    <testcase classname=\"" + Xml(o.file) + "\" name=\"scenario\"" + Time(0) +
-                ">\n" + "      <error message=\"" + Xml(o.error) + "\"/>\n    </testcase>\n";
-        count = 1;
-        ++errors;
-    }
+std::vector<Case> CasesOf(const Outcome& o) {
+    std::vector<Case> cases;
     for (int run = -1; !o.Broken() && run < static_cast<int>(o.runs.size()); ++run) {
         std::vector<const Mismatch*> mine;
         for (const Finding& f : o.found) {
@@ -201,31 +175,67 @@ std::string TestSuite(const Outcome& o, size_t& tests, size_t& failures, size_t&
                                : static_cast<size_t>(run) < o.runSeconds.size()
                                    ? o.runSeconds[static_cast<size_t>(run)]
                                    : 0.0;
-        cases += TestCase(o.file, FindingPlace(o, run), seconds, WhyOf(o, run), mine);
-        ++count;
-        failed += mine.empty() ? 0 : 1;
+        cases.push_back({run, FindingPlace(o, run), seconds, std::move(mine)});
     }
-    tests += count;
-    failures += failed;
-    double seconds = o.initSeconds;
-    for (const double s : o.runSeconds) seconds += s;
-    total += seconds;
-    return "  <testsuite name=\"" + Xml(o.file) + "\"" + Counts(count, failed, o.Broken() ? 1 : 0) +
-           Time(seconds) + ">\n" + cases + "  </testsuite>\n";
+    return cases;
+}
+
+struct Counts {
+    size_t tests = 0;
+    size_t failures = 0;
+    size_t errors = 0;
+    double seconds = 0;
+
+    void Add(const Counts& c) {
+        tests += c.tests;
+        failures += c.failures;
+        errors += c.errors;
+        seconds += c.seconds;
+    }
+    XmlWriter::Attributes With(const char* key, const std::string& value) const {
+        return {{key, value},
+                {"tests", std::to_string(tests)},
+                {"failures", std::to_string(failures)},
+                {"errors", std::to_string(errors)},
+                {"time", Time(seconds)}};
+    }
+};
+
+Counts CountsOf(const Outcome& o, const std::vector<Case>& cases) {
+    Counts c;
+    c.tests = o.Broken() ? 1 : cases.size();
+    c.errors = o.Broken() ? 1 : 0;
+    for (const Case& k : cases) c.failures += k.mismatches.empty() ? 0 : 1;
+    c.seconds = o.initSeconds;
+    for (const double s : o.runSeconds) c.seconds += s;
+    return c;
 }
 
 }  // namespace
 
 std::string JUnitXml(const std::vector<Outcome>& outcomes) {
-    std::string suites;
-    size_t tests = 0;
-    size_t failures = 0;
-    size_t errors = 0;
-    double seconds = 0;
-    for (const Outcome& o : outcomes) suites += TestSuite(o, tests, failures, errors, seconds);
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"formatv2_preview "
-           "test\"" +
-           Counts(tests, failures, errors) + Time(seconds) + ">\n" + suites + "</testsuites>\n";
+    std::vector<std::vector<Case>> cases;
+    Counts total;
+    for (const Outcome& o : outcomes) {
+        cases.push_back(CasesOf(o));
+        total.Add(CountsOf(o, cases.back()));
+    }
+    XmlWriter xml;
+    xml.Start("testsuites", total.With("name", "formatv2_preview test"));
+    for (size_t i = 0; i < outcomes.size(); ++i) {
+        const Outcome& o = outcomes[i];
+        xml.Start("testsuite", CountsOf(o, cases[i]).With("name", o.file));
+        if (o.Broken()) {
+            xml.Start("testcase", {{"classname", o.file}, {"name", "scenario"}, {"time", Time(0)}});
+            xml.Leaf("error", {{"message", o.error}});
+            xml.End();
+        }
+        for (const Case& c : cases[i]) {
+            TestCase(xml, o.file, c.name, c.seconds, WhyOf(o, c.run), c.mismatches);
+        }
+        xml.End();
+    }
+    return xml.Finish();
 }
 
 }  // namespace preview

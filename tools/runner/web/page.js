@@ -449,9 +449,9 @@
     const bad = answer.scenario_error;
     if (bad) problems.push((files.scenario ? files.scenario.name : "the scenario") + ": " + bad.message);
     for (const r of (answer.check && answer.check.refusals) || []) {
-      if (r.rule_id === "json-syntax") {
+      if (r.rule === "json-syntax") {
         problems.push(files.config.name + (r.line ? ", line " + r.line + ", column " + r.column : "") +
-                      ": " + r.rule + ": " + r.message);
+                      ": not valid JSON: " + r.message);
       }
     }
     return problems.length ? problems.join("\n") : null;
