@@ -115,19 +115,26 @@ size_t Utf8Length(const std::string& text, size_t at) {
 std::string EscapeInvalidUtf8(const std::string& text, Escape style) {
     std::string out;
     out.reserve(text.size());
+    // Valid bytes are copied a run at a time: reports of large runs are megabytes of them.
+    size_t copied = 0;
     for (size_t i = 0; i < text.size();) {
+        if (static_cast<unsigned char>(text[i]) < 0x80) {
+            ++i;
+            continue;
+        }
         const size_t length = Utf8Length(text, i);
         if (length > 0) {
-            out.append(text, i, length);
             i += length;
             continue;
         }
+        out.append(text, copied, i - copied);
         char escape[8];
         std::snprintf(escape, sizeof escape, style == Escape::kText ? "\\x%02x" : "\\udc%02x",
                       static_cast<unsigned char>(text[i]));
         out += escape;
-        ++i;
+        copied = ++i;
     }
+    out.append(text, copied, std::string::npos);
     return out;
 }
 

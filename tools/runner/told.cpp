@@ -2,6 +2,8 @@
 
 #include <cjson/cJSON.h>
 
+#include <memory>
+
 #include "config/element_kind.h"
 #include "diag.h"
 #include "json_scan.h"
@@ -64,25 +66,40 @@ std::string RowLabel(int row, const formatv2::RowFailure& why) {
 
 }  // namespace
 
+// Written straight as text and handed to cJSON whole: a run of a few thousand values has tens of
+// thousands of spans, and as cJSON objects they would cost ten times the run itself.
 cJSON* ProvenanceJson(const formatv2::RunResult& result) {
-    cJSON* list = cJSON_CreateArray();
+    std::string out = "[";
+    const auto index = [&out](const char* key, long long value) {
+        out.append(",\"").append(key).append("\":");
+        out.append(value < 0 ? "null" : std::to_string(value));
+    };
+    std::string name;  // the last output's name as JSON, made again only when it changes
+    const std::string* named = nullptr;
     for (const formatv2::TextProvenance& text : result.texts) {
-        cJSON* entry = cJSON_CreateObject();
-        cJSON_AddStringToObject(entry, "output", text.output.c_str());
-        cJSON_AddNumberToObject(entry, "value", text.value);
-        cJSON* spans = cJSON_AddArrayToObject(entry, "spans");
-        for (const formatv2::Span& span : text.spans) {
-            cJSON* item = cJSON_CreateObject();
-            cJSON_AddNumberToObject(item, "begin", static_cast<double>(span.begin));
-            cJSON_AddNumberToObject(item, "end", static_cast<double>(span.end));
-            AddIndex(item, "row", span.owner.row);
-            AddIndex(item, "field", span.owner.field);
-            AddIndex(item, "element", span.owner.element);
-            cJSON_AddItemToArray(spans, item);
+        if (named == nullptr || *named != text.output) {
+            const JsonPtr item(cJSON_CreateString(text.output.c_str()));
+            std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(item.get()),
+                                                                 &cJSON_free);
+            name = printed ? printed.get() : "\"\"";
+            named = &text.output;
         }
-        cJSON_AddItemToArray(list, entry);
+        if (out.size() > 1) out += ',';
+        out.append("{\"output\":").append(name);
+        out.append(",\"value\":").append(std::to_string(text.value)).append(",\"spans\":[");
+        for (size_t k = 0; k < text.spans.size(); ++k) {
+            const formatv2::Span& span = text.spans[k];
+            out.append(k == 0 ? "{\"begin\":" : ",{\"begin\":").append(std::to_string(span.begin));
+            out.append(",\"end\":").append(std::to_string(span.end));
+            index("row", span.owner.row);
+            index("field", span.owner.field);
+            index("element", span.owner.element);
+            out += '}';
+        }
+        out += "]}";
     }
-    return list;
+    out += ']';
+    return cJSON_CreateRaw(out.c_str());
 }
 
 cJSON* RowOutcomesJson(const formatv2::RunResult& result) {

@@ -295,14 +295,15 @@
 
   // A text drawn cell by cell, each in a cell of the row (field, element) that wrote it, a
   // separator, suffix or blank with the cell it follows. Offsets are in bytes of the UTF-8 text.
-  // Past LIMIT characters the rest is drawn as one text.
+  // A long text is drawn a row's bytes to a cell, each cut as drawText cuts a long text.
   const encoder = new TextEncoder();
   const decoder = new TextDecoder();
-  function cellsOf(spans) {
+  function cellsOf(spans, byRow) {
     const cells = [];
     for (const s of spans) {
       const last = cells[cells.length - 1];
-      if (last && last.row === s.row && (s.element === null || (last.field === s.field && last.element === s.element))) {
+      if (last && last.row === s.row &&
+          (byRow || s.element === null || (last.field === s.field && last.element === s.element))) {
         last.end = s.end;
       } else {
         cells.push({ ...s });
@@ -312,22 +313,16 @@
   }
   function spansCell(text, entry, card) {
     if (!entry || !entry.spans.length) return bytesCell(text);
+    const long = text.length > LIMIT;
     const bytes = encoder.encode(text);
     const cells = element("span", "bytes");
-    let drawn = 0;
-    for (const s of cellsOf(entry.spans)) {
-      if (drawn > LIMIT) {
-        drawText(decoder.decode(bytes.subarray(s.begin)), cells);
-        break;
-      }
-      const piece = decoder.decode(bytes.subarray(s.begin, s.end));
-      const cell = bytesCell(piece, s.row, card);
+    for (const s of cellsOf(entry.spans, long)) {
+      const cell = bytesCell(decoder.decode(bytes.subarray(s.begin, s.end)), s.row, card);
       if (s.row !== null) {
-        cell.title = "row " + s.row + (s.field !== null ? ", field " + s.field : "") +
-                     (s.element !== null ? ", element " + s.element : "");
+        cell.title = "row " + s.row + (!long && s.field !== null ? ", field " + s.field : "") +
+                     (!long && s.element !== null ? ", element " + s.element : "");
       }
       cells.appendChild(cell);
-      drawn += piece.length;
     }
     return cells;
   }
