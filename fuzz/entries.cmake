@@ -2,14 +2,19 @@
 # replays their inputs with the ordinary test suite.
 set(FORMATV2_FUZZ_DIR ${CMAKE_CURRENT_LIST_DIR})
 
-# Adds the bodies to target. FuzzedDataProvider.h ships with clang; other compilers get a
-# copy of it from clang's resource folder (installed with the clang package).
+include(${FORMATV2_FUZZ_DIR}/../tools/runner/json_scan.cmake)
+
+# Adds the bodies to target, with the runner's JSON scanner, which the json target compares
+# with cJSON. FuzzedDataProvider.h ships with clang; other compilers get a copy of it from clang's
+# resource folder (installed with the clang package).
 function(formatv2_fuzz_entries target)
   target_sources(${target} PRIVATE
     ${FORMATV2_FUZZ_DIR}/fuzz_support.cpp
     ${FORMATV2_FUZZ_DIR}/config_entry.cpp
     ${FORMATV2_FUZZ_DIR}/format_entry.cpp
-    ${FORMATV2_FUZZ_DIR}/runs_entry.cpp)
+    ${FORMATV2_FUZZ_DIR}/runs_entry.cpp
+    ${FORMATV2_FUZZ_DIR}/json_entry.cpp)
+  target_link_libraries(${target} PUBLIC formatv2_preview_json)
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     return()
   endif()

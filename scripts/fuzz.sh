@@ -2,33 +2,36 @@
 # Builds the libFuzzer targets (preset "fuzz") and runs each for a fixed time, one after the
 # other. Exits non-zero when any target finds something: a crash, a sanitizer report, a leak,
 # a broken check, a timeout or running out of memory. The input is kept in
-# build/fuzz/findings/<target>/ (replay it with the target binary and the file as argument).
+# BUILD/findings/<target>/ (replay it with the target binary and the file as argument).
 #
-#   scripts/fuzz.sh [-t SECONDS] [-k] [TARGET...]
+#   scripts/fuzz.sh [-t SECONDS] [-k] [-B BUILD] [TARGET...]
 #     -t SECONDS  time per target (default 60)
-#     -k          fuzz a working corpus kept in build/fuzz/corpus/<target> (started from the
+#     -k          fuzz a working corpus kept in BUILD/corpus/<target> (started from the
 #                 committed one and grown from run to run), for long runs; without -k each
 #                 target fuzzes a throwaway copy, so the committed corpus never changes
-#     TARGET      config, format or runs (default: all three)
+#     -B BUILD    the build folder of the fuzz preset (default build/fuzz)
+#     TARGET      config, format, runs or json (default: all four)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=60
 keep=0
-while getopts "t:kh" opt; do
+build=build/fuzz
+while getopts "t:kB:h" opt; do
   case "${opt}" in
     t) seconds="${OPTARG}" ;;
     k) keep=1 ;;
-    *) sed -n '2,13p' "$0"; exit 2 ;;
+    B) build="${OPTARG}" ;;
+    *) sed -n '2,14p' "$0"; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
 targets=("$@")
-if [ "${#targets[@]}" -eq 0 ]; then targets=(config format runs); fi
+if [ "${#targets[@]}" -eq 0 ]; then targets=(config format runs json); fi
 
 bash scripts/setup.sh >/dev/null
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j "$(nproc)"
+cmake --preset fuzz -B "${build}" >/dev/null
+cmake --build "${build}" -j "$(nproc)"
 
 work=""
 cleanup() { if [ -n "${work}" ]; then rm -rf "${work}"; fi; }
@@ -37,15 +40,15 @@ trap cleanup EXIT
 failed=()
 summary=()
 for target in "${targets[@]}"; do
-  binary="build/fuzz/fuzz/formatv2_fuzz_${target}"
+  binary="${build}/fuzz/formatv2_fuzz_${target}"
   if [ ! -x "${binary}" ] || [ ! -d "fuzz/corpus/${target}" ]; then
     echo "fuzz: unknown target '${target}'" >&2
     exit 2
   fi
-  findings="build/fuzz/findings/${target}"
+  findings="${build}/findings/${target}"
   mkdir -p "${findings}"
   if [ "${keep}" = 1 ]; then
-    corpus="build/fuzz/corpus/${target}"
+    corpus="${build}/corpus/${target}"
     if [ ! -d "${corpus}" ]; then
       mkdir -p "${corpus}"
       cp -r "fuzz/corpus/${target}/." "${corpus}/"
@@ -61,8 +64,9 @@ for target in "${targets[@]}"; do
   case "${target}" in
     config) options+=(-dict=fuzz/config.dict) ;;
     runs) options+=(-dict=fuzz/config.dict -max_len=8192) ;;
+    json) options+=(-dict=fuzz/json.dict) ;;
   esac
-  log="build/fuzz/${target}.log"
+  log="${build}/${target}.log"
   echo "=== fuzz ${target}: ${seconds} s on $( [ "${keep}" = 1 ] && echo "${corpus}" || echo "a copy of fuzz/corpus/${target}" ) ==="
   status=0
   "${binary}" "${options[@]}" "${corpus}" >"${log}" 2>&1 || status=$?
@@ -80,7 +84,7 @@ done
 
 printf '%s\n' "${summary[@]}"
 if [ "${#failed[@]}" -ne 0 ]; then
-  echo "fuzz: findings in ${failed[*]}; inputs in build/fuzz/findings/" >&2
+  echo "fuzz: findings in ${failed[*]}; inputs in ${build}/findings/" >&2
   exit 1
 fi
 echo "fuzz: no findings"

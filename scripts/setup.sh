@@ -10,15 +10,14 @@ set -euo pipefail
 # format check (scripts/format-check.sh, with clang-format); the SARIF validator the tests run
 # (tests/validators, from the npm registry) is a .NET program that needs ICU, and xmllint checks
 # JUnit XML against the Jenkins schema from the same folder; the CI recipe's
-# test reads the YAML of docs/ci.md. The runner reads its command line with CLI11 (this header
-# serves the builds against the Debian 11 roots too). The browser preview serves with
-# cpp-httplib and embeds CodeMirror; its tests drive headless Chromium with Selenium, and a CJK
-# font renders the Chinese display texts in its screenshots.
+# test reads the YAML of docs/ci.md. The browser preview serves with cpp-httplib and embeds
+# CodeMirror; its tests drive headless Chromium with Selenium, and a CJK font renders the
+# Chinese display texts in its screenshots.
 native_pkgs=(cmake g++ make ninja-build git libcjson-dev libgtest-dev libgmock-dev
              libbenchmark-dev libfmt-dev libspdlog-dev clang clang-format libclang-rt-14-dev gcovr
              python3 python3-jsonschema python3-yaml dpkg-dev file debootstrap googletest libicu72
              libcpp-httplib-dev libjs-codemirror chromium chromium-driver python3-selenium
-             fonts-wqy-microhei pkg-config libxml2-utils libcli11-dev)
+             fonts-wqy-microhei pkg-config libxml2-utils)
 # libstdc++6:armhf: the packages' dependencies are read from the armhf runtime libraries'
 # package data (dpkg-shlibdeps); the cross compiler's own copy belongs to no armhf package.
 armhf_pkgs=(g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libgtest-dev:armhf

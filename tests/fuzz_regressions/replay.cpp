@@ -1,6 +1,6 @@
 // Replays inputs through a fuzz target's body and checks outside libFuzzer. CTest runs it in
 // every build over every kept finding and every seed; scripts/coverage.sh over grown corpora.
-//   fuzz_replay TARGET PATH...   TARGET: config, format or runs; PATH: a file or a folder
+//   fuzz_replay TARGET PATH...   TARGET: config, format, runs or json; PATH: a file or a folder
 // Folders are read recursively (notes ending in .md and hidden files are no inputs). Exits 1
 // when a check fails, naming each failing file, and 2 on bad usage, a missing path or no input
 // at all. A sanitizer report ends the process as it would end the fuzzer.
@@ -18,6 +18,7 @@
 #include "fuzz/config_entry.h"
 #include "fuzz/format_entry.h"
 #include "fuzz/fuzz_support.h"
+#include "fuzz/json_entry.h"
 #include "fuzz/runs_entry.h"
 
 namespace fs = std::filesystem;
@@ -35,9 +36,10 @@ int main(int argc, char** argv) {
     void (*entry)(const uint8_t*, size_t) = target == "config"   ? fv2fuzz::RunConfigInput
                                             : target == "format" ? fv2fuzz::RunFormatInput
                                             : target == "runs"   ? fv2fuzz::RunRunsInput
+                                            : target == "json"   ? fv2fuzz::RunJsonInput
                                                                  : nullptr;
     if (entry == nullptr || argc < 3) {
-        std::fprintf(stderr, "usage: fuzz_replay config|format|runs PATH...\n");
+        std::fprintf(stderr, "usage: fuzz_replay config|format|runs|json PATH...\n");
         return 2;
     }
     std::vector<fs::path> files;

@@ -27,7 +27,7 @@ CommandLine Parse(const std::vector<std::string>& args) {
 
 // An accepted command line in one text: "run a | json level=5 module=default.so".
 std::string Summary(const CommandLine& line) {
-    const char* const names[] = {"run", "check", "test", "serve", "evaluate"};
+    const char* const names[] = {"run", "check", "test"};
     std::string out = names[static_cast<int>(line.action)];
     for (const std::string& input : line.inputs) out += " " + input;
     const Options& o = line.options;
@@ -38,10 +38,6 @@ std::string Summary(const CommandLine& line) {
     if (o.update) out += " update";
     for (const Rule rule : o.disabled) out += std::string(" disable=") + RuleOf(rule).id;
     if (!o.junit.empty()) out += " junit=" + o.junit;
-    if (line.action == Action::kServe) {
-        out += " listen=" + o.listen + " mib=" + std::to_string(o.memoryLimitMiB) +
-               " s=" + std::to_string(o.timeLimitSeconds);
-    }
     return out + " level=" + std::to_string(o.logLevel) + " module=" + o.module;
 }
 
@@ -65,14 +61,6 @@ TEST(CommandLine, AcceptedAsGivenInAnyOrder) {
         {{"test", "dir", "--junit", "out.xml", "--update", "b.json", "--json"},
          "test dir b.json | json update junit=out.xml level=4 module=default.so"},
         {{"test", "--junit=r.xml", "-"}, "test - | junit=r.xml level=4 module=default.so"},
-        // After "--" only arguments, also after an argument; arguments named like commands.
-        {{"check", "a", "--", "--odd.json", "--"},
-         "check a --odd.json -- | level=4 module=default.so"},
-        {{"test", "test", "run"}, "test test run | level=4 module=default.so"},
-        {{"serve"}, "serve . | listen=127.0.0.1:8700 mib=256 s=5 level=4 module=default.so"},
-        {{"serve", "--memory-limit", "16", "d", "--time-limit=600", "--listen", "[::1]:0"},
-         "serve d | listen=[::1]:0 mib=16 s=600 level=4 module=default.so"},
-        {{"evaluate"}, "evaluate | level=4 module=default.so"},
     };
     for (const auto& c : cases) {
         const CommandLine line = Parse(c.args);
@@ -93,8 +81,6 @@ TEST(CommandLine, RefusedNamingTheArgument) {
         {{"--version=1"}, "--version takes no value"},
         {{"run"}, "run needs a SCENARIO"},
         {{"run", "a", "b"}, "unexpected argument 'b': run takes one SCENARIO"},
-        {{"serve", "a", "--", "b"}, "unexpected argument 'b': serve takes one DIR"},
-        {{"evaluate", "x"}, "unexpected argument 'x': evaluate takes none"},
         {{"check", "--strict"}, "check needs at least one FILE"},
         {{"test"}, "test needs at least one SCENARIO or DIR"},
         // Each command takes only its own options.
@@ -111,13 +97,6 @@ TEST(CommandLine, RefusedNamingTheArgument) {
         {{"run", "a", "--json=yes"}, "--json takes no value"},
         {{"run", "a", "--module"}, "--module needs a value (LIB)"},
         {{"test", "a", "--junit="}, "--junit needs a value (FILE)"},
-        // An empty value (an unset variable) does not take the next argument instead.
-        {{"test", "--junit=", "a", "b"}, "--junit needs a value (FILE)"},
-        {{"serve", "--listen", ""}, "--listen needs a value (ADDR:PORT)"},
-        {{"serve", "--memory-limit", "15"},
-         "--memory-limit: '15' is not a whole number from 16 to 4096"},
-        {{"serve", "--time-limit", "0x10"},
-         "--time-limit: '0x10' is not a whole number from 1 to 600"},
         // --disable takes the id of a warning.
         {{"check", "a", "--disable", "key-cas"},
          "--disable: 'key-cas' is no rule id; did you mean 'key-case'?"},
@@ -125,6 +104,8 @@ TEST(CommandLine, RefusedNamingTheArgument) {
          "--disable: 'not-a-text' is a refusal of the module; only warnings can be disabled"},
         {{"run", "a", "--log-level", "loud"},
          "--log-level: 'loud' is not one of info, warn, err, none"},
+        // The first mistake is named, even before a --help.
+        {{"run", "--jsn", "--help"}, "unknown option '--jsn' for run; did you mean '--json'?"},
     };
     for (const auto& c : cases) {
         const CommandLine line = Parse(c.args);
@@ -140,11 +121,8 @@ TEST(CommandLine, HelpAndVersionAreTextsForStandardOutput) {
         const char* begins;
         const char* holds;  // an option of the command, with its value's name
     } cases[] = {
+        {{"--help", "run"}, "Usage: formatv2_preview COMMAND", "  -h, --help"},
         {{"-h"}, "Usage: formatv2_preview COMMAND", "  --version "},
-        {{"--help"}, "Usage: formatv2_preview COMMAND", "\nCommands:\n  run "},
-        {{"--help", "serve"},
-         "Usage: formatv2_preview serve [OPTIONS] [DIR]\n",
-         "  --memory-limit MIB "},
         {{"run", "--help", "--jsn"},
          "Usage: formatv2_preview run [OPTIONS] SCENARIO\n",
          "  --log-level LEVEL "},

@@ -1,14 +1,12 @@
 #include "cli.h"
 
-#include <CLI/CLI.hpp>
+#include <getopt.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 
 #include "diag.h"
 #include "live.h"
@@ -19,281 +17,150 @@
 namespace preview {
 namespace {
 
-const char* const kExitCodes =
-    "Exit codes: 0 done, valid, or every expectation holds; 1 a configuration refused, a\n"
-    "warning under --strict, or an expectation that does not hold; 2 bad usage, a file that\n"
-    "cannot be read or written or is no valid scenario, or a module that cannot be loaded.\n"
-    "Configuration keys: docs/configuration.md.";
-
-// CLI11's help, laid out as the runner's: the usage line first, then the summary, the
-// arguments, the commands and the options, each description from column 23 (a line break in
-// one continues there), and "-h, --help".
-class Layout : public CLI::Formatter {
-  public:
-    Layout() {
-        column_width(22);
-        label("Positionals", "Arguments");
-    }
-
-    std::string make_help(const CLI::App* app, std::string name,
-                          CLI::AppFormatMode) const override {
-        return make_usage(app, name) + make_description(app) + make_positionals(app) +
-               make_subcommands(app, CLI::AppFormatMode::Normal) +
-               make_groups(app, CLI::AppFormatMode::Normal) + "\n" + make_footer(app);
-    }
-
-    std::string make_usage(const CLI::App* app, std::string name) const override {
-        if (app->get_parent() == nullptr) {
-            return "Usage: " + name + " COMMAND [OPTIONS] ARGUMENTS...\n       " + name +
-                   " --help | --version\n";
-        }
-        const auto arguments =
-            app->get_options([](const CLI::Option* o) { return o->get_positional(); });
-        return "Usage: " + name + " [OPTIONS]" +
-               (arguments.empty() ? "" : " " + arguments.front()->get_name()) + "\n";
-    }
-
-    // A command's summary is on one line above its help; its line breaks are for the list of
-    // commands.
-    std::string make_description(const CLI::App* app) const override {
-        std::string text = app->get_description();
-        if (app->get_parent() != nullptr) std::replace(text.begin(), text.end(), '\n', ' ');
-        return text + "\n";
-    }
-
-    std::string make_option_name(const CLI::Option* option, bool positional) const override {
-        std::string names = option->get_name(positional, !positional);
-        for (size_t comma = names.find(','); comma != std::string::npos;
-             comma = names.find(',', comma)) {
-            names.insert(++comma, " ");
-        }
-        return names;
-    }
-
-    // An argument's name says it all ("FILE..."); an option shows its value's name.
-    std::string make_option_opts(const CLI::Option* option) const override {
-        return option->get_positional() || option->get_type_size() == 0
-                   ? ""
-                   : " " + option->get_type_name();
-    }
+// getopt_long's codes for the options; -h is short for --help.
+enum : int {
+    kHelp = 'h',
+    kVersion = 256,
+    kJson,
+    kSarif,
+    kStrict,
+    kDisable,
+    kLogLevel,
+    kJunit,
+    kUpdate,
+    kModule,
+    kListen,
+    kMemoryLimit,
+    kTimeLimit
 };
 
-[[noreturn]] void Refuse(const std::string& why) {
-    throw CLI::ValidationError(why);
-}
+struct Switch {
+    int code;
+    const char* name;
+    const char* value;  // the value's name in the help; null for a flag
+    const char* help;   // a line break continues under the descriptions
+};
 
-// A value option that gives its value to take, refusing an empty one (a variable that was not
-// set, as in --junit="$OUT").
-CLI::Option* Value(CLI::App* command, const std::string& name, const std::string& type,
-                   const char* help, std::function<void(const std::string&)> take) {
-    auto check = [name, type, take](const std::string& value) {
-        if (value.empty()) Refuse(name + " needs a value (" + type + ")");
-        take(value);
-    };
-    return command->add_option_function<std::string>(name, check, help)->type_name(type);
-}
+const Switch kSwitches[] = {
+    {kJson, "json", nullptr, "print one JSON document on standard output"},
+    {kSarif, "sarif", nullptr,
+     "print SARIF 2.1.0 on standard output (for CI and\neditors); not with --json"},
+    {kStrict, "strict", nullptr, "exit with 1 on warnings too"},
+    {kDisable, "disable", "RULE",
+     "do not report the findings of RULE, a warning or error id (repeatable)"},
+    {kLogLevel, "log-level", "LEVEL",
+     "the lowest level of the log lines shown: info (the\ndefault), warn, err or none"},
+    {kJunit, "junit", "FILE", "also write the results as JUnit XML to FILE"},
+    {kUpdate, "update", nullptr,
+     "write what the runs gave into the expectations of\neach scenario that does not hold"},
+    {kModule, "module", "LIB",
+     "the module library to load (default: the\nlibformatv2.so built with the runner, else\n"
+     "/mnt/app/zrs_so/so/formatv2/libformatv2.so)"},
+    {kListen, "listen", "ADDR:PORT",
+     "the address and port to serve on (default:\n127.0.0.1:8700; port 0: any free port)"},
+    {kMemoryLimit, "memory-limit", "MIB",
+     "the memory (address space) each preview may use\n(default: 256; 16 to 4096)"},
+    {kTimeLimit, "time-limit", "SECONDS",
+     "the time, and the CPU time, each preview may take\n(default: 5; 1 to 600)"},
+    {kVersion, "version", nullptr, "show the version and exit"},
+    {kHelp, "help", nullptr, "show this help and exit"},
+};
 
-long WholeNumber(const std::string& name, const std::string& text, long low, long high) {
-    char* end = nullptr;
-    errno = 0;
-    const long value = std::strtol(text.c_str(), &end, 10);
-    if (errno != 0 || end == text.c_str() || *end != '\0' || value < low || value > high) {
-        Refuse(name + ": '" + text + "' is not a whole number from " + std::to_string(low) +
-               " to " + std::to_string(high));
-    }
-    return value;
-}
-
-int LogLevel(const std::string& name) {
-    const struct {
-        const char* name;
-        int level;
-    } levels[] = {{"info", LOG_LEVEL_INFO},
-                  {"warn", LOG_LEVEL_WARN},
-                  {"err", LOG_LEVEL_ERR},
-                  {"none", LOG_LEVEL_OFF}};
-    for (const auto& l : levels) {
-        if (name == l.name) return l.level;
-    }
-    Refuse("--log-level: '" + name + "' is not one of info, warn, err, none");
-}
-
-Rule Disabled(const std::string& id) {
-    const RuleEntry* rule = FindRule(id.c_str());
-    if (rule == nullptr) {
-        std::vector<std::string> ids;
-        for (size_t i = 0; i < kRuleCount; ++i) ids.emplace_back(kRules[i].id);
-        const std::string close = ClosestWord(id, ids);
-        Refuse("--disable: '" + id + "' is no rule id" +
-               (close.empty() ? "" : "; did you mean '" + close + "'?"));
-    }
-    if (rule->level == Level::kRefusal) {
-        Refuse("--disable: '" + id + "' is a refusal of the module; only warnings can be disabled");
-    }
-    return rule->rule;
-}
-
-// The commands' options and arguments, read into line.
-void Describe(CLI::App& app, CommandLine& line) {
-    Options& o = line.options;
-    const auto command = [&](const char* name, const char* summary, const char* arguments,
-                             const char* help) {
-        CLI::App* c = app.add_subcommand(name, summary)->group("Commands");
-        c->add_option(arguments, line.inputs, help);
-        return c;
-    };
-    const auto json = [&](CLI::App* c) {
-        c->add_flag("--json", o.json, "print one JSON document on standard output");
-    };
-    const auto moduleOption = [&](CLI::App* c) {
-        Value(c, "--module", "LIB",
-              "the module library to load (default: the\nlibformatv2.so built with the runner, "
-              "else\n/mnt/app/zrs_so/so/formatv2/libformatv2.so)",
-              [&o](const std::string& v) { o.module = v; });
-        // Last in each command's list.
-        c->set_help_flag("-h,--help", "show this help and exit");
-    };
-
-    CLI::App* run =
-        command("run", "drive the runs of a scenario and show everything the\nmodule did",
-                "SCENARIO", "scenario file (JSON), - for standard input");
-    json(run);
-    Value(run, "--log-level", "LEVEL",
-          "the lowest level of the log lines shown: info (the\ndefault), warn, err or none",
-          [&o](const std::string& v) { o.logLevel = LogLevel(v); });
-    moduleOption(run);
-
-    CLI::App* check =
-        command("check", "validate configurations without running them:\nrefusals and warnings",
-                "FILE...", "configuration files (algo_private.json), - for\nstandard input");
-    check->add_flag("--strict", o.strict, "exit with 1 on warnings too");
-    json(check);
-    check->add_flag("--sarif", o.sarif,
-                    "print SARIF 2.1.0 on standard output (for CI and\neditors); not with --json");
-    check
-        ->add_option_function<std::vector<std::string>>(
-            "--disable",
-            [&o](const std::vector<std::string>& ids) {
-                for (const std::string& id : ids) o.disabled.push_back(Disabled(id));
-            },
-            "do not report the findings of RULE, a warning or error id (repeatable)")
-        ->type_name("RULE")
-        ->allow_extra_args(false)  // one id each time
-        ->take_all();
-    moduleOption(check);
-
-    CLI::App* test = command(
-        "test",
-        "run scenarios and compare every run with its \"expect\";\nexit 0 only when all hold",
-        "SCENARIO|DIR...",
-        "scenario files, or folders searched for scenario.json\nand *.scenario.json");
-    json(test);
-    Value(test, "--junit", "FILE", "also write the results as JUnit XML to FILE",
-          [&o](const std::string& v) { o.junit = v; });
-    test->add_flag("--update", o.update,
-                   "write what the runs gave into the expectations of\neach scenario that does "
-                   "not hold");
-    moduleOption(test);
-
-    CLI::App* serve = command(
-        "serve",
-        "preview a folder's configuration and scenario live in\na browser; prints the URL to open",
-        "[DIR]",
-        "the folder (default: the current one) holding\nalgo_private.json and scenario.json");
-    Value(serve, "--listen", "ADDR:PORT",
-          "the address and port to serve on (default:\n127.0.0.1:8700; port 0: any free port)",
-          [&o](const std::string& v) { o.listen = v; });
-    moduleOption(serve);
-    Value(serve, "--memory-limit", "MIB",
-          "the memory (address space) each preview may use\n(default: 256; 16 to 4096)",
-          [&o](const std::string& v) {
-              o.memoryLimitMiB = static_cast<size_t>(WholeNumber("--memory-limit", v, 16, 4096));
-          });
-    Value(serve, "--time-limit", "SECONDS",
-          "the time, and the CPU time, each preview may take\n(default: 5; 1 to 600)",
-          [&o](const std::string& v) {
-              o.timeLimitSeconds = static_cast<int>(WholeNumber("--time-limit", v, 1, 600));
-          });
-    serve->set_help_flag("-h,--help", "show this help and exit");  // after the limits
-
-    // The server's child process, one per preview; not for people (no help, not listed).
-    app.add_subcommand("evaluate")->group("")->set_help_flag();
-}
-
-// The commands and what they take besides their options.
 struct Command {
     const char* name;
     CommandLine::Action action;
-    size_t most;          // arguments at most
-    const char* missing;  // the refusal when none is given; serve's default is "."
-    const char* takes;    // the reason for an argument too many
+    const char* summary;
+    const char* arguments;  // as the usage line names them
+    const char* argumentHelp;
+    const char* missing;  // the refusal when no argument is given
+    std::vector<int> switches;
 };
 
 const Command kCommands[] = {
-    {"run", CommandLine::Action::kRun, 1, "run needs a SCENARIO", "run takes one SCENARIO"},
-    {"check", CommandLine::Action::kCheck, SIZE_MAX, "check needs at least one FILE", ""},
-    {"test", CommandLine::Action::kTest, SIZE_MAX, "test needs at least one SCENARIO or DIR", ""},
-    {"serve", CommandLine::Action::kServe, 1, nullptr, "serve takes one DIR"},
-    {"evaluate", CommandLine::Action::kEvaluate, 0, nullptr, "evaluate takes none"},
+    {"run",
+     CommandLine::Action::kRun,
+     "drive the runs of a scenario and show everything the\nmodule did",
+     "SCENARIO",
+     "scenario file (JSON), - for standard input",
+     "run needs a SCENARIO",
+     {kJson, kLogLevel, kModule, kHelp}},
+    {"check",
+     CommandLine::Action::kCheck,
+     "validate configurations without running them:\nrefusals and warnings",
+     "FILE...",
+     "configuration files (algo_private.json), - for\nstandard input",
+     "check needs at least one FILE",
+     {kStrict, kJson, kSarif, kDisable, kModule, kHelp}},
+    {"test",
+     CommandLine::Action::kTest,
+     "run scenarios and compare every run with its \"expect\";\nexit 0 only when all hold",
+     "SCENARIO|DIR...",
+     "scenario files, or folders searched for scenario.json\nand *.scenario.json",
+     "test needs at least one SCENARIO or DIR",
+     {kJson, kJunit, kUpdate, kModule, kHelp}},
+    {"serve",
+     CommandLine::Action::kServe,
+     "preview a folder's configuration and scenario live in\na browser; prints the URL to open",
+     "[DIR]",
+     "the folder (default: the current one) holding\nalgo_private.json and scenario.json",
+     nullptr,
+     {kListen, kModule, kMemoryLimit, kTimeLimit, kHelp}},
 };
 
-const Command& CommandNamed(const std::string& name) {
-    for (const Command& c : kCommands) {
-        if (name == c.name) return c;
+const std::vector<int> kTopSwitches = {kVersion, kHelp};
+
+const char* const kFooter =
+    "Exit codes: 0 done, valid, or every expectation holds; 1 a configuration refused, a\n"
+    "warning under --strict, or an expectation that does not hold; 2 bad usage, a file that\n"
+    "cannot be read or written or is no valid scenario, or a module that cannot be loaded.\n"
+    "Configuration keys: docs/configuration.md.\n";
+
+const Switch& SwitchOf(int code) {
+    for (const Switch& s : kSwitches) {
+        if (s.code == code) return s;
     }
-    return kCommands[0];  // CLI11 knows only these
+    return kSwitches[0];  // every code has its entry
 }
 
-// The option as written, without its "=value".
-std::string Written(const std::string& argument) {
-    return argument.compare(0, 2, "--") == 0 ? argument.substr(0, argument.find('=')) : argument;
+// "  LEFT  description", the description's lines from column 23.
+std::string Row(const std::string& left, const char* help) {
+    constexpr size_t kColumn = 22;
+    std::string out = "  " + left;
+    out.append(out.size() < kColumn ? kColumn - out.size() : 2, ' ');
+    for (const char* c = help; *c != '\0'; ++c) {
+        out += *c == '\n' ? "\n" + std::string(kColumn, ' ') : std::string(1, *c);
+    }
+    return out + "\n";
 }
 
-// What CLI11 left over (ExtrasError): an option that is not the command's (or, before a command,
-// not --help or --version), with the one it most likely meant; an unknown command; an argument
-// too many.
-std::string LeftOver(const CLI::App& app) {
-    const CLI::App* command = app.get_subcommands().empty() ? nullptr : app.get_subcommands()[0];
-    const bool top = !app.remaining().empty() || command == nullptr;
-    const CLI::App& where = top ? app : *command;
-    const std::string extra = Written(where.remaining().front());
-    if (extra.size() < 2 || extra[0] != '-') {
-        if (command == nullptr) return "unknown command '" + extra + "' (run, check, test, serve)";
-        return "unexpected argument '" + extra + "': " + CommandNamed(command->get_name()).takes;
+std::string OptionsHelp(const std::vector<int>& codes) {
+    std::string out = "Options:\n";
+    for (int code : codes) {
+        const Switch& s = SwitchOf(code);
+        std::string left = code == kHelp ? "-h, --help" : std::string("--") + s.name;
+        if (s.value != nullptr) left += std::string(" ") + s.value;
+        out += Row(left, s.help);
     }
-    std::vector<std::string> names;
-    std::vector<std::string> longer;  // the names that begin with what was written
-    for (const CLI::Option* option : where.get_options()) {
-        for (const std::string& name : option->get_lnames()) {
-            names.push_back("--" + name);
-            if (extra.size() > 2 && names.back().compare(0, extra.size(), extra) == 0) {
-                longer.push_back(names.back());
-            }
-        }
-    }
-    const std::string close = longer.size() == 1 ? longer[0] : ClosestWord(extra, names);
-    return "unknown option '" + extra + "'" + (top ? "" : " for " + command->get_name()) +
-           (close.empty() ? "" : "; did you mean '" + close + "'?");
+    return out;
 }
 
-// CLI11's ArgumentMismatch for a value missing or given to a flag, in the runner's words; any
-// other as CLI11 says it.
-std::string Mismatch(const CLI::App& app, const std::string& what) {
-    std::vector<const CLI::App*> apps = {&app};
-    for (const CLI::App* command : app.get_subcommands()) apps.push_back(command);
-    for (const CLI::App* a : apps) {
-        for (const CLI::Option* option : a->get_options()) {
-            for (const std::string& name : option->get_lnames()) {
-                if (what.rfind("--" + name + ": ", 0) == 0) {
-                    return "--" + name + " needs a value (" + option->get_type_name() + ")";
-                }
-                if (what == name + " was given a disallowed flag override") {
-                    return "--" + name + " takes no value";
-                }
-            }
-        }
-    }
-    return what;
+std::string TopHelp() {
+    std::string out =
+        "Usage: formatv2_preview COMMAND [OPTIONS] ARGUMENTS...\n"
+        "       formatv2_preview --help | --version\n"
+        "formatv2_preview: preview, check and test formatv2 configurations offline, with the\n"
+        "module loaded as the host loads it.\n\nCommands:\n";
+    for (const Command& c : kCommands) out += Row(c.name, c.summary);
+    return out + "\n" + OptionsHelp(kTopSwitches) +
+           "\nRun 'formatv2_preview COMMAND --help' for the options of a command.\n\n" + kFooter;
+}
+
+std::string CommandHelp(const Command& c) {
+    std::string summary = c.summary;  // on one line here
+    std::replace(summary.begin(), summary.end(), '\n', ' ');
+    return std::string("Usage: formatv2_preview ") + c.name + " [OPTIONS] " + c.arguments + "\n" +
+           summary + "\n\nArguments:\n" + Row(c.arguments, c.argumentHelp) + "\n" +
+           OptionsHelp(c.switches) + "\n" + kFooter;
 }
 
 CommandLine Printed(std::string text) {
@@ -309,72 +176,218 @@ CommandLine Refused(std::string why) {
     return line;
 }
 
+// The option as written, without its "=value".
+std::string Written(const char* element) {
+    const char* equals = std::strchr(element, '=');
+    return std::strncmp(element, "--", 2) == 0 && equals != nullptr ? std::string(element, equals)
+                                                                    : std::string(element);
+}
+
+// An option that is none of codes, with the one it most likely meant.
+std::string Unknown(const std::string& written, const std::vector<int>& codes,
+                    const char* command) {
+    std::vector<std::string> names;
+    std::vector<std::string> longer;  // the names that begin with what was written
+    for (int code : codes) {
+        names.push_back(std::string("--") + SwitchOf(code).name);
+        if (written.size() > 2 && names.back().compare(0, written.size(), written) == 0) {
+            longer.push_back(names.back());
+        }
+    }
+    const std::string close = longer.size() == 1 ? longer[0] : ClosestWord(written, names);
+    std::string why = "unknown option '" + written + "'";
+    if (command != nullptr) why += std::string(" for ") + command;
+    return why + (close.empty() ? "" : "; did you mean '" + close + "'?");
+}
+
+// What getopt_long refused (it returned '?' or ':'), as a reason naming the option.
+std::string Refusal(int result, char* const* args, const std::vector<int>& codes,
+                    const char* command) {
+    const bool letter = optopt != 0 && optopt < 256 && optopt != kHelp;
+    if (letter) return Unknown(std::string("-") + static_cast<char>(optopt), codes, command);
+    if (optopt == 0) return Unknown(Written(args[optind - 1]), codes, command);
+    const Switch& s = SwitchOf(optopt);
+    if (result == ':') return std::string("--") + s.name + " needs a value (" + s.value + ")";
+    return std::string("--") + s.name + " takes no value";
+}
+
+// A long option that getopt_long took, as written, when that is not its full name. Options are
+// written in full: a shortened one (which getopt_long would take) is refused, so that adding an
+// option later cannot change what a command line means.
+std::string Shortened(char* const* args, const option& taken) {
+    const bool separateValue = optarg != nullptr && optind >= 2 && optarg == args[optind - 1];
+    const std::string written = Written(args[optind - (separateValue ? 2 : 1)]);
+    return written == std::string("--") + taken.name ? "" : written;
+}
+
+std::vector<option> LongOptions(const std::vector<int>& codes) {
+    std::vector<option> out;
+    for (int code : codes) {
+        const Switch& s = SwitchOf(code);
+        out.push_back(
+            {s.name, s.value != nullptr ? required_argument : no_argument, nullptr, code});
+    }
+    out.push_back({nullptr, 0, nullptr, 0});
+    return out;
+}
+
+bool LogLevel(const std::string& name, int& level) {
+    const struct {
+        const char* name;
+        int level;
+    } levels[] = {{"info", LOG_LEVEL_INFO},
+                  {"warn", LOG_LEVEL_WARN},
+                  {"err", LOG_LEVEL_ERR},
+                  {"none", LOG_LEVEL_OFF}};
+    for (const auto& l : levels) {
+        if (name != l.name) continue;
+        level = l.level;
+        return true;
+    }
+    return false;
+}
+
+// argv[0] is the command's name. getopt_long hands over the arguments in order, between the
+// options ('-' in front of the option letters), and leaves those after "--" at optind.
+CommandLine ReadCommand(const Command& command, int argc, char* const* args, CommandLine line) {
+    const std::vector<option> options = LongOptions(command.switches);
+    Options& o = line.options;
+    optind = 0;  // getopt_long starts afresh
+    for (;;) {
+        int index = -1;
+        const int c = getopt_long(argc, args, "-:h", options.data(), &index);
+        if (c == -1) break;
+        if (c == '?' || c == ':') return Refused(Refusal(c, args, command.switches, command.name));
+        const std::string shortened =
+            index >= 0 ? Shortened(args, options[static_cast<size_t>(index)]) : "";
+        if (!shortened.empty()) return Refused(Unknown(shortened, command.switches, command.name));
+        if (c != 1 && optarg != nullptr && *optarg == '\0') {
+            return Refused(std::string("--") + SwitchOf(c).name + " needs a value (" +
+                           SwitchOf(c).value + ")");
+        }
+        switch (c) {
+            case 1:
+                line.inputs.emplace_back(optarg);
+                break;
+            case kHelp:
+                return Printed(CommandHelp(command));
+            case kJson:
+                o.json = true;
+                break;
+            case kSarif:
+                o.sarif = true;
+                break;
+            case kStrict:
+                o.strict = true;
+                break;
+            case kUpdate:
+                o.update = true;
+                break;
+            case kDisable: {
+                const RuleEntry* rule = FindRule(optarg);
+                if (rule == nullptr) {
+                    std::vector<std::string> ids;
+                    for (size_t i = 0; i < kRuleCount; ++i) ids.emplace_back(kRules[i].id);
+                    const std::string close = ClosestWord(optarg, ids);
+                    return Refused(std::string("--disable: '") + optarg + "' is no rule id" +
+                                   (close.empty() ? "" : "; did you mean '" + close + "'?"));
+                }
+                if (rule->level == Level::kRefusal) {
+                    return Refused(std::string("--disable: '") + optarg +
+                                   "' is a refusal of the module; only warnings can be disabled");
+                }
+                o.disabled.push_back(rule->rule);
+                break;
+            }
+            case kJunit:
+                o.junit = optarg;
+                break;
+            case kModule:
+                o.module = optarg;
+                break;
+            case kListen:
+                o.listen = optarg;
+                break;
+            case kMemoryLimit:
+            case kTimeLimit: {
+                const bool memory = c == kMemoryLimit;
+                const long low = memory ? 16 : 1;
+                const long high = memory ? 4096 : 600;
+                char* end = nullptr;
+                errno = 0;
+                const long value = std::strtol(optarg, &end, 10);
+                if (errno != 0 || end == optarg || *end != '\0' || value < low || value > high) {
+                    return Refused(std::string(memory ? "--memory-limit" : "--time-limit") + ": '" +
+                                   optarg + "' is not a whole number from " + std::to_string(low) +
+                                   " to " + std::to_string(high));
+                }
+                if (memory) {
+                    o.memoryLimitMiB = static_cast<size_t>(value);
+                } else {
+                    o.timeLimitSeconds = static_cast<int>(value);
+                }
+                break;
+            }
+            case kLogLevel:
+                if (!LogLevel(optarg, o.logLevel)) {
+                    return Refused(std::string("--log-level: '") + optarg +
+                                   "' is not one of info, warn, err, none");
+                }
+                break;
+            default:
+                break;
+        }
+    }
+    for (int i = optind; i < argc; ++i) line.inputs.emplace_back(args[i]);
+    if (o.json && o.sarif) return Refused("--json and --sarif cannot be used together");
+    if (line.inputs.empty() && command.missing == nullptr) line.inputs.emplace_back(".");
+    if (line.inputs.empty()) return Refused(command.missing);
+    const bool one =
+        line.action == CommandLine::Action::kRun || line.action == CommandLine::Action::kServe;
+    if (one && line.inputs.size() > 1) {
+        return Refused("unexpected argument '" + line.inputs[1] + "': " + command.name +
+                       " takes one " + command.arguments);
+    }
+    return line;
+}
+
 }  // namespace
 
 CommandLine ParseCommandLine(int argc, char* const* argv, const std::string& module,
                              const std::string& version) {
-    CommandLine line;
-    line.options.module = module;
-    line.options.version = version;
-    CLI::App app(
-        "formatv2_preview: preview, check and test formatv2 configurations offline, with the\n"
-        "module loaded as the host loads it.",
-        "formatv2_preview");
-    app.formatter(std::make_shared<Layout>());
-    app.footer(kExitCodes);  // every command's
-    // An option given twice counts once, the last; a flag takes no value.
-    app.option_defaults()->take_last()->disable_flag_override();
-    app.require_subcommand(0, 1);  // a command's argument may be named like a command
-    app.set_version_flag("--version", "formatv2_preview " + version, "show the version and exit");
-    Describe(app, line);
-    app.set_help_flag("-h,--help", "show this help and exit");
-    app.footer("Run 'formatv2_preview COMMAND --help' for the options of a command.\n\n" +
-               std::string(kExitCodes));
-
-    // CLI11 reads the arguments up to the first "--" (from the back of the list); those after
-    // it are the command's arguments whatever they begin with. (CLI11 itself would end the
-    // command at a "--" after an argument.) CLI11 reads "--junit=" as "--junit" with the next
-    // argument for its value: here it is given an empty value, which is refused.
-    std::vector<std::string> args;
-    int end = 1;
-    for (; end < argc && std::strcmp(argv[end], "--") != 0; ++end) {
-        const std::string arg = argv[end];
-        const bool empty = arg.size() > 3 && arg.compare(0, 2, "--") == 0 && arg.back() == '=';
-        args.push_back(empty ? arg.substr(0, arg.size() - 1) : arg);
-        if (empty) args.emplace_back();
+    // getopt_long may reorder what it is given: it gets a copy.
+    std::vector<char*> args(argv, argv + argc);
+    args.push_back(nullptr);
+    const std::vector<option> top = LongOptions(kTopSwitches);
+    opterr = 0;
+    optind = 0;
+    // Before the command: --help or --version ('+': the command ends the options).
+    int index = -1;
+    const int c = getopt_long(argc, args.data(), "+:h", top.data(), &index);
+    if (c == '?' || c == ':') return Refused(Refusal(c, args.data(), kTopSwitches, nullptr));
+    if (c != -1) {
+        const std::string shortened =
+            index >= 0 ? Shortened(args.data(), top[static_cast<size_t>(index)]) : "";
+        if (!shortened.empty()) return Refused(Unknown(shortened, kTopSwitches, nullptr));
+        return Printed(c == kHelp ? TopHelp() : "formatv2_preview " + version + "\n");
     }
-    std::reverse(args.begin(), args.end());
-    try {
-        app.parse(args);
-    } catch (const CLI::CallForHelp&) {
-        return Printed(app.help());
-    } catch (const CLI::CallForVersion& shown) {
-        return Printed(std::string(shown.what()) + "\n");
-    } catch (const CLI::ExtrasError&) {
-        return Refused(LeftOver(app));
-    } catch (const CLI::ArgumentMismatch& mismatch) {
-        return Refused(Mismatch(app, mismatch.what()));
-    } catch (const CLI::ParseError& error) {
-        return Refused(error.what());
+    if (optind >= argc) return Refused("a command is missing (run, check, test, serve)");
+    const std::string name = args[static_cast<size_t>(optind)];
+    if (name == "evaluate" && optind + 1 == argc) {
+        // The server's child process, one per preview; not for people (no help of its own).
+        CommandLine line;
+        line.action = CommandLine::Action::kEvaluate;
+        return line;
     }
-    if (end < argc) line.inputs.insert(line.inputs.end(), argv + end + 1, argv + argc);
-
-    if (app.get_subcommands().empty()) {
-        return Refused("a command is missing (run, check, test, serve)");
+    for (const Command& command : kCommands) {
+        if (name != command.name) continue;
+        CommandLine line;
+        line.action = command.action;
+        line.options.module = module;
+        line.options.version = version;
+        return ReadCommand(command, argc - optind, args.data() + optind, std::move(line));
     }
-    const Command& command = CommandNamed(app.get_subcommands()[0]->get_name());
-    line.action = command.action;
-    if (line.options.json && line.options.sarif) {
-        return Refused("--json and --sarif cannot be used together");
-    }
-    if (line.inputs.empty() && command.missing != nullptr) return Refused(command.missing);
-    if (line.inputs.size() > command.most) {
-        return Refused("unexpected argument '" + line.inputs[command.most] + "': " + command.takes);
-    }
-    if (line.inputs.empty() && line.action == CommandLine::Action::kServe) {
-        line.inputs.emplace_back(".");
-    }
-    return line;
+    return Refused("unknown command '" + name + "' (run, check, test, serve)");
 }
 
 namespace {

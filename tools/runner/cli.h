@@ -1,5 +1,5 @@
 // The runner's command line: a command (run, check, test, serve), its options and its arguments,
-// read with CLI11. Reading prints nothing, so that a test can drive it with an argv.
+// read with getopt_long. Reading prints nothing, so that a test can drive it with an argv.
 #pragma once
 
 #include <string>

@@ -1,5 +1,6 @@
 #include "json_scan.h"
 
+#include <cjson/cJSON.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -11,9 +12,22 @@
 namespace preview {
 namespace {
 
-// cJSON's limits: it nests at most 1000 deep and reads a number from at most 63 characters.
+// cJSON nests at most 1000 deep.
 constexpr int kMaxDepth = 1000;
-constexpr size_t kMaxNumber = 63;
+
+// How many characters of a number cJSON hands strtod: at most 63 up to release 1.7.17, all of
+// them since, and in distributions' patched older releases too (Debian 12's 1.7.15), so the
+// cJSON at hand is asked rather than its version number.
+size_t NumberLimit() {
+    static const size_t limit = [] {
+        const std::string probe = "[" + std::string(64, '1') + "]";
+        cJSON* json = cJSON_ParseWithLength(probe.data(), probe.size());
+        const bool whole = json != nullptr;
+        cJSON_Delete(json);
+        return whole ? std::string::npos : size_t{63};
+    }();
+    return limit;
+}
 
 bool IsHex(char c) {
     return std::isxdigit(static_cast<unsigned char>(c)) != 0;
@@ -51,7 +65,9 @@ class Scanner {
         if (!Value(at, root)) return;
         if (m_text.find_first_not_of(" \t\r\n", Blanks(at)) != std::string::npos) {
             Loose(Blanks(at), Rule::kTrailingText,
-                  "text follows the closing '}'; the module ignores it");
+                  std::string(root.kind == JsonNode::Kind::kObject ? "text follows the closing '}'"
+                                                                   : "text follows the value") +
+                      "; the module ignores it");
         }
         if (m_text.size() < m_full.size() &&
             m_full.find_first_not_of(std::string(" \t\r\n\0", 5), m_text.size()) !=
@@ -147,7 +163,7 @@ class Scanner {
 
     bool Number(size_t& at, JsonNode& node);
     bool String(size_t& at, std::string& out);
-    bool Escape(size_t at, size_t end, size_t& length);
+    bool Escape(size_t at, size_t end, size_t& length, std::string& out);
     bool Object(size_t& at, JsonNode& node);
     bool Array(size_t& at, JsonNode& node);
     bool AfterMember(size_t& at, char close, const char* what, bool& done);
@@ -158,7 +174,7 @@ bool Scanner::Number(size_t& at, JsonNode& node) {
     // cJSON hands strtod the characters that can belong to a number and goes on after what
     // strtod took.
     size_t run = at;
-    while (run < m_text.size() && run - at < kMaxNumber &&
+    while (run < m_text.size() && run - at < NumberLimit() &&
            std::strchr("0123456789+-eE.", m_text[run]) != nullptr) {
         ++run;
     }
@@ -172,7 +188,9 @@ bool Scanner::Number(size_t& at, JsonNode& node) {
         ++word;
     }
     const std::string written = m_text.substr(at, word - at);
-    if (taken == 0 || taken < word - at) {
+    // Inside a list or an object, cJSON stops at the rest of the word; at the top level it
+    // ignores it, as any text after the value.
+    if (taken == 0 || (taken < word - at && m_depth > 0)) {
         std::string why = "malformed number '" + written + "'";
         if (taken == 0)
             why += ": a '-' needs digits after it";
@@ -180,15 +198,15 @@ bool Scanner::Number(size_t& at, JsonNode& node) {
             why += ": an exponent needs digits";
         else if (m_text[at + taken] == '.')
             why += ": a number has one point";
-        else if (taken >= kMaxNumber)
+        else if (taken >= NumberLimit())
             why += ": the module reads at most 63 characters of a number";
         else
             why += ": numbers are decimal";
         return Fail(at, why);
     }
-    node.raw = written;
+    node.raw = chars.substr(0, taken);
     // Strict JSON: -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][+-]?[0-9]+)?
-    const char* p = written.c_str();
+    const char* p = node.raw.c_str();
     if (*p == '-') ++p;
     std::string why;
     if (*p == '.')
@@ -200,9 +218,9 @@ bool Scanner::Number(size_t& at, JsonNode& node) {
         why = "has no digit after its point";
     if (!why.empty()) {
         char value[32];
-        std::snprintf(value, sizeof value, "%.15g", std::strtod(written.c_str(), nullptr));
+        std::snprintf(value, sizeof value, "%.15g", std::strtod(node.raw.c_str(), nullptr));
         Loose(at, Rule::kLooseNumber,
-              "the number " + written + " " + why + ": the module reads it as " + value +
+              "the number " + node.raw + " " + why + ": the module reads it as " + value +
                   ", other JSON readers refuse it");
     }
     at += taken;
@@ -217,13 +235,16 @@ bool Scanner::String(size_t& at, std::string& out) {
         return Fail(open, "a text is left open: the text ends before its closing '\"'");
     }
     bool brokeLine = false;
+    std::string decoded;
     for (size_t i = open + 1; i < end; ++i) {
         const auto c = static_cast<unsigned char>(m_text[i]);
         if (c == '\\') {
             size_t length = 2;
-            if (!Escape(i, end, length)) return false;
+            if (!Escape(i, end, length, decoded)) return false;
             i += length - 1;
-        } else if (c < 0x20) {
+            continue;
+        }
+        if (c < 0x20) {
             brokeLine = brokeLine || c == '\n';
             Loose(i, Rule::kRawControl,
                   Shown(m_text, i) +
@@ -233,25 +254,51 @@ bool Scanner::String(size_t& at, std::string& out) {
                   : c == '\n' ? "write \\n"
                               : "");
         }
+        decoded += static_cast<char>(c);
     }
     if (brokeLine && m_openString == std::string::npos) m_openString = open;
-    out = m_text.substr(open + 1, end - open - 1);
+    // The module gets the text as a C string: an escaped NUL ends it.
+    out = decoded.substr(0, decoded.find('\0'));
     at = end + 1;
     return true;
 }
 
-// One escape at at (a backslash) inside a text that ends at end; length: its bytes.
-bool Scanner::Escape(size_t at, size_t end, size_t& length) {
-    const char c = m_text[at + 1];
-    if (std::strchr("\"\\/bfnrt", c) != nullptr) return true;
+// UTF-8 of a code point, as cJSON writes an escape (a NUL is one zero byte).
+void AppendUtf8(unsigned code, std::string& out) {
+    if (code < 0x80) {
+        out += static_cast<char>(code);
+        return;
+    }
+    const int tail = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+    static const unsigned kLead[] = {0, 0xC0, 0xE0, 0xF0};
+    out += static_cast<char>(kLead[tail] | (code >> (6 * tail)));
+    for (int shift = 6 * (tail - 1); shift >= 0; shift -= 6) {
+        out += static_cast<char>(0x80 | ((code >> shift) & 0x3F));
+    }
+}
+
+// One escape at at (a backslash) inside a text that ends at end; length: its bytes. Appends
+// what it stands for to out.
+bool Scanner::Escape(size_t at, size_t end, size_t& length, std::string& out) {
+    static const char kLetters[] = "\"\\/bfnrt";
+    static const char kMeant[] = "\"\\/\b\f\n\r\t";
+    const char c = m_text[at + 1];  // never the NUL: the closing quote comes after it
+    if (const char* letter = std::strchr(kLetters, c); letter != nullptr) {
+        out += kMeant[letter - kLetters];
+        return true;
+    }
     if (c != 'u') {
         return Fail(at, "unknown escape '\\" + std::string(1, c) +
                             "'; a text knows \\\" \\\\ \\/ \\b \\f \\n \\r \\t and \\uXXXX");
     }
+    // Four hexadecimal digits; cJSON reads anything else as 0.
     auto hex = [&](size_t from, unsigned& code) {
         code = 0;
         for (size_t i = 0; i < 4; ++i) {
-            if (!IsHex(m_text[from + i])) return false;
+            if (!IsHex(m_text[from + i])) {
+                code = 0;
+                return false;
+            }
             const char d =
                 static_cast<char>(std::tolower(static_cast<unsigned char>(m_text[from + i])));
             code = code * 16 + static_cast<unsigned>(d <= '9' ? d - '0' : d - 'a' + 10);
@@ -262,12 +309,11 @@ bool Scanner::Escape(size_t at, size_t end, size_t& length) {
     unsigned code = 0;
     length = 6;
     const bool valid = hex(at + 2, code);
-    if (!valid || code == 0) {
+    if (code == 0) {
         Loose(at, Rule::kEscapeNul,
               "the escape " + m_text.substr(at, 6) +
                   (valid ? " is a NUL" : " is no escape; the module reads it as a NUL") +
                   ", which ends the text there: what follows in the text is lost");
-        return true;
     }
     if (code >= 0xDC00 && code <= 0xDFFF) {
         return Fail(at, "the escape " + m_text.substr(at, 6) +
@@ -281,8 +327,10 @@ bool Scanner::Escape(size_t at, size_t end, size_t& length) {
                         "the escape " + m_text.substr(at, 6) +
                             " must be followed by a second \\uDC00..\\uDFFF (a surrogate pair)");
         }
+        code = 0x10000 + (((code & 0x3FF) << 10) | (low & 0x3FF));
         length = 12;
     }
+    AppendUtf8(code, out);
     return true;
 }
 

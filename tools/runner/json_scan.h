@@ -18,9 +18,11 @@ struct JsonNode {
     Kind kind = Kind::kLiteral;
     size_t begin = 0;  // byte offsets of the value and just past it
     size_t end = 0;
-    std::string key;                // an object member's key, as written between the quotes
+    // Texts (keys and string values) hold what the module reads: escapes decoded, up to the
+    // first NUL (an escaped NUL ends a text, as cJSON hands it on as a C string).
+    std::string key;                // an object member's key
     size_t keyBegin = 0;            // byte offset of that key's opening quote
-    std::string raw;                // a number or literal as written
+    std::string raw;                // a string's text; a number or literal as cJSON read it
     std::vector<JsonNode> members;  // an object's members or an array's elements, in order
 };
 
