@@ -179,8 +179,9 @@ Explanation ExplainRun(const formatv2::RunResult& result, const ConfigSource& co
                           "; the run gives no value for it";
             out.fix = "give \"" + why.source + "\" in the run's \"values\"";
         } else {
+            const bool list = why.came.find(" list of ") != std::string::npos;
             out.message = label + field + " reads " + why.source + " as " + why.expected + "; " +
-                          given + " it as " + why.came;
+                          given + (list ? " a " : " it as ") + why.came;
             out.fix = "read it as " + why.came.substr(0, why.came.find(' ')) +
                       " (%d, %f or %s at the end of \"SubParamStr\"), or give it as " +
                       why.expected;
