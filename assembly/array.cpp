@@ -30,22 +30,15 @@ bool ReadField(const std::string& key, const std::unordered_map<std::string, T>&
     return false;
 }
 
-// One cell: its own formatter, made on the stack, its text and separator written. The
-// formatter's kind is known here, so its text goes straight into the item's text instead of
-// through a string of its own.
-template <typename T, typename Formatter>
-void AppendCell(TextBuilder& text, const Any& list, size_t row, const std::string& format,
-                const std::string& separator) {
+// One cell: its value formatted by its field's spec, then the separator. A row past the end
+// of the field's list gives an empty cell.
+template <typename T>
+void AppendCell(TextBuilder& text, const Any& list, size_t row, const FormatSpec& spec) {
     const std::vector<T>& values = list.Held<std::vector<T>>();  // the kind was told first
-    if (row < values.size()) {
-        const Formatter cell(T(values[row]), format, separator);
-        cell.AppendTo(text);
-        text.Append(cell.m_strSeparator);
-    } else {
-        const StringFormatter cell(std::string(), format, separator);
-        cell.AppendTo(text);
-        text.Append(cell.m_strSeparator);
-    }
+    if (row >= values.size()) return;
+    if constexpr (std::is_same_v<T, int>) AppendInt(text, values[row], spec);
+    if constexpr (std::is_same_v<T, float>) AppendFloat(text, values[row], spec);
+    if constexpr (std::is_same_v<T, std::string>) text.Append(values[row]);
 }
 
 }  // namespace
@@ -134,12 +127,20 @@ int AssembleArrayData(RunInputs& inputs, const DYNAMIC_SUBSCRIBE_PARAM_LIST& tab
 std::string ArrayText(const std::vector<DataField>& fields, const std::vector<Any>& lists,
                       size_t rows, Spans* cells) {
     const size_t fieldCount = fields.size();
-    // The element type of every field list, told once rather than per cell; arrays of more
-    // fields than kFewFields are rare enough to pay for a list of their own.
+    // The element type and format of every field, told once rather than per cell; arrays of
+    // more fields than kFewFields are rare enough to pay for lists of their own.
     constexpr size_t kFewFields = 16;
     ElementKind few[kFewFields];
-    std::vector<ElementKind> many(fieldCount > kFewFields ? fieldCount : 0);
-    ElementKind* kinds = fieldCount > kFewFields ? many.data() : few;
+    const FormatSpec* fewSpecs[kFewFields];
+    const bool isMany = fieldCount > kFewFields;
+    std::vector<ElementKind> many(isMany ? fieldCount : 0);
+    std::vector<const FormatSpec*> manySpecs(isMany ? fieldCount : 0);
+    ElementKind* kinds = isMany ? many.data() : few;
+    const FormatSpec** specs = isMany ? manySpecs.data() : fewSpecs;
+    // A field whose spec was not read from its format text (made by hand, not by the
+    // configuration read) has it read here, once; the list stays empty, unallocated, when
+    // every spec was.
+    std::vector<FormatSpec> reread;
     // The text's room follows the cells that really hold an element (a short number
     // each) and the separators that every row carries, so a sparse layout, one long
     // field beside many empty ones, asks for no more than it will fill.
@@ -148,27 +149,31 @@ std::string ArrayText(const std::vector<DataField>& fields, const std::vector<An
         kinds[j] = lists[j].Is<IntList>()     ? ElementKind::kInt
                    : lists[j].Is<FloatList>() ? ElementKind::kFloat
                                               : ElementKind::kString;
+        specs[j] = &fields[j].Format;
+        if (fields[j].Format.text != fields[j].SubParam.type) {
+            if (reread.empty()) reread.reserve(fieldCount);  // no move: specs point into it
+            reread.push_back(ReadFormat(fields[j].SubParam.type));
+            specs[j] = &reread.back();
+        }
         room += ListLength(lists[j]) * kCellGuess + rows * fields[j].Separator.size();
     }
     TextBuilder text(room);
 
-    static const std::string kNoSeparator;
     for (size_t r = 0; r < rows; ++r) {
         for (size_t j = 0; j < fieldCount; ++j) {
-            const std::string& format = fields[j].SubParam.type;
-            const bool last = (r + 1 == rows && j + 1 == fieldCount);
-            const std::string& separator = last ? kNoSeparator : fields[j].Separator;
             switch (kinds[j]) {
                 case ElementKind::kInt:
-                    AppendCell<int, IntFormatter>(text, lists[j], r, format, separator);
+                    AppendCell<int>(text, lists[j], r, *specs[j]);
                     break;
                 case ElementKind::kFloat:
-                    AppendCell<float, FloatFormatter>(text, lists[j], r, format, separator);
+                    AppendCell<float>(text, lists[j], r, *specs[j]);
                     break;
                 default:
-                    AppendCell<std::string, StringFormatter>(text, lists[j], r, format, separator);
+                    AppendCell<std::string>(text, lists[j], r, *specs[j]);
                     break;
             }
+            // Every cell but the very last is followed by its field's separator.
+            if (r + 1 < rows || j + 1 < fieldCount) text.Append(fields[j].Separator);
             if (cells != nullptr) {
                 // A cell beyond its field's list is written from no element.
                 const size_t start = cells->empty() ? 0 : cells->back().end;

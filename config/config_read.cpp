@@ -125,6 +125,7 @@ int ConfigReader::Elements(cJSON* array, int row, DataSection& item) {
         }
         if (noText) continue;
         const int r = m_parse(field.SubParamStr, field.SubParam);
+        field.Format = ReadFormat(field.SubParam.type);
         if (r != 0) {
             m_log.Say<formatv2::Msg::kFieldSubscriptionRefused>(r);
             if (StopRow(kRowElementSubscription, row, at, r)) return kRowElementSubscription;
@@ -149,6 +150,7 @@ int ConfigReader::Single(cJSON* row, int position, DataSection& item) {
         } else {
             item.DataType = FORMAT_V2_DATA_SUBSCRIBE;
             const int r = noText ? 0 : m_parse(item.SubParamStr, item.SubParam);
+            item.Format = ReadFormat(item.SubParam.type);
             if (r != 0) {
                 m_log.Say<formatv2::Msg::kRowSubscriptionRefused>(r);
                 if (StopRow(kRowSubscription, position, -1, r)) return kRowSubscription;

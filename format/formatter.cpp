@@ -232,9 +232,7 @@ bool FractionCarries(float f, size_t precision) {
 // digits (the width counts the sign).
 class IntText {
   public:
-    IntText(int value, const std::string& format) {
-        int width = 0;
-        ScanWidth(format.c_str(), width, nullptr);
+    IntText(int value, int width) {
         negative_ = value < 0;
         magnitude_ = negative_ ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
         digits_ = DecimalLength(magnitude_);
@@ -259,7 +257,7 @@ class IntText {
 // can lengthen the integer digits.
 class FloatText {
   public:
-    FloatText(float value, const std::string& format) {
+    FloatText(float value, int width, int precision) {
         if (std::isnan(value)) {
             literal_ = "nan";
         } else if (std::isinf(value)) {
@@ -269,9 +267,6 @@ class FloatText {
             length_ = std::strlen(literal_);
             return;
         }
-        int width = 0;
-        int precision = 0;
-        ScanWidth(format.c_str(), width, &precision);
         negative_ = value < 0;  // -0.0 is not, and gets no sign
         fractionLength_ = BoundedWidth(precision);
         const float magnitude = std::fabs(value);
@@ -359,21 +354,67 @@ std::string TextOf(const Text& text) {
 
 }  // namespace
 
-FormatNumbers ReadFormatNumbers(const std::string& format, bool withPrecision) {
-    FormatNumbers numbers;
-    numbers.read =
-        ScanWidth(format.c_str(), numbers.width, withPrecision ? &numbers.precision : nullptr);
-    return numbers;
+// The one reader of format texts: the numbers the formatters read, and the printf facts that
+// check tells users about.
+FormatSpec ReadFormat(const std::string& text) {
+    FormatSpec spec;
+    spec.text = text;
+    spec.numbers.read = ScanWidth(text.c_str(), spec.numbers.width, &spec.numbers.precision);
+    size_t i = text.find('%');
+    if (i == std::string::npos) return spec;
+    for (++i; i < text.size() && std::strchr("-+ #0", text[i]) != nullptr; ++i) {
+        spec.flags += text[i];
+    }
+    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) spec.widthWritten = true;
+    spec.precisionWritten = i < text.size() && text[i] == '.';
+    return spec;
 }
 
-// format() never fails: memory exhausted while building a text gives "".
+namespace {
+
+// The width as a formatter reads it: an int's scan stops after it, so it is the same number
+// whether or not a precision follows.
+IntText IntTextOf(int value, const FormatSpec& spec) {
+    return IntText(value, spec.numbers.width);
+}
+FloatText FloatTextOf(float value, const FormatSpec& spec) {
+    return FloatText(value, spec.numbers.width,
+                     spec.numbers.read >= 2 ? spec.numbers.precision : 0);
+}
+
+template <typename Text>
+void Append(TextBuilder& out, const Text& text) {
+    text.Write(out.Zeros(text.length()));
+    out.Commit(text.length());
+}
+
+}  // namespace
+
+void AppendInt(TextBuilder& out, int value, const FormatSpec& spec) {
+    Append(out, IntTextOf(value, spec));
+}
+
+void AppendFloat(TextBuilder& out, float value, const FormatSpec& spec) {
+    Append(out, FloatTextOf(value, spec));
+}
+
+std::string FormatInt(int value, const FormatSpec& spec) {
+    return GuardedOr([&] { return TextOf(IntTextOf(value, spec)); }, [] { return std::string(); });
+}
+
+std::string FormatFloat(float value, const FormatSpec& spec) {
+    return GuardedOr([&] { return TextOf(FloatTextOf(value, spec)); },
+                     [] { return std::string(); });
+}
+
+// A formatter reads its format text once, for its one value.
 std::string IntFormatter::format() {
-    return GuardedOr([&] { return TextOf(IntText(m_value, m_strFormat)); },
+    return GuardedOr([&] { return FormatInt(m_value, ReadFormat(m_strFormat)); },
                      [] { return std::string(); });
 }
 
 std::string FloatFormatter::format() {
-    return GuardedOr([&] { return TextOf(FloatText(m_value, m_strFormat)); },
+    return GuardedOr([&] { return FormatFloat(m_value, ReadFormat(m_strFormat)); },
                      [] { return std::string(); });
 }
 
@@ -385,15 +426,11 @@ std::string StringFormatter::format() {
 // growth, or the buffer printf writes a tiny fraction's digits into), and that ends the
 // caller's work rather than giving an empty text.
 void IntFormatter::AppendTo(TextBuilder& out) const {
-    const IntText text(m_value, m_strFormat);
-    text.Write(out.Zeros(text.length()));
-    out.Commit(text.length());
+    AppendInt(out, m_value, ReadFormat(m_strFormat));
 }
 
 void FloatFormatter::AppendTo(TextBuilder& out) const {
-    const FloatText text(m_value, m_strFormat);
-    text.Write(out.Zeros(text.length()));
-    out.Commit(text.length());
+    AppendFloat(out, m_value, ReadFormat(m_strFormat));
 }
 
 void StringFormatter::AppendTo(TextBuilder& out) const {

@@ -160,15 +160,40 @@ inline std::unique_ptr<CFormatter> createFormatter<std::string>(std::string valu
     return std::make_unique<StringFormatter>(std::move(value), format, separator);
 }
 
-// The numbers a formatter reads from a format text, as sscanf reads them with "%%%dd" or, with
-// a precision, "%%%d.%d": how many it read, and the width and precision (0 when not read). The
-// formatters cap both at kMaxFormatWidth when they use them.
+// The numbers a formatter reads from a format text, as sscanf reads them with "%%%d.%d": how
+// many it read, and the width and precision (0 when not read). An int's formatter reads
+// "%%%dd", which stops after the same width. The formatters cap both at kMaxFormatWidth when
+// they use them.
 struct FormatNumbers {
     int read = 0;
     int width = 0;
     int precision = 0;
 };
-FormatNumbers ReadFormatNumbers(const std::string& format, bool withPrecision);
+// A format text read once, when the configuration is read, for every value formatted by it:
+// what the formatters read of it, and what a printf user wrote there that they do not read.
+struct FormatSpec {
+    std::string text;               // the format text it was read from
+    FormatNumbers numbers;          // with the precision; an int's formatter takes the width alone
+    std::string flags;              // the printf flags ("-+ #0") right after the first '%'
+    bool widthWritten = false;      // digits after the flags
+    bool precisionWritten = false;  // a '.' after them
+};
+FormatSpec ReadFormat(const std::string& text);
+// The spec of text: parsed, when it was parsed from text (as the configuration's are), else
+// read into scratch.
+inline const FormatSpec& SpecFor(const FormatSpec& parsed, const std::string& text,
+                                 FormatSpec& scratch) {
+    if (parsed.text == text) return parsed;
+    scratch = ReadFormat(text);
+    return scratch;
+}
+
+// A value formatted by a spec, as the formatters format it by the spec's text: appended to out,
+// or as a text of its own.
+void AppendInt(TextBuilder& out, int value, const FormatSpec& spec);
+void AppendFloat(TextBuilder& out, float value, const FormatSpec& spec);
+std::string FormatInt(int value, const FormatSpec& spec);
+std::string FormatFloat(float value, const FormatSpec& spec);
 
 // printf's "%.*g" of value widened to double: general notation, precision significant digits
 // (a negative precision counts as 6, 0 as 1). Never throws (an empty text when memory runs out).

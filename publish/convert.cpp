@@ -48,12 +48,14 @@ float ToFloat(const std::string& value) {
     return std::stof(value);
 }
 
+// Formatted by the item's spec, read with the configuration.
 std::string ToText(int value, const DataSection& item) {
-    // A formatter of its own for the value, on the stack: no heap block per value and run.
-    return IntFormatter(value, item.SubParam.type, std::string()).format();
+    FormatSpec scratch;
+    return FormatInt(value, SpecFor(item.Format, item.SubParam.type, scratch));
 }
 std::string ToText(float value, const DataSection& item) {
-    return FloatFormatter(value, item.SubParam.type, std::string()).format();
+    FormatSpec scratch;
+    return FormatFloat(value, SpecFor(item.Format, item.SubParam.type, scratch));
 }
 // The copy has room for the item's prefix and suffix from the start: an array item's text
 // can be long, and decorating an exact-size copy would copy it all once more.

@@ -11,7 +11,7 @@ ALLOWED = {
     "log": set(),
     "contract": {"log"},
     "format": {"contract", "log"},
-    "config": {"contract", "log", "host"},
+    "config": {"format", "contract", "log", "host"},
     "assembly": {"config", "format", "contract", "log", "host"},
     "publish": {"config", "format", "contract", "log", "host"},
     "formatv2": {"publish", "assembly", "config", "format", "contract", "log", "host"},

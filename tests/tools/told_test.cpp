@@ -10,7 +10,8 @@ namespace preview {
 namespace {
 
 TEST(Told, AFailedRunNamesTheRowTheValueAndWhatCame) {
-    const std::string text = R"({"config": {"ModuleName": "m", "StrConcateEnable": 0, "ParamName": "all",
+    const std::string text =
+        R"({"config": {"ModuleName": "m", "StrConcateEnable": 0, "ParamName": "all",
   "SubParamList": [
     {"SubParamStr": "1:blob:count:0:%d", "IsCustomEdit": 0, "ShowValue_CN": "c", "ShowValue_EN": "c",
      "ParamName": "count", "ConvertType": 1, "StrTruncEnable": 0, "StrTruncStart": 0,
@@ -30,7 +31,8 @@ TEST(Told, AFailedRunNamesTheRowTheValueAndWhatCame) {
     ASSERT_TRUE(session.Open(FORMATV2_MODULE, reason)) << reason;
     ASSERT_TRUE(session.Init(scenario, init, reason)) << reason;
     std::vector<RunReport> runs;
-    ASSERT_TRUE(Play(session, scenario, init, nullptr, 0, [](const Examined&) {}, reason, &runs))
+    ASSERT_TRUE(Play(
+        session, scenario, init, nullptr, 0, [](const Examined&) {}, reason, &runs))
         << reason;
     const std::string row = R"(night.json:3:21: row 0 ("count"))";
     const std::string told[] = {

@@ -47,25 +47,6 @@ int Number(const cJSON* object, const char* key) {
     return cJSON_IsNumber(item) ? item->valueint : 0;
 }
 
-// What a printf user meant by the conversion text: its flags and whether it wrote a width
-// and a precision.
-struct Printf {
-    std::string flags;
-    bool width = false;
-    bool precision = false;
-};
-
-Printf ReadPrintf(const std::string& text) {
-    Printf p;
-    size_t i = text.find('%');
-    if (i == std::string::npos) return p;
-    for (++i; i < text.size() && std::strchr("-+ #0", text[i]) != nullptr; ++i) p.flags += text[i];
-    for (; i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])); ++i)
-        p.width = true;
-    p.precision = i < text.size() && text[i] == '.';
-    return p;
-}
-
 // The text a custom text or symbol row has in every run, made as a run makes it.
 std::string FixedText(FORMAT_V2_DATA_TYPE kind, const std::string& subParamStr) {
     DataSection item;
@@ -187,35 +168,36 @@ class Linter {
     // Format texts whose numbers the formatters read differently from printf.
     void Format(const Location& at, const std::string& type) {
         const ElementKind valueType = ElementKindOf(type);
-        const Printf p = ReadPrintf(type);
-        // The numbers as the formatters read them, and what they then make of an example.
-        const FormatNumbers numbers = ReadFormatNumbers(type, valueType == ElementKind::kFloat);
-        const int read = numbers.read;
-        const int width = numbers.width;
-        const int precision = numbers.precision;
+        // The text as the formatters read it (an int's takes the width alone), what a printf
+        // user wrote there, and what the formatters then make of an example.
+        const FormatSpec spec = ReadFormat(type);
+        const bool isFloat = valueType == ElementKind::kFloat;
+        const int read = spec.numbers.read;
+        const int width = spec.numbers.width;
+        const int precision = isFloat ? spec.numbers.precision : 0;
         const auto example = [&type](float value) {
             return Quote(createFormatter<float>(value, type, "")->format());
         };
         const std::string quoted = Quote(type);
         if (valueType == ElementKind::kString) {
-            if (p.width || p.precision) {
+            if (spec.widthWritten || spec.precisionWritten) {
                 Add(at, Rule::kFormatTextWidth,
                     "the text formatter reads no number: " + quoted +
                         " neither pads nor cuts the text");
             }
             return;
         }
-        if (p.flags.find('-') != std::string::npos) {
+        if (spec.flags.find('-') != std::string::npos) {
             Add(at, Rule::kFormatFlag,
                 "the '-' flag makes the width negative: the value is not padded at all (nor "
                 "left-aligned)",
                 "drop the '-'; the module can only fill with zeros on the left");
-        } else if (p.flags.find('#') != std::string::npos) {
+        } else if (spec.flags.find('#') != std::string::npos) {
             Add(at, Rule::kFormatFlag,
                 "the '#' flag stops the module's reading of the number: " + quoted +
                     " reads no width (nor precision), so the value is not padded",
                 "drop the '#'");
-        } else if (p.flags.find_first_of("+ ") != std::string::npos) {
+        } else if (spec.flags.find_first_of("+ ") != std::string::npos) {
             Add(at, Rule::kFormatFlag,
                 "the module skips the flags '+' and ' ' and reads the width after them: " + quoted +
                     " pads with zeros and prints no '+' and no blank",
@@ -229,7 +211,7 @@ class Linter {
         }
         if (valueType == ElementKind::kFloat && read < 2) {
             Add(at, Rule::kFormatNoPrecision,
-                p.precision && !p.width
+                spec.precisionWritten && !spec.widthWritten
                     ? quoted +
                           " has a precision but no width: the module reads neither, so "
                           "12.3456 gives " +
