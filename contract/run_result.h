@@ -69,7 +69,7 @@ struct RowResult {
     RowOutcome outcome = RowOutcome::kNotReached;
     RowFailure failure;  // for kFailed
     // An array row's text as assembled: the spans of its cells, before the row's cut, prefix,
-    // suffix and deletion apply.
+    // suffix and deletion apply; the publishing of the text takes them over.
     Spans cells;
 };
 

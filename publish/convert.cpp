@@ -129,12 +129,12 @@ int ElementOf(const DataSection& item, int index) {
 
 // The spans of a value of size bytes as it comes to be published: an array row's cells, or
 // the value whole.
-Spans ValueSpans(const Recording& record, int row, const DataSection& item, int index,
-                 size_t size) {
-    const std::vector<RowResult>& rows = record.result.rows;
+Spans ValueSpans(Recording& record, int row, const DataSection& item, int index, size_t size) {
+    std::vector<RowResult>& rows = record.result.rows;
     if (item.DataType == FORMAT_V2_DATA_ARRAY && row >= 0 &&
         static_cast<size_t>(row) < rows.size()) {
-        Spans cells = rows[static_cast<size_t>(row)].cells;
+        // Taken over: an array row has one value, and its cells can be thousands.
+        Spans cells = std::move(rows[static_cast<size_t>(row)].cells);
         if (!cells.empty() && cells.back().end == size) {
             for (Span& cell : cells) cell.owner.row = row;
             return cells;
@@ -275,12 +275,16 @@ int ConvertAndSendOutputValue(Publication& run, std::shared_ptr<CScFrame>& frame
             if (!item.StrDelete.empty()) {
                 DeleteAll(text, item.StrDelete, record != nullptr ? &removed : nullptr);
             }
-            if (record != nullptr) {
+            if (record != nullptr && !item.StrPrefix.empty()) {
                 Spans decorated;
+                decorated.reserve(spans.size() + 2);
                 AddSpan(decorated, item.StrPrefix.size(), {row, -1, -1});
                 AddSpans(decorated, spans);
-                AddSpan(decorated, item.StrSuffix.size(), {row, -1, -1});
-                spans = RemoveRanges(decorated, removed);
+                spans = std::move(decorated);
+            }
+            if (record != nullptr) {
+                AddSpan(spans, item.StrSuffix.size(), {row, -1, -1});
+                if (!removed.empty()) spans = RemoveRanges(spans, removed);
             }
 
             if (run.strConcateEnable != 0) {
