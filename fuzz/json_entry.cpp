@@ -92,7 +92,8 @@ void CheckSpan(const std::string& text, const JsonNode& node, const std::string&
 }
 
 // The scanner's node against cJSON's item, and below: kinds, keys in order, texts byte for
-// byte, numbers as cJSON's double, lengths, and every span inside its parent's, in order.
+// byte, numbers as cJSON's double, lengths, every span inside its parent's, in order, and the
+// members Member finds.
 void Compare(const std::string& text, const cJSON* item, const JsonNode& node,
              const std::string& at) {
     CheckSpan(text, node, at);
@@ -143,6 +144,18 @@ void Compare(const std::string& text, const cJSON* item, const JsonNode& node,
                                                  std::to_string(node.members.size()) +
                                                  " members, cJSON " + std::to_string(i));
     FV2_FUZZ_CHECK(after < node.end, at + ": the last member runs past the closing bracket");
+    if (!object) return;
+    // Member finds by a key what cJSON_GetObjectItem finds (letter case ignored, the first of
+    // equal keys); the first members' keys are asked, enough for the few a text has.
+    i = 0;
+    for (const cJSON* child = item->child; child != nullptr && i < 16; child = child->next, ++i) {
+        const cJSON* found = cJSON_GetObjectItem(item, child->string);
+        size_t index = 0;
+        for (const cJSON* c = item->child; c != found; c = c->next) ++index;
+        FV2_FUZZ_CHECK(preview::Member(&node, child->string) == &node.members[index],
+                       at + ": Member(\"" + child->string + "\") is not cJSON's member " +
+                           std::to_string(index));
+    }
 }
 
 // The scanner's verdict and tree against cJSON's reading of text, which stopped at offset end.
@@ -180,7 +193,8 @@ void RunJsonInput(const uint8_t* data, size_t size) {
     }
     const char* end = nullptr;
     const JsonPtr module(cJSON_ParseWithOpts(text.c_str(), &end, 0));
-    Agree(text, scan, module.get(), static_cast<size_t>(end - text.c_str()), "cJSON_Parse");
+    Agree(text, scan, module.get(), module ? static_cast<size_t>(end - text.c_str()) : 0,
+          "cJSON_Parse");
 
     // The bytes as they are, not terminated: read the same wherever they hold no NUL, but for
     // a byte order mark, which cJSON_ParseWithLength skips only before two bytes or more.
@@ -189,7 +203,7 @@ void RunJsonInput(const uint8_t* data, size_t size) {
         const auto* unterminated = reinterpret_cast<const char*>(data);
         const char* stop = nullptr;
         const JsonPtr exact(cJSON_ParseWithLengthOpts(unterminated, size, &stop, 0));
-        Agree(text, scan, exact.get(), static_cast<size_t>(stop - unterminated),
+        Agree(text, scan, exact.get(), exact ? static_cast<size_t>(stop - unterminated) : 0,
               "cJSON_ParseWithLength");
     }
 }
