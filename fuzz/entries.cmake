@@ -2,7 +2,7 @@
 # replays their inputs with the ordinary test suite.
 set(FORMATV2_FUZZ_DIR ${CMAKE_CURRENT_LIST_DIR})
 
-include(${FORMATV2_FUZZ_DIR}/../tools/runner/json_scan.cmake)
+include(${FORMATV2_FUZZ_DIR}/../tools/runner/base/json_scan.cmake)
 
 # Adds the bodies to target, with the runner's JSON scanner, which the json target compares
 # with cJSON. FuzzedDataProvider.h ships with clang; other compilers get a copy of it from clang's

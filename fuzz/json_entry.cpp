@@ -8,7 +8,7 @@
 #include <string>
 
 #include "fuzz/fuzz_support.h"
-#include "tools/runner/json_scan.h"
+#include "tools/runner/base/json_scan.h"
 
 namespace fv2fuzz {
 

@@ -1,5 +1,5 @@
 """The layers of the module depend one way: each folder includes only its own headers and
-those of the folders below it, as its CMake target links them. Run as
+those of the folders below it, as its CMake target links them; so do the runner's folders. Run as
   layers_test.py SOURCE_DIR
 and exits 1 naming every include that reaches up or sideways."""
 import pathlib
@@ -16,6 +16,9 @@ ALLOWED = {
     "publish": {"config", "format", "contract", "log", "host"},
     "formatv2": {"publish", "assembly", "config", "format", "contract", "log", "host"},
 }
+# The runner's folders, bottom first: each includes only the runner folders before it (and any
+# layer of the module, all of which lie below the runner).
+RUNNER = ["base", "drive", "render", "check", "commands", "serve", "cli"]
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
 
 
@@ -34,6 +37,15 @@ def main(root):
                         wrong.append(f"{source.relative_to(root)}: {header}")
                     continue
                 wrong.append(f"{source.relative_to(root)}: {header}")
+    runner = root / "tools" / "runner"
+    for level, folder in enumerate(RUNNER):
+        for source in sorted((runner / folder).rglob("*")):
+            if source.suffix not in (".h", ".cpp"):
+                continue
+            for header in INCLUDE.findall(source.read_text(encoding="utf-8")):
+                top = header.split("/")[0]
+                if top in RUNNER[level + 1:]:
+                    wrong.append(f"{source.relative_to(root)}: {header}")
     for line in wrong:
         print(f"layer violation: {line}")
     return 1 if wrong else 0

@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "contract/contract.h"
-#include "tools/runner/check.h"
-#include "tools/runner/diag.h"
-#include "tools/runner/expect.h"
-#include "tools/runner/rules.h"
-#include "tools/runner/test_report.h"
-#include "tools/runner/xml_writer.h"
+#include "tools/runner/base/diag.h"
+#include "tools/runner/base/rules.h"
+#include "tools/runner/base/xml_writer.h"
+#include "tools/runner/check/check.h"
+#include "tools/runner/render/expect.h"
+#include "tools/runner/render/test_report.h"
 
 namespace preview {
 namespace {

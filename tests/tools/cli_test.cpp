@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/runner/cli.h"
+#include "tools/runner/cli/cli.h"
 
 namespace preview {
 namespace {

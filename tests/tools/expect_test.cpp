@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "contract/contract.h"
-#include "tools/runner/expect.h"
-#include "tools/runner/test_report.h"
+#include "tools/runner/render/expect.h"
+#include "tools/runner/render/test_report.h"
 
 namespace preview {
 namespace {

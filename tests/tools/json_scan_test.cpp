@@ -5,8 +5,8 @@
 #include <string>
 
 #include "contract/contract.h"
-#include "tools/runner/check.h"
-#include "tools/runner/json_scan.h"
+#include "tools/runner/base/json_scan.h"
+#include "tools/runner/check/check.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "contract/contract.h"
 #include "format/formatter.h"
-#include "tools/runner/lint.h"
+#include "tools/runner/check/lint.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 // scenarios read back.
 #include <gtest/gtest.h>
 
-#include "tools/runner/diag.h"
-#include "tools/runner/report.h"
+#include "tools/runner/base/diag.h"
+#include "tools/runner/render/report.h"
 
 namespace preview {
 namespace {

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "contract/contract.h"
-#include "tools/runner/check.h"
-#include "tools/runner/scenario.h"
+#include "tools/runner/check/check.h"
+#include "tools/runner/drive/scenario.h"
 
 namespace preview {
 namespace {

@@ -3,8 +3,8 @@
 // and what came.
 #include <gtest/gtest.h>
 
-#include "tools/runner/commands.h"
-#include "tools/runner/session.h"
+#include "tools/runner/commands/commands.h"
+#include "tools/runner/drive/session.h"
 
 namespace preview {
 namespace {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/runner/expect.h"
-#include "tools/runner/test_report.h"
+#include "tools/runner/render/expect.h"
+#include "tools/runner/render/test_report.h"
 
 namespace preview {
 namespace {

@@ -14,9 +14,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "tools/runner/child.h"
-#include "tools/runner/files.h"
-#include "tools/runner/serve.h"
+#include "tools/runner/base/files.h"
+#include "tools/runner/serve/child.h"
+#include "tools/runner/serve/serve.h"
 
 namespace preview {
 namespace {
