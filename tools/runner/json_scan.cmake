@@ -5,7 +5,6 @@ if(NOT TARGET formatv2_preview_json)
   add_library(formatv2_preview_json STATIC ${CMAKE_CURRENT_LIST_DIR}/json_scan.cpp)
   # The scanner asks cJSON how it reads numbers.
   target_link_libraries(formatv2_preview_json PUBLIC formatv2_contract ${CJSON_LIBRARIES})
-  # Its header is "tools/runner/json_scan.h", below the tree's root.
-  target_include_directories(formatv2_preview_json PUBLIC ${PROJECT_SOURCE_DIR} ${CJSON_INCLUDE_DIRS})
+  target_include_directories(formatv2_preview_json PUBLIC ${CJSON_INCLUDE_DIRS})
   formatv2_set_warnings(formatv2_preview_json)
 endif()
