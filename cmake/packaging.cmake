@@ -26,9 +26,11 @@ install(FILES ${PROJECT_SOURCE_DIR}/docs/configuration.md
         DESTINATION ${FORMATV2_DOC_DIR} COMPONENT module)
 
 install(TARGETS algo LIBRARY DESTINATION usr/lib COMPONENT standin EXCLUDE_FROM_ALL)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/ DESTINATION usr/include/formatv2/host
-        COMPONENT standin EXCLUDE_FROM_ALL FILES_MATCHING PATTERN "*.h"
-        PATTERN state.h EXCLUDE)
+# The host's declarations and the stand-in's controls, from their include roots: host/*.h and
+# host/standin/standin.h below usr/include/formatv2.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/include/ ${PROJECT_SOURCE_DIR}/host/standin/include/
+        DESTINATION usr/include/formatv2 COMPONENT standin EXCLUDE_FROM_ALL
+        FILES_MATCHING PATTERN "*.h")
 
 if(TARGET formatv2_preview)
   # The runner drives the module through controls only the stand-in has, so it must get the

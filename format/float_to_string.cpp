@@ -18,7 +18,7 @@
 #include <cstring>
 
 #include "contract/guard.h"
-#include "format/digits.h"
+#include "digits.h"
 #include "format/formatter.h"
 
 namespace {

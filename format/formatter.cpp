@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "contract/guard.h"
-#include "format/digits.h"
+#include "digits.h"
 
 namespace {
 

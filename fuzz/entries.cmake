@@ -15,6 +15,9 @@ function(formatv2_fuzz_entries target)
     ${FORMATV2_FUZZ_DIR}/runs_entry.cpp
     ${FORMATV2_FUZZ_DIR}/json_entry.cpp)
   target_link_libraries(${target} PUBLIC formatv2_preview_json)
+  # The bodies' own headers ("fuzz/..."), the runner's JSON scanner's and the tests' reference
+  # formatters', below the tree's root.
+  target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     return()
   endif()

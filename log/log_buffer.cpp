@@ -19,7 +19,7 @@
 #include <cstring>
 
 #include "log/log.h"
-#include "log/log_internal.h"
+#include "log_internal.h"
 
 namespace formatv2::logging {
 namespace {

@@ -14,7 +14,7 @@
 #include <ctime>
 
 #include "log/log.h"
-#include "log/log_internal.h"
+#include "log_internal.h"
 
 namespace formatv2::logging {
 

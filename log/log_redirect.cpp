@@ -11,7 +11,7 @@
 #include <cstdio>
 
 #include "log/log.h"
-#include "log/log_internal.h"
+#include "log_internal.h"
 
 namespace formatv2::logging {
 namespace {

@@ -1,5 +1,5 @@
 // Frame accessors: the opaque run handles are the stand-in's InputHandle and OutputHandle.
-#include "../zr_frame.h"
+#include "host/zr_frame.h"
 #include "state.h"
 
 using standin::Call;

@@ -1,5 +1,5 @@
 // File utilities: real POSIX file operations below the stand-in's file root.
-#include "../osal.h"
+#include "host/osal.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

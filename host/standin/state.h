@@ -7,7 +7,7 @@
 #include <array>
 #include <mutex>
 
-#include "standin.h"
+#include "host/standin/standin.h"
 
 namespace standin {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "../algo.h"
-#include "../scframe.h"
+#include "host/algo.h"
+#include "host/scframe.h"
 
 namespace standin {
 
