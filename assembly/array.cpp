@@ -30,14 +30,14 @@ bool ReadField(const std::string& key, const std::unordered_map<std::string, T>&
     return false;
 }
 
-// One cell: its value formatted by its field's spec, then the separator. A row past the end
-// of the field's list gives an empty cell.
+// One cell: its value formatted by its field's parsed format, then the separator. A row past the
+// end of the field's list gives an empty cell.
 template <typename T>
-void AppendCell(TextBuilder& text, const Any& list, size_t row, const FormatSpec& spec) {
+void AppendCell(TextBuilder& text, const Any& list, size_t row, const ParsedFormat& parsed) {
     const std::vector<T>& values = list.Held<std::vector<T>>();  // the kind was told first
     if (row >= values.size()) return;
-    if constexpr (std::is_same_v<T, int>) AppendInt(text, values[row], spec);
-    if constexpr (std::is_same_v<T, float>) AppendFloat(text, values[row], spec);
+    if constexpr (std::is_same_v<T, int>) AppendInt(text, values[row], parsed);
+    if constexpr (std::is_same_v<T, float>) AppendFloat(text, values[row], parsed);
     if constexpr (std::is_same_v<T, std::string>) text.Append(values[row]);
 }
 
@@ -131,16 +131,16 @@ std::string ArrayText(const std::vector<DataField>& fields, const std::vector<An
     // more fields than kFewFields are rare enough to pay for lists of their own.
     constexpr size_t kFewFields = 16;
     ElementKind few[kFewFields];
-    const FormatSpec* fewSpecs[kFewFields];
+    const ParsedFormat* fewSpecs[kFewFields];
     const bool isMany = fieldCount > kFewFields;
     std::vector<ElementKind> many(isMany ? fieldCount : 0);
-    std::vector<const FormatSpec*> manySpecs(isMany ? fieldCount : 0);
+    std::vector<const ParsedFormat*> manySpecs(isMany ? fieldCount : 0);
     ElementKind* kinds = isMany ? many.data() : few;
-    const FormatSpec** specs = isMany ? manySpecs.data() : fewSpecs;
-    // A field whose spec was not read from its format text (made by hand, not by the
+    const ParsedFormat** formats = isMany ? manySpecs.data() : fewSpecs;
+    // A field whose format was not read from its format text (made by hand, not by the
     // configuration read) has it read here, once; the list stays empty, unallocated, when
-    // every spec was.
-    std::vector<FormatSpec> reread;
+    // every format was.
+    std::vector<ParsedFormat> reread;
     // The text's room follows the cells that really hold an element (a short number
     // each) and the separators that every row carries, so a sparse layout, one long
     // field beside many empty ones, asks for no more than it will fill.
@@ -149,11 +149,11 @@ std::string ArrayText(const std::vector<DataField>& fields, const std::vector<An
         kinds[j] = lists[j].Is<IntList>()     ? ElementKind::kInt
                    : lists[j].Is<FloatList>() ? ElementKind::kFloat
                                               : ElementKind::kString;
-        specs[j] = &fields[j].Format;
+        formats[j] = &fields[j].Format;
         if (fields[j].Format.text != fields[j].SubParam.type) {
-            if (reread.empty()) reread.reserve(fieldCount);  // no move: specs point into it
+            if (reread.empty()) reread.reserve(fieldCount);  // no move: formats point into it
             reread.push_back(ReadFormat(fields[j].SubParam.type));
-            specs[j] = &reread.back();
+            formats[j] = &reread.back();
         }
         room += ListLength(lists[j]) * kCellGuess + rows * fields[j].Separator.size();
     }
@@ -163,13 +163,13 @@ std::string ArrayText(const std::vector<DataField>& fields, const std::vector<An
         for (size_t j = 0; j < fieldCount; ++j) {
             switch (kinds[j]) {
                 case ElementKind::kInt:
-                    AppendCell<int>(text, lists[j], r, *specs[j]);
+                    AppendCell<int>(text, lists[j], r, *formats[j]);
                     break;
                 case ElementKind::kFloat:
-                    AppendCell<float>(text, lists[j], r, *specs[j]);
+                    AppendCell<float>(text, lists[j], r, *formats[j]);
                     break;
                 default:
-                    AppendCell<std::string>(text, lists[j], r, *specs[j]);
+                    AppendCell<std::string>(text, lists[j], r, *formats[j]);
                     break;
             }
             // Every cell but the very last is followed by its field's separator.

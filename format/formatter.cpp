@@ -356,30 +356,30 @@ std::string TextOf(const Text& text) {
 
 // The one reader of format texts: the numbers the formatters read, and the printf facts that
 // check tells users about.
-FormatSpec ReadFormat(const std::string& text) {
-    FormatSpec spec;
-    spec.text = text;
-    spec.numbers.read = ScanWidth(text.c_str(), spec.numbers.width, &spec.numbers.precision);
+ParsedFormat ReadFormat(const std::string& text) {
+    ParsedFormat parsed;
+    parsed.text = text;
+    parsed.numbers.read = ScanWidth(text.c_str(), parsed.numbers.width, &parsed.numbers.precision);
     size_t i = text.find('%');
-    if (i == std::string::npos) return spec;
+    if (i == std::string::npos) return parsed;
     for (++i; i < text.size() && std::strchr("-+ #0", text[i]) != nullptr; ++i) {
-        spec.flags += text[i];
+        parsed.flags += text[i];
     }
-    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) spec.widthWritten = true;
-    spec.precisionWritten = i < text.size() && text[i] == '.';
-    return spec;
+    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) parsed.widthWritten = true;
+    parsed.precisionWritten = i < text.size() && text[i] == '.';
+    return parsed;
 }
 
 namespace {
 
 // The width as a formatter reads it: an int's scan stops after it, so it is the same number
 // whether or not a precision follows.
-IntText IntTextOf(int value, const FormatSpec& spec) {
-    return IntText(value, spec.numbers.width);
+IntText IntTextOf(int value, const ParsedFormat& parsed) {
+    return IntText(value, parsed.numbers.width);
 }
-FloatText FloatTextOf(float value, const FormatSpec& spec) {
-    return FloatText(value, spec.numbers.width,
-                     spec.numbers.read >= 2 ? spec.numbers.precision : 0);
+FloatText FloatTextOf(float value, const ParsedFormat& parsed) {
+    return FloatText(value, parsed.numbers.width,
+                     parsed.numbers.read >= 2 ? parsed.numbers.precision : 0);
 }
 
 template <typename Text>
@@ -390,20 +390,21 @@ void Append(TextBuilder& out, const Text& text) {
 
 }  // namespace
 
-void AppendInt(TextBuilder& out, int value, const FormatSpec& spec) {
-    Append(out, IntTextOf(value, spec));
+void AppendInt(TextBuilder& out, int value, const ParsedFormat& parsed) {
+    Append(out, IntTextOf(value, parsed));
 }
 
-void AppendFloat(TextBuilder& out, float value, const FormatSpec& spec) {
-    Append(out, FloatTextOf(value, spec));
+void AppendFloat(TextBuilder& out, float value, const ParsedFormat& parsed) {
+    Append(out, FloatTextOf(value, parsed));
 }
 
-std::string FormatInt(int value, const FormatSpec& spec) {
-    return GuardedOr([&] { return TextOf(IntTextOf(value, spec)); }, [] { return std::string(); });
+std::string FormatInt(int value, const ParsedFormat& parsed) {
+    return GuardedOr([&] { return TextOf(IntTextOf(value, parsed)); },
+                     [] { return std::string(); });
 }
 
-std::string FormatFloat(float value, const FormatSpec& spec) {
-    return GuardedOr([&] { return TextOf(FloatTextOf(value, spec)); },
+std::string FormatFloat(float value, const ParsedFormat& parsed) {
+    return GuardedOr([&] { return TextOf(FloatTextOf(value, parsed)); },
                      [] { return std::string(); });
 }
 

@@ -48,14 +48,14 @@ float ToFloat(const std::string& value) {
     return std::stof(value);
 }
 
-// Formatted by the item's spec, read with the configuration.
+// Formatted by the item's parsed format, read with the configuration.
 std::string ToText(int value, const DataSection& item) {
-    FormatSpec scratch;
-    return FormatInt(value, SpecFor(item.Format, item.SubParam.type, scratch));
+    ParsedFormat scratch;
+    return FormatInt(value, ParsedFor(item.Format, item.SubParam.type, scratch));
 }
 std::string ToText(float value, const DataSection& item) {
-    FormatSpec scratch;
-    return FormatFloat(value, SpecFor(item.Format, item.SubParam.type, scratch));
+    ParsedFormat scratch;
+    return FormatFloat(value, ParsedFor(item.Format, item.SubParam.type, scratch));
 }
 // The copy has room for the item's prefix and suffix from the start: an array item's text
 // can be long, and decorating an exact-size copy would copy it all once more.

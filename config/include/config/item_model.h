@@ -186,7 +186,7 @@ inline size_t ListLength(const Any& values) {
 struct DataField {
     std::string SubParamStr;
     CAlgoUtils::SubParam SubParam;
-    FormatSpec Format;  // SubParam.type, read once by the configuration read
+    ParsedFormat Format;  // SubParam.type, read once by the configuration read
     std::string Separator;
     std::string ShowValue_CN;
     std::string ShowValue_EN;
@@ -197,7 +197,7 @@ struct DataSection {
     FORMAT_V2_DATA_TYPE DataType = static_cast<FORMAT_V2_DATA_TYPE>(0);
     std::string SubParamStr;
     CAlgoUtils::SubParam SubParam;
-    FormatSpec Format;  // SubParam.type, read once by the configuration read
+    ParsedFormat Format;  // SubParam.type, read once by the configuration read
     Any Value;
     std::string ShowValue_CN;
     std::string ShowValue_EN;

@@ -171,29 +171,29 @@ struct FormatNumbers {
 };
 // A format text read once, when the configuration is read, for every value formatted by it:
 // what the formatters read of it, and what a printf user wrote there that they do not read.
-struct FormatSpec {
+struct ParsedFormat {
     std::string text;               // the format text it was read from
     FormatNumbers numbers;          // with the precision; an int's formatter takes the width alone
     std::string flags;              // the printf flags ("-+ #0") right after the first '%'
     bool widthWritten = false;      // digits after the flags
     bool precisionWritten = false;  // a '.' after them
 };
-FormatSpec ReadFormat(const std::string& text);
-// The spec of text: parsed, when it was parsed from text (as the configuration's are), else
+ParsedFormat ReadFormat(const std::string& text);
+// The parsed form of text: parsed, when it was read from text (as the configuration's are), else
 // read into scratch.
-inline const FormatSpec& SpecFor(const FormatSpec& parsed, const std::string& text,
-                                 FormatSpec& scratch) {
+inline const ParsedFormat& ParsedFor(const ParsedFormat& parsed, const std::string& text,
+                                     ParsedFormat& scratch) {
     if (parsed.text == text) return parsed;
     scratch = ReadFormat(text);
     return scratch;
 }
 
-// A value formatted by a spec, as the formatters format it by the spec's text: appended to out,
+// A value formatted by a parsed format, as the formatters format it by its text: appended to out,
 // or as a text of its own.
-void AppendInt(TextBuilder& out, int value, const FormatSpec& spec);
-void AppendFloat(TextBuilder& out, float value, const FormatSpec& spec);
-std::string FormatInt(int value, const FormatSpec& spec);
-std::string FormatFloat(float value, const FormatSpec& spec);
+void AppendInt(TextBuilder& out, int value, const ParsedFormat& parsed);
+void AppendFloat(TextBuilder& out, float value, const ParsedFormat& parsed);
+std::string FormatInt(int value, const ParsedFormat& parsed);
+std::string FormatFloat(float value, const ParsedFormat& parsed);
 
 // printf's "%.*g" of value widened to double: general notation, precision significant digits
 // (a negative precision counts as 6, 0 as 1). Never throws (an empty text when memory runs out).

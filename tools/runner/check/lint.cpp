@@ -170,34 +170,34 @@ class Linter {
         const ElementKind valueType = ElementKindOf(type);
         // The text as the formatters read it (an int's takes the width alone), what a printf
         // user wrote there, and what the formatters then make of an example.
-        const FormatSpec spec = ReadFormat(type);
+        const ParsedFormat parsed = ReadFormat(type);
         const bool isFloat = valueType == ElementKind::kFloat;
-        const int read = spec.numbers.read;
-        const int width = spec.numbers.width;
-        const int precision = isFloat ? spec.numbers.precision : 0;
+        const int read = parsed.numbers.read;
+        const int width = parsed.numbers.width;
+        const int precision = isFloat ? parsed.numbers.precision : 0;
         const auto example = [&type](float value) {
             return Quote(createFormatter<float>(value, type, "")->format());
         };
         const std::string quoted = Quote(type);
         if (valueType == ElementKind::kString) {
-            if (spec.widthWritten || spec.precisionWritten) {
+            if (parsed.widthWritten || parsed.precisionWritten) {
                 Add(at, Rule::kFormatTextWidth,
                     "the text formatter reads no number: " + quoted +
                         " neither pads nor cuts the text");
             }
             return;
         }
-        if (spec.flags.find('-') != std::string::npos) {
+        if (parsed.flags.find('-') != std::string::npos) {
             Add(at, Rule::kFormatFlag,
                 "the '-' flag makes the width negative: the value is not padded at all (nor "
                 "left-aligned)",
                 "drop the '-'; the module can only fill with zeros on the left");
-        } else if (spec.flags.find('#') != std::string::npos) {
+        } else if (parsed.flags.find('#') != std::string::npos) {
             Add(at, Rule::kFormatFlag,
                 "the '#' flag stops the module's reading of the number: " + quoted +
                     " reads no width (nor precision), so the value is not padded",
                 "drop the '#'");
-        } else if (spec.flags.find_first_of("+ ") != std::string::npos) {
+        } else if (parsed.flags.find_first_of("+ ") != std::string::npos) {
             Add(at, Rule::kFormatFlag,
                 "the module skips the flags '+' and ' ' and reads the width after them: " + quoted +
                     " pads with zeros and prints no '+' and no blank",
@@ -211,7 +211,7 @@ class Linter {
         }
         if (valueType == ElementKind::kFloat && read < 2) {
             Add(at, Rule::kFormatNoPrecision,
-                spec.precisionWritten && !spec.widthWritten
+                parsed.precisionWritten && !parsed.widthWritten
                     ? quoted +
                           " has a precision but no width: the module reads neither, so "
                           "12.3456 gives " +
