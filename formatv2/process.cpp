@@ -85,7 +85,8 @@ int CFormatV2Module::Process(void* input, void* output) {
             if (m_lastRun) {
                 *m_lastRun = formatv2::RunResult{};
                 m_lastRun->rows.resize(SubParamList.size());
-                m_recording.reset(new formatv2::Recording{*m_lastRun, {}, {}});
+                m_recording =
+                    std::make_unique<formatv2::Recording>(formatv2::Recording{*m_lastRun, {}, {}});
             }
             frame = ZR_M_Get_Frame_ByID(input, 0);
             status = RunItems(frame, input, output);
