@@ -3,6 +3,7 @@
 // built up to that point; the dynamic tables change only once the whole text was accepted.
 #include <cstring>
 
+#include "contract/guard.h"
 #include "formatv2/formatv2.h"
 #include "host/osal.h"
 #include "publish/publish.h"
@@ -30,6 +31,14 @@ ConfigTarget CFormatV2Module::Target() {
 }
 
 int CFormatV2Module::GetSubParamList() {
+    std::string text;
+    const int status = ReadConfigFile(text);
+    // Recording follows every read, a refused one too: its runs are the ones worth keeping.
+    Guarded([&] { ConfigureRecording(text); });
+    return status;
+}
+
+int CFormatV2Module::ReadConfigFile(std::string& text) {
     const std::string path = WorkDir + "/" + kConfigFileName;
 
     const long size = osal_get_file_size(path.c_str());
@@ -41,6 +50,7 @@ int CFormatV2Module::GetSubParamList() {
     std::memset(buffer.data, 0, static_cast<size_t>(size) + 1);
     if (osal_load_file(path.c_str(), 0, buffer.data, size) < 0) return kStatusFileLoad;
 
+    text.assign(buffer.data, static_cast<size_t>(size));
     const formatv2::Logger log = Log();
     log.Say<Msg::kConfigText>(static_cast<void*>(buffer.data), static_cast<int>(size));
 

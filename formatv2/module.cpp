@@ -3,10 +3,12 @@
 #include <cstring>
 #include <new>
 
+#include "contract/guard.h"
 #include "format/formatter.h"
 #include "formatv2/formatv2.h"
 #include "host/osal.h"
 #include "publish/publish.h"
+#include "record/recorder.h"
 
 using formatv2::Msg;
 
@@ -25,6 +27,16 @@ void FormatV2RecordRuns(CAbstractUserModule* module, int on) {
 const formatv2::RunResult* FormatV2LastRun(const CAbstractUserModule* module) {
     const auto* ours = dynamic_cast<const CFormatV2Module*>(module);
     return ours != nullptr ? ours->LastRun() : nullptr;
+}
+
+void FormatV2NameNextRun(CAbstractUserModule* module, const char* name) {
+    if (auto* ours = dynamic_cast<CFormatV2Module*>(module)) {
+        Guarded([&] { ours->NameNextRun(name != nullptr ? name : ""); });
+    }
+}
+
+void FormatV2FlushRecording(CAbstractUserModule* module) {
+    if (auto* ours = dynamic_cast<CFormatV2Module*>(module)) ours->FlushRecording();
 }
 
 void CFormatV2Module::RecordRuns(bool on) {

@@ -3,12 +3,15 @@
 #include <time.h>
 
 #include <cstdint>
+#include <optional>
 
 #include "assembly/assembly.h"
 #include "contract/guard.h"
 #include "formatv2/formatv2.h"
 #include "host/zr_frame.h"
 #include "publish/publish.h"
+#include "record/recorder.h"
+#include "tape.h"
 
 using formatv2::Msg;
 
@@ -88,6 +91,7 @@ int CFormatV2Module::Process(void* input, void* output) {
                 m_recording =
                     std::make_unique<formatv2::Recording>(formatv2::Recording{*m_lastRun, {}, {}});
             }
+            BeginRecordedRun();
             frame = ZR_M_Get_Frame_ByID(input, 0);
             status = RunItems(frame, input, output);
         })) {
@@ -115,6 +119,9 @@ int CFormatV2Module::Process(void* input, void* output) {
         });
         m_recording.reset();
     }
+    // A record that cannot be made is a record lost, never a run changed.
+    if (!Guarded([&] { RecordRun(status); })) m_tape.reset();
+    ++m_runIndex;
     frame.reset();
     return status;
 }
@@ -139,6 +146,7 @@ void CFormatV2Module::RecordDisplay() {
 int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* input, void* output) {
     const formatv2::Logger log = Log();
     int inputIndex = 0;
+    if (m_tape) m_tape->inputFrame = frame != nullptr;
     if (!frame) {
         log.Say<Msg::kNoInputFrame>("Process", kStatusMissing);
         return kStatusMissing;
@@ -156,11 +164,19 @@ int CFormatV2Module::RunItems(const std::shared_ptr<CScFrame>& frame, void* inpu
         return kStatusNoImgMode;
     }
     ImgMode = imgMode->second;
+    if (m_tape) {
+        m_tape->inputFrame = true;
+        m_tape->imgModeSet = true;
+        m_tape->imgMode = ImgMode;
+    }
 
     if (SubParamList.empty()) return kStatusNoItems;
     ConcatText.clear();
 
-    HostInputs inputs(input);
+    HostInputs host(input);
+    std::optional<formatv2::TapedInputs> taped;
+    if (m_tape) taped.emplace(host, DynamicSubList, m_tape->inputs);
+    formatv2::RunInputs& inputs = taped ? static_cast<formatv2::RunInputs&>(*taped) : host;
     formatv2::RunResult* const result = m_lastRun.get();
     for (size_t row = 0; row < SubParamList.size(); ++row) {
         DataSection& item = SubParamList[row];
@@ -247,7 +263,17 @@ int CFormatV2Module::CombineSubOutputValue(void* output) {
     std::shared_ptr<CScFrame> frame = ZR_M_Get_Frame_ByHOutput(output);
     formatv2::Publication run{SubParamList, StrConcateEnable, ParamName, ConcatText,
                               ShowTextCN,   ShowTextEN,       Log(),     m_recording.get()};
-    return formatv2::CombineSubOutputValue(run, frame);
+    const int status = formatv2::CombineSubOutputValue(run, frame);
+    if (m_tape && frame) {
+        std::vector<std::string> names;
+        if (StrConcateEnable != 0) {
+            names.push_back(ParamName);
+        } else {
+            for (const DataSection& item : SubParamList) names.push_back(item.ParamName);
+        }
+        formatv2::TapeOutputs(*frame, names, m_tape->outputs);
+    }
+    return status;
 }
 
 template <typename T>

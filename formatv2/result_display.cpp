@@ -50,7 +50,7 @@ int CFormatV2Module::SendOutputParam(void* output, int status) {
         frame->FloatTable[keys.textAngle] = 0.0f;
         frame->StringTable[keys.textCn] = ShowTextCN;
         frame->StringTable[keys.textEn] = ShowTextEN;
-        frame->StringTable[keys.statusText] = ok ? kVerdictOk : kVerdictNg;
+        frame->StringTable[keys.statusText] = VerdictOf(status);
         frame->IntTable[keys.paramStatus] = ok;
     }
 

@@ -1,5 +1,6 @@
 # The module's dynamic symbol table holds exactly its interface: CreateModule, DestroyModule,
-# the logging library's log_* functions and the two for tools (FormatV2RecordRuns/LastRun). Anything else defined there would stand in for
+# the logging library's log_* functions and the four for tools (FormatV2RecordRuns, LastRun,
+# NameNextRun, FlushRecording). Anything else defined there would stand in for
 # another library's copy of it, and a unique symbol (STB_GNU_UNIQUE) would keep the module
 # mapped after dlclose. Run as: cmake -DREADELF=... -DLIBRARY=... -P exports_test.cmake
 cmake_minimum_required(VERSION 3.25)
@@ -26,7 +27,7 @@ foreach(line IN LISTS lines)
     list(APPEND wrong "${name} (unique)")
   elseif(section STREQUAL "UND" OR bind STREQUAL "LOCAL")
     continue()
-  elseif(name MATCHES "^(CreateModule|DestroyModule|FormatV2RecordRuns|FormatV2LastRun|log_[a-z_]+)$")
+  elseif(name MATCHES "^(CreateModule|DestroyModule|FormatV2RecordRuns|FormatV2LastRun|FormatV2NameNextRun|FormatV2FlushRecording|log_[a-z_]+)$")
     list(APPEND found ${name})
   else()
     list(APPEND wrong ${name})

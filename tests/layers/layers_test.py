@@ -19,6 +19,7 @@ ALLOWED = {
     "algo": {"formatv2_host_api"},
     "formatv2_standin": {"algo"},
     "formatv2_contract": {"formatv2_log_api"},
+    "formatv2_record": {"formatv2_contract"},
     "formatv2_format": {"formatv2_contract"},
     "formatv2_config": {"formatv2_format", "formatv2_contract", "formatv2_host_api"},
     "formatv2_assembly": {"formatv2_config", "formatv2_format", "formatv2_contract",
@@ -26,13 +27,14 @@ ALLOWED = {
     "formatv2_publish": {"formatv2_config", "formatv2_format", "formatv2_contract",
                          "formatv2_host_api"},
     "formatv2_shell": {"formatv2_publish", "formatv2_assembly", "formatv2_config",
-                       "formatv2_format", "formatv2_contract", "algo"},
+                       "formatv2_format", "formatv2_record", "formatv2_contract", "algo"},
     "formatv2": {"formatv2_shell", "formatv2_publish", "formatv2_assembly", "formatv2_config",
-                 "formatv2_format", "formatv2_log", "algo"},
+                 "formatv2_format", "formatv2_record", "formatv2_log", "algo"},
     "formatv2_static": {"formatv2_shell", "formatv2_log"},
 }
 # Folders of the tree that hold code; an include root inside one opens its headers.
-CODE_DIRS = ("host", "log", "contract", "format", "config", "assembly", "publish", "formatv2",
+CODE_DIRS = ("host", "log", "contract", "record", "format", "config", "assembly", "publish",
+             "formatv2",
              "tools", "tests", "fuzz", "bench")
 
 

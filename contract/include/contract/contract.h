@@ -94,6 +94,10 @@ inline constexpr const char kEntryParamStatus[] = "SINGLE_param_status";
 // The verdicts, and the result notice's texts, which are the same for every status.
 inline constexpr const char kVerdictOk[] = "OK";
 inline constexpr const char kVerdictNg[] = "NG";
+// The verdict a run of status shows.
+inline constexpr const char* VerdictOf(int status) {
+    return status == 0 ? kVerdictOk : kVerdictNg;
+}
 inline constexpr const char kNoticeCn[] = "全部输出为OK";
 inline constexpr const char kNoticeEn[] = "Full output is OK";
 

@@ -89,7 +89,10 @@
     X(TooManyPublications, ERR, 37,                                                              \
       "The dynamic publish table needs %lld records, more than its %d.\n")                       \
     X(PublicationCount, INFO, 905, "GetDynamicPublishParamNum is %d\r\n")                        \
-    X(PublicationEntry, INFO, 924, "nParamIdx %d: pub(param_name[%.64s],type:%.64s))\r\n")
+    X(PublicationEntry, INFO, 924, "nParamIdx %d: pub(param_name[%.64s],type:%.64s))\r\n")       \
+    /* recording runs (formatv2_record.json) */                                                  \
+    X(RecordingOn, INFO, 1001, "recording runs into [%s], max_bytes %lld, runs %s\r\n")          \
+    X(RecordingRefused, WARN, 1002, "recording off: %s: %s\r\n")
 
 // The layout around a message: the prefix, and for Warn and Err the colour around it all.
 #define FORMATV2_LOG_PREFIX "| %-4s | %03d%s | %-12s:%04d: "

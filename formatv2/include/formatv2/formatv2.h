@@ -4,6 +4,7 @@
 // they need as arguments and log through the Logger the shell gives them.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,7 +19,11 @@
 struct cJSON;
 namespace formatv2 {
 struct Recording;
-}
+namespace record {
+class Recorder;
+struct Run;
+}  // namespace record
+}  // namespace formatv2
 
 class CFormatV2Module : public CAlgo {
   public:
@@ -84,6 +89,10 @@ class CFormatV2Module : public CAlgo {
     void RecordRuns(bool on);
     // The last run's result, or null when runs are not recorded.
     const formatv2::RunResult* LastRun() const { return m_lastRun.get(); }
+    // The name the next recorded run carries (a tool's name for it); "" on the device.
+    void NameNextRun(std::string name) { m_nextRunName = std::move(name); }
+    // Waits until every recorded run so far is on disk (tools and tests).
+    void FlushRecording();
 
     // ---- members ----
     int ImgMode;
@@ -102,14 +111,31 @@ class CFormatV2Module : public CAlgo {
     formatv2::Logger Log() const;
     // What a configuration read fills.
     ConfigTarget Target();
+    // Reads algo_private.json into text and applies it: GetSubParamList without recording.
+    int ReadConfigFile(std::string& text);
     // Steps of a run up to output combination, on the run's input frame (null: none);
     // Process adds the end-of-run steps.
     int RunItems(const std::shared_ptr<CScFrame>& frame, void* input, void* output);
     // The run's display texts in the result: their spans, as recorded while they grew.
     void RecordDisplay();
+    // At each configuration read: recording on as formatv2_record.json in the working
+    // directory asks, or off without it; configText is the configuration just read.
+    void ConfigureRecording(const std::string& configText);
+    // A recorded run: begun with the run, handed to the recorder once its end is reached.
+    void BeginRecordedRun();
+    void RecordRun(int status);
 
     std::unique_ptr<formatv2::RunResult> m_lastRun;    // null: runs are not recorded
     std::unique_ptr<formatv2::Recording> m_recording;  // the run's texts while they grow
+
+    // Recording runs to disk (formatv2_record.json); null: off.
+    std::unique_ptr<formatv2::record::Recorder> m_recorder;
+    std::unique_ptr<formatv2::record::Run> m_tape;  // the run being recorded
+    std::string m_recordSettings;                   // the settings file's text in force
+    bool m_recordFailedOnly = false;
+    uint64_t m_configHash = 0;
+    uint64_t m_runIndex = 0;
+    std::string m_nextRunName;
 };
 
 extern "C" {
@@ -119,4 +145,8 @@ FORMATV2_EXPORT void DestroyModule(void* reserved, CAbstractUserModule* module);
 // A module of another library is left alone, and gives null.
 FORMATV2_EXPORT void FormatV2RecordRuns(CAbstractUserModule* module, int on);
 FORMATV2_EXPORT const formatv2::RunResult* FormatV2LastRun(const CAbstractUserModule* module);
+// For a tool that records the runs it drives: the name the next recorded run carries, and a
+// wait until every recorded run is written.
+FORMATV2_EXPORT void FormatV2NameNextRun(CAbstractUserModule* module, const char* name);
+FORMATV2_EXPORT void FormatV2FlushRecording(CAbstractUserModule* module);
 }
