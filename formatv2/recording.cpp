@@ -13,8 +13,8 @@
 
 #include "contract/guard.h"
 #include "formatv2/formatv2.h"
-#include "tape.h"
 #include "record/recorder.h"
+#include "tape.h"
 
 using formatv2::Msg;
 namespace record = formatv2::record;
@@ -105,7 +105,8 @@ const char* Machine() {
 uint64_t NowMicros() {
     struct timespec now {};
     clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000u + static_cast<uint64_t>(now.tv_nsec) / 1000u;
+    return static_cast<uint64_t>(now.tv_sec) * 1000000u +
+           static_cast<uint64_t>(now.tv_nsec) / 1000u;
 }
 
 }  // namespace
@@ -138,8 +139,7 @@ int TapedInputs::GetFloats(const std::string& input, int& count, std::vector<flo
     return result;
 }
 
-int TapedInputs::GetStrings(const std::string& input, int& count,
-                            std::vector<std::string>& list) {
+int TapedInputs::GetStrings(const std::string& input, int& count, std::vector<std::string>& list) {
     const int result = inner_.GetStrings(input, count, list);
     if (record::Delivery* d = Note(input, record::Read::kStrings)) {
         d->result = result;

@@ -99,7 +99,8 @@ class Reader {
     uint32_t U32() {
         uint32_t v = 0;
         if (!Need(4)) return 0;
-        for (int i = 0; i < 4; ++i) v |= static_cast<uint32_t>(static_cast<uint8_t>(*p_++)) << (8 * i);
+        for (int i = 0; i < 4; ++i)
+            v |= static_cast<uint32_t>(static_cast<uint8_t>(*p_++)) << (8 * i);
         return v;
     }
     uint64_t U64() {
@@ -151,7 +152,8 @@ class Reader {
                 for (std::string& v : entry.texts) v = Text();
                 break;
         }
-        if (!IsList(entry.table) && entry.ints.size() + entry.floats.size() + entry.texts.size() != 1)
+        if (!IsList(entry.table) &&
+            entry.ints.size() + entry.floats.size() + entry.texts.size() != 1)
             failed = true;
         return entry;
     }
@@ -324,7 +326,9 @@ bool ReadRecordFile(const std::string& bytes, const std::string& name, Recording
             if (length > kMaxPayload || bytes.size() - at - kFrameBytes < length) {
                 why_skipped = "a record cut short (a torn write); skipped";
             } else if (Crc32(bytes.data() + at + kFrameBytes, length) != crc) {
-                why_skipped = "a record whose checksum fails (a torn write); skipped with the rest of the file";
+                why_skipped =
+                    "a record whose checksum fails (a torn write); skipped with the rest of the "
+                    "file";
             }
         }
         if (why_skipped == nullptr) {
@@ -354,7 +358,8 @@ bool ReadRecordFile(const std::string& bytes, const std::string& name, Recording
                 in.failed = true;
             }
             if (!first && (in.failed)) {
-                found.skipped.push_back(Where(name, at, "a record this reader cannot read; skipped"));
+                found.skipped.push_back(
+                    Where(name, at, "a record this reader cannot read; skipped"));
             }
         }
         if (why_skipped != nullptr) {

@@ -27,7 +27,8 @@ constexpr uint64_t kMaxQueueBytes = 1024 * 1024;
 uint64_t NowMicros() {
     struct timespec now {};
     clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000u + static_cast<uint64_t>(now.tv_nsec) / 1000u;
+    return static_cast<uint64_t>(now.tv_sec) * 1000000u +
+           static_cast<uint64_t>(now.tv_nsec) / 1000u;
 }
 
 // Makes folder and every missing folder above it.
@@ -209,9 +210,8 @@ void Recorder::Write() {
     std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
         const uint64_t flushes = flushes_;
-        wake_.wait_for(lock, kLinger, [&] {
-            return stopping_ || queued_ >= kBatchBytes || flushes_ != flushes;
-        });
+        wake_.wait_for(lock, kLinger,
+                       [&] { return stopping_ || queued_ >= kBatchBytes || flushes_ != flushes; });
         if (queue_.empty()) {
             idle_.notify_all();
             if (stopping_) break;
@@ -271,8 +271,8 @@ bool Recorder::OpenNext() {
     fileConfigs_.clear();
     if (!MakeFolders(folder_)) return false;
     header_.startMicros = NowMicros();
-    fileName_ = RecordFileName(header_.startMicros, static_cast<long>(getpid()), instance_,
-                               fileNumber_++);
+    fileName_ =
+        RecordFileName(header_.startMicros, static_cast<long>(getpid()), instance_, fileNumber_++);
     fd_ = open((folder_ + "/" + fileName_).c_str(),
                O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0644);
     if (fd_ < 0) return false;

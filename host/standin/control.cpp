@@ -1,5 +1,7 @@
 #include "state.h"
 
+#include <utility>
+
 namespace standin {
 
 Shared& shared() {
@@ -27,6 +29,10 @@ std::string ResolvePath(const std::string& path) {
 
 std::vector<ResultCall> ResultCalls() {
     return WithState([](State& s) { return s.resultCalls; });
+}
+
+std::vector<ResultCall> TakeResultCalls() {
+    return WithState([](State& s) { return std::exchange(s.resultCalls, {}); });
 }
 
 int UpProcessTimeCalls() {

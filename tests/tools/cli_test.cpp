@@ -74,8 +74,8 @@ TEST(CommandLine, RefusedNamingTheArgument) {
         std::vector<std::string> args;
         const char* why;
     } cases[] = {
-        {{}, "a command is missing (run, check, test, serve)"},
-        {{"chek", "a"}, "unknown command 'chek' (run, check, test, serve)"},
+        {{}, "a command is missing (run, check, test, replay, serve)"},
+        {{"chek", "a"}, "unknown command 'chek' (run, check, test, replay, serve)"},
         {{"--json", "run", "a"}, "unknown option '--json'"},
         {{"--vers"}, "unknown option '--vers'; did you mean '--version'?"},
         {{"--version=1"}, "--version takes no value"},

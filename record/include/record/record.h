@@ -51,8 +51,8 @@ struct Delivery {
     Read read = Read::kInts;
     // A getter's result (0: delivered), or for kMap 1 when the input resolved, 0 when not.
     int32_t result = 0;
-    int32_t count = 0;     // a getter's element count, as the host reported it
-    bool frame = false;    // kMap: whether the resolution gave a frame
+    int32_t count = 0;           // a getter's element count, as the host reported it
+    bool frame = false;          // kMap: whether the resolution gave a frame
     std::vector<Entry> entries;  // a getter's list (one list entry); kMap: every table's entry
 };
 

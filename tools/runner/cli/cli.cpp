@@ -31,7 +31,10 @@ enum : int {
     kModule,
     kListen,
     kMemoryLimit,
-    kTimeLimit
+    kTimeLimit,
+    kRecord,
+    kConfig,
+    kScenario
 };
 
 struct Switch {
@@ -62,6 +65,12 @@ const Switch kSwitches[] = {
      "the memory (address space) each preview may use\n(default: 256; 16 to 4096)"},
     {kTimeLimit, "time-limit", "SECONDS",
      "the time, and the CPU time, each preview may take\n(default: 5; 1 to 600)"},
+    {kRecord, "record", "FILE",
+     "record the runs as the formatv2_record.json FILE\nasks (its \"dir\" relative to FILE's "
+     "folder)"},
+    {kConfig, "config", "FILE", "replay with this configuration instead of the\nrecorded one"},
+    {kScenario, "scenario", "OUT",
+     "write the recording as a scenario file OUT, the\nrecorded outputs as its expectations"},
     {kVersion, "version", nullptr, "show the version and exit"},
     {kHelp, "help", nullptr, "show this help and exit"},
 };
@@ -83,7 +92,7 @@ const Command kCommands[] = {
      "SCENARIO",
      "scenario file (JSON), - for standard input",
      "run needs a SCENARIO",
-     {kJson, kLogLevel, kModule, kHelp}},
+     {kJson, kLogLevel, kRecord, kModule, kHelp}},
     {"check",
      CommandLine::Action::kCheck,
      "validate configurations without running them:\nrefusals and warnings",
@@ -98,6 +107,13 @@ const Command kCommands[] = {
      "scenario files, or folders searched for scenario.json\nand *.scenario.json",
      "test needs at least one SCENARIO or DIR",
      {kJson, kJunit, kUpdate, kModule, kHelp}},
+    {"replay",
+     CommandLine::Action::kReplay,
+     "play a recording's runs again and compare each with\nwhat it gave on the device",
+     "DIR",
+     "a recording's folder (the \"dir\" of formatv2_record.json)",
+     "replay needs a DIR",
+     {kConfig, kJson, kJunit, kScenario, kModule, kHelp}},
     {"serve",
      CommandLine::Action::kServe,
      "preview a folder's configuration and scenario live in\na browser; prints the URL to open",
@@ -302,6 +318,15 @@ CommandLine ReadCommand(const Command& command, int argc, char* const* args, Com
             case kJunit:
                 o.junit = optarg;
                 break;
+            case kRecord:
+                o.record = optarg;
+                break;
+            case kConfig:
+                o.config = optarg;
+                break;
+            case kScenario:
+                o.scenarioOut = optarg;
+                break;
             case kModule:
                 o.module = optarg;
                 break;
@@ -342,8 +367,9 @@ CommandLine ReadCommand(const Command& command, int argc, char* const* args, Com
     if (o.json && o.sarif) return Refused("--json and --sarif cannot be used together");
     if (line.inputs.empty() && command.missing == nullptr) line.inputs.emplace_back(".");
     if (line.inputs.empty()) return Refused(command.missing);
-    const bool one =
-        line.action == CommandLine::Action::kRun || line.action == CommandLine::Action::kServe;
+    const bool one = line.action == CommandLine::Action::kRun ||
+                     line.action == CommandLine::Action::kServe ||
+                     line.action == CommandLine::Action::kReplay;
     if (one && line.inputs.size() > 1) {
         return Refused("unexpected argument '" + line.inputs[1] + "': " + command.name +
                        " takes one " + command.arguments);
@@ -371,7 +397,7 @@ CommandLine ParseCommandLine(int argc, char* const* argv, const std::string& mod
         if (!shortened.empty()) return Refused(Unknown(shortened, kTopSwitches, nullptr));
         return Printed(c == kHelp ? TopHelp() : "formatv2_preview " + version + "\n");
     }
-    if (optind >= argc) return Refused("a command is missing (run, check, test, serve)");
+    if (optind >= argc) return Refused("a command is missing (run, check, test, replay, serve)");
     const std::string name = args[static_cast<size_t>(optind)];
     if (name == "evaluate" && optind + 1 == argc) {
         // The server's child process, one per preview; not for people (no help of its own).
@@ -387,7 +413,7 @@ CommandLine ParseCommandLine(int argc, char* const* argv, const std::string& mod
         line.options.version = version;
         return ReadCommand(command, argc - optind, args.data() + optind, std::move(line));
     }
-    return Refused("unknown command '" + name + "' (run, check, test, serve)");
+    return Refused("unknown command '" + name + "' (run, check, test, replay, serve)");
 }
 
 namespace {
@@ -413,6 +439,8 @@ int Execute(const CommandLine& line) {
             return FinishOutput(CheckCommand(line.inputs, line.options));
         case CommandLine::Action::kTest:
             return FinishOutput(TestCommand(line.inputs, line.options));
+        case CommandLine::Action::kReplay:
+            return FinishOutput(ReplayCommand(line.inputs.front(), line.options));
         case CommandLine::Action::kServe:
             return ServeCommand(line.inputs.front(), line.options);
         case CommandLine::Action::kEvaluate:

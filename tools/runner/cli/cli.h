@@ -10,7 +10,7 @@
 namespace preview {
 
 struct CommandLine {
-    enum class Action { kRun, kCheck, kTest, kServe, kEvaluate, kPrint, kRefuse };
+    enum class Action { kRun, kCheck, kTest, kReplay, kServe, kEvaluate, kPrint, kRefuse };
     Action action = Action::kRefuse;
     Options options;
     std::vector<std::string> inputs;  // run: its scenario; check: files; test: scenarios, folders

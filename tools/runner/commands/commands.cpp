@@ -18,6 +18,7 @@
 #include "drive/scenario.h"
 #include "drive/session.h"
 #include "log/log.h"
+#include "record/recorder.h"
 #include "render/expect.h"
 #include "render/report.h"
 #include "render/test_report.h"
@@ -44,6 +45,37 @@ bool Start(Session& session, const Scenario& scenario, InitReport& init, const O
     }
     diag.Say(Severity::kError, "formatv2_preview", error);
     return false;
+}
+
+// The settings of the formatv2_record.json at path, with "dir" made absolute from path's
+// folder: the module reads them in a working directory of its own.
+bool RecordSettings(const std::string& path, std::string& out, const Diagnostics& diag) {
+    std::string text;
+    std::string why;
+    formatv2::record::Settings settings;
+    if (!ReadInput(path, text, why) || !formatv2::record::ReadSettings(text, settings, why)) {
+        diag.Say(Severity::kError, DisplayName(path), why);
+        return false;
+    }
+    if (settings.dir[0] != '/') {
+        const size_t slash = path.find_last_of('/');
+        std::string folder = slash == std::string::npos ? "." : path.substr(0, slash);
+        char* real = realpath(folder.c_str(), nullptr);
+        if (real == nullptr) {
+            diag.Say(Severity::kError, DisplayName(path), std::strerror(errno));
+            return false;
+        }
+        settings.dir = std::string(real) + "/" + settings.dir;
+        std::free(real);
+    }
+    JsonPtr json(cJSON_CreateObject());
+    cJSON_AddStringToObject(json.get(), "dir", settings.dir.c_str());
+    cJSON_AddNumberToObject(json.get(), "max_bytes", static_cast<double>(settings.maxBytes));
+    cJSON_AddStringToObject(json.get(), "runs", settings.failedOnly ? "failed" : "all");
+    std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(json.get()),
+                                                         &cJSON_free);
+    out = printed ? printed.get() : "";
+    return true;
 }
 
 bool IsScenarioName(const std::string& name) {
@@ -251,6 +283,11 @@ int RunCommand(const std::string& path, const Options& options) {
         return kExitUsage;
     }
     Session session;
+    if (!options.record.empty()) {
+        std::string settings;
+        if (!RecordSettings(options.record, settings, diag)) return kExitUsage;
+        session.RecordAs(settings);
+    }
     InitReport init;
     if (!Start(session, scenario, init, options, diag)) return kExitUsage;
     Report report({options.json, !options.json && ColourFor(STDOUT_FILENO)});

@@ -1,4 +1,4 @@
-// The runner's three commands over its session, check and report code. Each returns the
+// The runner's commands over its session, check and report code. Each returns the
 // process exit code.
 #pragma once
 
@@ -31,6 +31,9 @@ struct Options {
     std::string listen = "127.0.0.1:8700";  // serve: where
     size_t memoryLimitMiB = 256;            // serve: each preview's address space
     int timeLimitSeconds = 5;               // serve: each preview's wall-clock and CPU time
+    std::string record;                     // run: the formatv2_record.json the module records as
+    std::string config;       // replay: the configuration to replay with, instead of the recorded
+    std::string scenarioOut;  // replay: write the recording as this scenario instead
 };
 
 class Session;
@@ -59,5 +62,8 @@ bool Play(Session& session, const Scenario& scenario, InitReport& init, Report* 
 int RunCommand(const std::string& scenario, const Options& options);
 int CheckCommand(const std::vector<std::string>& files, const Options& options);
 int TestCommand(const std::vector<std::string>& paths, const Options& options);
+// 0: every run the same as recorded (or the scenario written); 1: some differ; 2: the
+// recording cannot be read, or the module cannot be loaded.
+int ReplayCommand(const std::string& dir, const Options& options);
 
 }  // namespace preview

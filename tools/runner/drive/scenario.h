@@ -8,6 +8,10 @@
 #include <utility>
 #include <vector>
 
+namespace formatv2::record {
+struct Run;
+}
+
 namespace preview {
 
 // One published value: an int, float or text, as a single value or a list.
@@ -69,6 +73,9 @@ struct RunSpec {
     std::optional<std::string> paramName;            // set before the run
     std::string paramValue;
     std::optional<Expectation> expect;
+    // A recorded run replayed: its inputs are delivered exactly as recorded, by the source
+    // each subscription names, instead of values; its input frame and image mode as above.
+    const formatv2::record::Run* recorded = nullptr;
 };
 
 struct Scenario {

@@ -22,6 +22,7 @@ using CreateFn = CAbstractUserModule* (*)();
 using DestroyFn = void (*)(void*, CAbstractUserModule*);
 using RecordRunsFn = void (*)(CAbstractUserModule*, int);
 using LastRunFn = const formatv2::RunResult* (*)(const CAbstractUserModule*);
+using NameNextRunFn = void (*)(CAbstractUserModule*, const char*);
 using PrtInitFn = int (*)(int, unsigned int, log_spawn_t);
 using SetCallbackerFn = void (*)(int, log_callbacker_t);
 
@@ -103,12 +104,41 @@ void FillPublisherFrame(CScFrame& frame, const std::string& key, const Value& va
 
 }  // namespace
 
+Value ValueOf(const formatv2::record::Entry& entry) {
+    using formatv2::record::Table;
+    Value v;
+    v.list = formatv2::record::IsList(entry.table);
+    switch (entry.table) {
+        case Table::kInt:
+        case Table::kIntList:
+            v.kind = Value::Kind::kInt;
+            v.ints.assign(entry.ints.begin(), entry.ints.end());
+            break;
+        case Table::kFloat:
+        case Table::kFloatList:
+            v.kind = Value::Kind::kFloat;
+            v.floats = entry.floats;
+            break;
+        case Table::kString:
+        case Table::kStringList:
+            v.kind = Value::Kind::kString;
+            v.texts = entry.texts;
+            break;
+    }
+    return v;
+}
+
+size_t ElementCount(const formatv2::record::Entry& entry) {
+    return entry.ints.size() + entry.floats.size() + entry.texts.size();
+}
+
 struct Session::Library {
     void* handle = nullptr;
     CreateFn create = nullptr;
     DestroyFn destroy = nullptr;
     RecordRunsFn recordRuns = nullptr;  // null, as lastRun, for a module that cannot tell
     LastRunFn lastRun = nullptr;
+    NameNextRunFn nameNextRun = nullptr;  // null for a module that cannot record
     ~Library() {
         // The host's records still hold output frames, and the module made objects inside
         // them: they must go while the module's code is still loaded.
@@ -123,6 +153,7 @@ Session::~Session() {
     if (m_module != nullptr) m_library->destroy(nullptr, m_module);
     if (!m_workDir.empty()) {
         unlink((m_workDir + "/" + kConfigFileName).c_str());
+        unlink((m_workDir + "/" + formatv2::record::kSettingsFileName).c_str());
         rmdir(m_workDir.c_str());
     }
 }
@@ -145,6 +176,7 @@ bool Session::Open(const std::string& library, std::string& error) {
     }
     lib->recordRuns = reinterpret_cast<RecordRunsFn>(dlsym(lib->handle, "FormatV2RecordRuns"));
     lib->lastRun = reinterpret_cast<LastRunFn>(dlsym(lib->handle, "FormatV2LastRun"));
+    lib->nameNextRun = reinterpret_cast<NameNextRunFn>(dlsym(lib->handle, "FormatV2NameNextRun"));
     prtInit(0, 0, nullptr);
     setCallbacker(LOG_LEVEL_INFO, CollectLine);
     m_library = std::move(lib);
@@ -191,6 +223,14 @@ bool Session::Init(const Scenario& scenario, InitReport& report, std::string& er
         error = "cannot write " + m_workDir + "/" + kConfigFileName;
         return false;
     }
+    if (!m_recordSettings.empty()) {
+        const std::string path = m_workDir + "/" + formatv2::record::kSettingsFileName;
+        std::ofstream out(path, std::ios::binary | std::ios::trunc);
+        if (!(out << m_recordSettings)) {
+            error = "cannot write " + path;
+            return false;
+        }
+    }
 
     // Each session starts from a host that has seen nothing: no parameters, no result calls.
     standin::Reset();
@@ -228,8 +268,39 @@ void Session::SetParam(const RunSpec& plan, RunReport& report) {
 // Every publisher named by a subscription has a frame; each of its outputs is stored under
 // the output's name, and input N is wired to entry N's publisher and output. False (with
 // error) for a value that no subscription of an accepted configuration reads.
+void Session::WireRecorded(const formatv2::record::Run& run, standin::InputHandle& input) {
+    using formatv2::record::Delivery;
+    using formatv2::record::Read;
+    for (const DYNAMIC_SUBSCRIBE_PARAM& entry : m_tables.subscriptions) {
+        const std::string source = std::string(entry.pub.algo_name) + ":" + entry.pub.param_name;
+        const auto d = std::find_if(run.inputs.begin(), run.inputs.end(),
+                                    [&](const Delivery& r) { return r.source == source; });
+        // Not recorded, not delivered or not resolved: the input stays unbound, and every
+        // host call for it fails.
+        const bool delivered =
+            d != run.inputs.end() && (d->read == Read::kMap ? d->result != 0 : d->result == 0);
+        if (!delivered) continue;
+        std::shared_ptr<CScFrame> frame;
+        if (d->read != Read::kMap || d->frame) {
+            frame = std::make_shared<CScFrame>();
+            for (const formatv2::record::Entry& e : d->entries)
+                FillPublisherFrame(*frame, entry.pub.param_name, ValueOf(e));
+        }
+        input.Bind(entry.sub.param_name, frame, entry.pub.param_name);
+        const size_t length = d->entries.empty() ? 0 : ElementCount(d->entries[0]);
+        if (d->read != Read::kMap && static_cast<size_t>(d->count) != length)
+            input.countOverride[entry.sub.param_name] = d->count;
+    }
+    input.frame = run.inputFrame ? std::make_shared<CScFrame>() : nullptr;
+    if (run.inputFrame && run.imgModeSet) input.frame->IntTable[kEntryImgMode] = run.imgMode;
+}
+
 bool Session::Wire(const RunSpec& plan, standin::InputHandle& input, RunReport& report,
                    std::string& error) {
+    if (plan.recorded != nullptr) {
+        WireRecorded(*plan.recorded, input);
+        return true;
+    }
     std::map<std::string, std::shared_ptr<CScFrame>> publishers;
     std::vector<std::string> names;  // "publisher:output" of every subscription
     for (const DYNAMIC_SUBSCRIBE_PARAM& entry : m_tables.subscriptions) {
@@ -258,7 +329,7 @@ bool Session::Wire(const RunSpec& plan, standin::InputHandle& input, RunReport& 
 }
 
 // What the run left in its output frame and in the host's result manager.
-void Session::Collect(CScFrame& out, size_t callsBefore, RunReport& report) const {
+void Session::Collect(CScFrame& out, RunReport& report) const {
     auto text = out.StringTable.find(kEntryStatusText);
     report.verdict = text != out.StringTable.end() ? text->second : "";
     if (auto cn = out.StringTable.find(kEntryTextCn); cn != out.StringTable.end()) {
@@ -278,9 +349,7 @@ void Session::Collect(CScFrame& out, size_t callsBefore, RunReport& report) cons
     if (auto* pubs = out.getData<DynamicPubRecords>(kDynamicPubKey, false)) {
         report.dynamicPub.assign(pubs->begin(), pubs->end());
     }
-    const auto& calls = standin::ResultCalls();
-    report.resultCalls.assign(calls.begin() + static_cast<std::ptrdiff_t>(callsBefore),
-                              calls.end());
+    report.resultCalls = standin::TakeResultCalls();
     for (auto& call : report.resultCalls) call.frame.reset();
 }
 
@@ -288,7 +357,7 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
     const auto start = std::chrono::steady_clock::now();
     report.name = plan.name;
     LogCapture capture(report.log);
-    const size_t callsBefore = standin::ResultCalls().size();
+    standin::TakeResultCalls();  // the calls of earlier runs and of the reads are theirs
     if (plan.newConfig && !WriteConfig(plan.newConfig->text)) {
         error = "cannot write the replaced configuration";
         return false;
@@ -297,8 +366,10 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
     standin::InputHandle input;
     if (!Wire(plan, input, report, error)) return false;
     standin::OutputHandle output;
+    if (!m_recordSettings.empty() && m_library->nameNextRun != nullptr)
+        m_library->nameNextRun(m_module, plan.name.c_str());
     report.status = m_module->Process(input.handle(), output.handle());
-    Collect(*output.frame, callsBefore, report);
+    Collect(*output.frame, report);
     if (m_library->lastRun != nullptr) {
         if (const formatv2::RunResult* told = m_library->lastRun(m_module)) report.result = *told;
     }

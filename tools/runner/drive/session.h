@@ -15,6 +15,7 @@
 #include "host/host_types.h"
 #include "host/standin/standin.h"
 #include "publish/dynamic_pub.h"
+#include "record/record.h"
 
 class CAbstractUserModule;
 
@@ -79,6 +80,9 @@ class Session {
     bool Open(const std::string& library, std::string& error);
     // Creates the module in a fresh working directory holding configText, and initialises it.
     bool Init(const Scenario& scenario, InitReport& report, std::string& error);
+    // Before Init: the module records its runs as the settings text of a formatv2_record.json
+    // asks, the file placed in its working directory as on a device.
+    void RecordAs(std::string settings) { m_recordSettings = std::move(settings); }
     // One run; false (with error) when the scenario names a value that no subscription of an
     // accepted configuration reads.
     bool Run(const RunSpec& plan, RunReport& report, std::string& error);
@@ -91,14 +95,20 @@ class Session {
     Tables m_tables;
     std::vector<std::string> m_outputNames;  // RunReport::outputNames
     bool m_accepted = false;                 // whether the configuration in force was accepted
+    std::string m_recordSettings;            // formatv2_record.json's text; "" for none
 
     Tables ReadTables();
     bool WriteConfig(const std::string& text);
     void SetParam(const RunSpec& plan, RunReport& report);
     bool Wire(const RunSpec& plan, standin::InputHandle& input, RunReport& report,
               std::string& error);
-    void Collect(CScFrame& out, size_t callsBefore, RunReport& report) const;
+    void WireRecorded(const formatv2::record::Run& run, standin::InputHandle& input);
+    void Collect(CScFrame& out, RunReport& report) const;
 };
+
+// A recorded table entry as a scenario value, and its number of elements.
+Value ValueOf(const formatv2::record::Entry& entry);
+size_t ElementCount(const formatv2::record::Entry& entry);
 
 // A status in words.
 std::string StatusMeaning(int status);

@@ -62,6 +62,36 @@ cJSON* Copy(const JsonPtr& json) {
 
 }  // namespace
 
+cJSON* FindingJson(const Outcome& o, const Finding& f) {
+    cJSON* m = cJSON_CreateObject();
+    cJSON_AddItemToObject(m, "run", f.run >= 0 ? cJSON_CreateNumber(f.run) : cJSON_CreateNull());
+    cJSON_AddStringToObject(m, "name", f.run >= 0 ? o.runs[f.run].name.c_str() : "");
+    cJSON_AddStringToObject(m, "what", f.mismatch.what.c_str());
+    cJSON_AddItemToObject(m, "expected", Copy(f.mismatch.expectedJson));
+    cJSON_AddItemToObject(m, "actual", Copy(f.mismatch.actualJson));
+    if (!f.mismatch.note.empty()) cJSON_AddStringToObject(m, "note", f.mismatch.note.c_str());
+    const Why why = WhyOf(o, f.run);
+    cJSON_AddNumberToObject(m, "run_status", why.status);
+    cJSON_AddStringToObject(m, "run_status_hex", Hex(why.status).c_str());
+    cJSON_AddStringToObject(m, "run_status_meaning", StatusMeaning(why.status).c_str());
+    cJSON_AddItemToObject(
+        m, "first_error",
+        why.firstError ? cJSON_CreateString(why.firstError->c_str()) : cJSON_CreateNull());
+    if (const auto& d = f.mismatch.difference) {
+        cJSON* diff = cJSON_AddObjectToObject(m, "difference");
+        cJSON_AddItemToObject(
+            diff, "element",
+            d->element ? cJSON_CreateNumber(double(*d->element)) : cJSON_CreateNull());
+        cJSON_AddNumberToObject(diff, "offset", static_cast<double>(d->offset));
+        cJSON_AddItemToObject(diff, "expected",
+                              d->expected ? cJSON_CreateNumber(*d->expected) : cJSON_CreateNull());
+        cJSON_AddItemToObject(diff, "actual",
+                              d->actual ? cJSON_CreateNumber(*d->actual) : cJSON_CreateNull());
+        cJSON_AddStringToObject(diff, "text", DifferenceText(*d).c_str());
+    }
+    return m;
+}
+
 cJSON* OutcomeJson(const Outcome& o) {
     cJSON* entry = cJSON_CreateObject();
     cJSON_AddStringToObject(entry, "file", o.file.c_str());
@@ -74,37 +104,7 @@ cJSON* OutcomeJson(const Outcome& o) {
     cJSON_AddNumberToObject(entry, "runs", static_cast<double>(o.runs.size()));
     cJSON_AddNumberToObject(entry, "checks", static_cast<double>(o.checks));
     cJSON* mismatches = cJSON_AddArrayToObject(entry, "mismatches");
-    for (const Finding& f : o.found) {
-        cJSON* m = cJSON_CreateObject();
-        cJSON_AddItemToObject(m, "run",
-                              f.run >= 0 ? cJSON_CreateNumber(f.run) : cJSON_CreateNull());
-        cJSON_AddStringToObject(m, "name", f.run >= 0 ? o.runs[f.run].name.c_str() : "");
-        cJSON_AddStringToObject(m, "what", f.mismatch.what.c_str());
-        cJSON_AddItemToObject(m, "expected", Copy(f.mismatch.expectedJson));
-        cJSON_AddItemToObject(m, "actual", Copy(f.mismatch.actualJson));
-        if (!f.mismatch.note.empty()) cJSON_AddStringToObject(m, "note", f.mismatch.note.c_str());
-        const Why why = WhyOf(o, f.run);
-        cJSON_AddNumberToObject(m, "run_status", why.status);
-        cJSON_AddStringToObject(m, "run_status_hex", Hex(why.status).c_str());
-        cJSON_AddStringToObject(m, "run_status_meaning", StatusMeaning(why.status).c_str());
-        cJSON_AddItemToObject(
-            m, "first_error",
-            why.firstError ? cJSON_CreateString(why.firstError->c_str()) : cJSON_CreateNull());
-        if (const auto& d = f.mismatch.difference) {
-            cJSON* diff = cJSON_AddObjectToObject(m, "difference");
-            cJSON_AddItemToObject(
-                diff, "element",
-                d->element ? cJSON_CreateNumber(double(*d->element)) : cJSON_CreateNull());
-            cJSON_AddNumberToObject(diff, "offset", static_cast<double>(d->offset));
-            cJSON_AddItemToObject(
-                diff, "expected",
-                d->expected ? cJSON_CreateNumber(*d->expected) : cJSON_CreateNull());
-            cJSON_AddItemToObject(diff, "actual",
-                                  d->actual ? cJSON_CreateNumber(*d->actual) : cJSON_CreateNull());
-            cJSON_AddStringToObject(diff, "text", DifferenceText(*d).c_str());
-        }
-        cJSON_AddItemToArray(mismatches, m);
-    }
+    for (const Finding& f : o.found) cJSON_AddItemToArray(mismatches, FindingJson(o, f));
     return entry;
 }
 

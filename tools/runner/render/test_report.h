@@ -2,6 +2,7 @@
 // the scenario rewritten with what its runs gave (--update).
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,10 +39,17 @@ struct Outcome {
     bool Holds() const { return !Broken() && found.empty(); }
 };
 
+// One mismatch: {"run", "name", "what", "expected", "actual", "run_status", ...}.
+cJSON* FindingJson(const Outcome& outcome, const Finding& finding);
 // {"file", "ok", "runs", "checks", "mismatches": [...]} or {"file", "ok": false, "error"}.
 cJSON* OutcomeJson(const Outcome& outcome);
 // "FILE: ok (2 runs, 6 checks)" and a line per mismatch.
 void PrintOutcome(const Outcome& outcome, bool colour);
+// A run's "expect" as test --update writes it: what the run gave, with the log texts of old
+// that still hold.
+cJSON* RunExpectation(const RunReport& run, const std::optional<Expectation>& old);
+// A scenario's JSON laid out as test --update writes it, with a line end.
+std::string LaidOut(const cJSON* root);
 // A JUnit XML document: a testsuite per scenario, a testcase per run and one for the first
 // read where there is something to say about it.
 std::string JUnitXml(const std::vector<Outcome>& outcomes);

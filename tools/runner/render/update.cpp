@@ -75,6 +75,8 @@ void AddLog(cJSON* e, const std::optional<Expectation>& old, const std::vector<L
         cJSON_Delete(lines);
 }
 
+}  // namespace
+
 cJSON* RunExpectation(const RunReport& run, const std::optional<Expectation>& old) {
     cJSON* e = cJSON_CreateObject();
     AddStatus(e, run.status);
@@ -98,6 +100,8 @@ cJSON* RunExpectation(const RunReport& run, const std::optional<Expectation>& ol
     return e;
 }
 
+namespace {
+
 void Set(cJSON* object, const char* key, cJSON* value) {
     if (cJSON_GetObjectItemCaseSensitive(object, key) != nullptr) {
         cJSON_ReplaceItemInObjectCaseSensitive(object, key, value);
@@ -107,6 +111,12 @@ void Set(cJSON* object, const char* key, cJSON* value) {
 }
 
 }  // namespace
+
+std::string LaidOut(const cJSON* root) {
+    std::string text;
+    Layout(root, 0, text);
+    return EscapeInvalidUtf8(text, Escape::kJson) + "\n";
+}
 
 bool UpdatedScenario(const Outcome& o, std::string& text, std::string& reason) {
     std::string old;
@@ -135,9 +145,7 @@ bool UpdatedScenario(const Outcome& o, std::string& text, std::string& reason) {
          run = run->next, ++i) {
         Set(run, "expect", RunExpectation(o.runs[i], o.scenario.runs[i].expect));
     }
-    text.clear();
-    Layout(root.get(), 0, text);
-    text = EscapeInvalidUtf8(text, Escape::kJson) + "\n";
+    text = LaidOut(root.get());
     return true;
 }
 

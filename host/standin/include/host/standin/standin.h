@@ -60,6 +60,9 @@ struct ResultCall {
 };
 // A copy of the calls so far, of every module instance, in the order they were made.
 HOST_API std::vector<ResultCall> ResultCalls();
+// The calls so far, which the stand-in then forgets: a driver of many runs keeps each run's
+// own without copying every earlier one.
+HOST_API std::vector<ResultCall> TakeResultCalls();
 HOST_API int UpProcessTimeCalls();
 
 // Entries that CStaticSubPub::GetDynamicPubParam places ahead of the module's own.
