@@ -233,10 +233,11 @@ void Recorder::Write() {
     fd_ = -1;
 }
 
-uint64_t Recorder::WriteBatch(const std::deque<Queued>& batch,
+uint64_t Recorder::WriteBatch(std::deque<Queued>& batch,
                               const std::map<uint64_t, std::string>& configs) {
     uint64_t lost = 0;
-    for (const Queued& run : batch) {
+    for (Queued& run : batch) {
+        Seal(run.record);
         auto config = configs.find(run.configHash);
         const bool needsConfig = config != configs.end() && !fileConfigs_.count(run.configHash);
         uint64_t size = run.record.size() + (needsConfig ? config->second.size() : 0);

@@ -29,9 +29,19 @@ RecordedRun SampleRun(uint64_t index, size_t textBytes = 8) {
     run.imgModeSet = true;
     run.imgMode = -7;
     const float nan = std::nanf("0x7ab");
-    run.inputs.push_back({"input0", "blob:count", Read::kInts, 0, 3, false,
+    run.inputs.push_back({"input0",
+                          "blob:count",
+                          Read::kInts,
+                          0,
+                          3,
+                          false,
                           {{Table::kIntList, {1, -2, 2147483647}, {}, {}}}});
-    run.inputs.push_back({"input1", "blob:x", Read::kMap, 1, 0, true,
+    run.inputs.push_back({"input1",
+                          "blob:x",
+                          Read::kMap,
+                          1,
+                          0,
+                          true,
                           {{Table::kFloat, {}, {nan}, {}},
                            {Table::kStringList, {}, {}, {std::string("a\0b\xff", 4), ""}}}});
     run.inputs.push_back({"input2", "ocr:lot", Read::kStrings, -536870401, 0, false, {}});
@@ -45,9 +55,9 @@ RecordedRun SampleRun(uint64_t index, size_t textBytes = 8) {
 }
 
 // Bitwise, so that a NaN's payload counts.
-std::string Bytes(const RecordedRun& run) {
+std::string Bytes(const RecordedRun& run, bool sealed = true) {
     std::string out;
-    EncodeRun(run, out);
+    EncodeRun(run, out, sealed);
     return out;
 }
 
@@ -55,7 +65,7 @@ std::string File(const std::vector<RecordedRun>& runs) {
     std::string out;
     EncodeHeader({kFormatVersion, "formatv2 2.0.0", "armhf", 5, 3, 1}, out);
     EncodeConfig(ConfigHash("{}"), "{}", out);
-    for (const RecordedRun& r : runs) EncodeRun(r, out);
+    for (const RecordedRun& r : runs) EncodeRun(r, out, true);
     return out;
 }
 
@@ -99,6 +109,11 @@ TEST(RecordFormat, ARunReadsBackAsWritten) {
     std::string config;
     EncodeConfig(1, "ab", config);
     EXPECT_EQ(config.substr(0, 8), std::string("FV2R\x0f\x00\x00\x00", 8));
+    EXPECT_EQ(Crc32("123456789", 9), 0xCBF43926u);  // CRC-32's check value
+    std::string unsealed = Bytes(runs[0], false);
+    EXPECT_NE(unsealed, Bytes(runs[0]));
+    Seal(unsealed);
+    EXPECT_EQ(unsealed, Bytes(runs[0]));
 }
 
 // Cut at every byte (a power cut mid-write) or with any byte of the last record flipped, a
@@ -165,7 +180,8 @@ TEST(RecordSettings, OnlyAWellFormedFileIsTaken) {
     }
     Settings s;
     std::string why;
-    ASSERT_TRUE(ReadSettings(R"({"dir": "/var/rec", "max_bytes": 65536, "runs": "failed"})", s, why));
+    ASSERT_TRUE(
+        ReadSettings(R"({"dir": "/var/rec", "max_bytes": 65536, "runs": "failed"})", s, why));
     EXPECT_EQ(s.dir, "/var/rec");
     EXPECT_EQ(s.maxBytes, 65536u);
     EXPECT_TRUE(s.failedOnly);
@@ -182,7 +198,7 @@ TEST_F(RecorderOnDisk, TheCapHoldsOnDiskTheOldestRunsGoFirst) {
         recorder.SetConfig(ConfigHash("{}"), "{}");
         for (uint64_t i = 0; i < 2000; ++i) {
             RecordedRun run = SampleRun(i, 100);
-            if (recorder.Submit(run.configHash, Bytes(run))) {
+            if (recorder.Submit(run.configHash, Bytes(run, false))) {
                 accepted.push_back(i);
             } else {
                 ++dropped;
@@ -230,7 +246,7 @@ TEST_F(RecorderOnDisk, AFullCardDropsRunsAndLeavesAReadableRecording) {
             recorder.SetConfig(ConfigHash("{}"), "{}");
             for (uint64_t i = 0; i < 200; ++i) {
                 RecordedRun run = SampleRun(i, 100);
-                refused += recorder.Submit(run.configHash, Bytes(run)) ? 0 : 1;
+                refused += recorder.Submit(run.configHash, Bytes(run, false)) ? 0 : 1;
                 if (i % 20 == 19) recorder.Flush();
             }
             recorder.Flush();

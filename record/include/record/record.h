@@ -94,7 +94,11 @@ uint64_t ConfigHash(const std::string& text);
 // Each appends one framed record to out.
 void EncodeHeader(const Header& header, std::string& out);
 void EncodeConfig(uint64_t hash, const std::string& text, std::string& out);
-void EncodeRun(const Run& run, std::string& out);
+// A run is encoded on the run's thread unsealed by default: its checksum is left for the
+// writer thread to add with Seal.
+void EncodeRun(const Run& run, std::string& out, bool sealed = false);
+// Adds the checksum of every framed record in records.
+void Seal(std::string& records);
 
 // Everything readable in a recording's files, runs in the order they were written.
 struct Recording {

@@ -61,8 +61,7 @@ class Recorder {
     static void* Main(void* self);
     void Write();
     // The writer's side; each gives the number of runs it lost.
-    uint64_t WriteBatch(const std::deque<Queued>& batch,
-                        const std::map<uint64_t, std::string>& configs);
+    uint64_t WriteBatch(std::deque<Queued>& batch, const std::map<uint64_t, std::string>& configs);
     uint64_t FlushChunk();
     bool OpenNext();
     // Removes the oldest files until incoming more bytes fit under the cap.
