@@ -38,8 +38,8 @@ const JsonNode* Nth(const JsonNode* list, int n) {
 
 Resolved Resolve(const JsonNode* root, const Location& at) {
     Resolved r{root, nullptr};
-    if (at.row >= 0) r.object = Nth(Member(root, "SubParamList"), at.row);
-    if (at.element >= 0) r.object = Nth(Member(r.object, "Array"), at.element);
+    if (at.row >= 0) r.object = Nth(Member(root, key::kSubParamList), at.row);
+    if (at.element >= 0) r.object = Nth(Member(r.object, key::kArray), at.element);
     if (r.object == nullptr || r.object->kind != JsonNode::Kind::kObject) return r;
     if (at.member >= 0 && static_cast<size_t>(at.member) < r.object->members.size()) {
         r.member = &r.object->members[static_cast<size_t>(at.member)];
@@ -117,14 +117,15 @@ std::string Shorten(const std::string& text) {
 
 // For an output name used twice: what holds it first, the top level or an earlier row.
 std::string EarlierHolder(const JsonNode* root, int row, const std::string& name) {
-    const JsonNode* top = Member(root, "ParamName");
+    const JsonNode* top = Member(root, key::kParamName);
     if (top != nullptr && top->kind == JsonNode::Kind::kString && top->raw == name) {
-        return "the top-level \"ParamName\" (the joined output)";
+        return std::string("the top-level \"") + key::kParamName + "\" (the joined output)";
     }
     for (int earlier = 0; earlier < row; ++earlier) {
-        const JsonNode* other = Member(Nth(Member(root, "SubParamList"), earlier), "ParamName");
+        const JsonNode* other =
+            Member(Nth(Member(root, key::kSubParamList), earlier), key::kParamName);
         if (other != nullptr && other->kind == JsonNode::Kind::kString && other->raw == name) {
-            return "SubParamList[" + std::to_string(earlier) + "]";
+            return std::string(key::kSubParamList) + "[" + std::to_string(earlier) + "]";
         }
     }
     return "";
@@ -139,7 +140,8 @@ Refusal FromReader(const ConfigRefusal& c, int status, const std::string& text,
     r.at.element = c.element;
     r.at.key = c.key != nullptr ? c.key : "";
     if (c.row >= 0) {
-        const JsonNode* name = Member(Nth(Member(root, "SubParamList"), c.row), "ParamName");
+        const JsonNode* name =
+            Member(Nth(Member(root, key::kSubParamList), c.row), key::kParamName);
         if (name != nullptr && name->kind == JsonNode::Kind::kString) r.at.paramName = name->raw;
     }
     r.rule = c.rule;
@@ -243,12 +245,14 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
     if (out.empty() && status == kStatusTableRefused) {
         Refusal r;
         r.status = status;
-        r.at.key = "SubParamList";
+        r.at.key = key::kSubParamList;
         const bool subs = SubscriptionCount(items) > static_cast<size_t>(kMaxSubscriptions);
         r.rule = subs ? Rule::kTooManySubscriptions : Rule::kTooManyPublications;
         r.message = std::string("the items ") + RuleOf(r.rule).message;
         r.fix = RuleOf(r.rule).fix;
-        if (const JsonNode* list = Member(root, "SubParamList")) r.place = lines.At(list->keyBegin);
+        if (const JsonNode* list = Member(root, key::kSubParamList)) {
+            r.place = lines.At(list->keyBegin);
+        }
         out.push_back(r);
     }
     if (out.empty()) {
