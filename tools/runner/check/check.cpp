@@ -9,7 +9,6 @@
 
 #include "base/diag.h"
 #include "base/json_scan.h"
-#include "check/lint.h"
 #include "config/config_read.h"
 #include "render/report.h"
 
@@ -305,21 +304,23 @@ Verdict Examine(int status, const std::string& text) {
         std::vector<DataSection> items;
         const int readerStatus = ReadWithRunnersReader(text, ignored, items);
         if (readerStatus != 0) {
-            v.warnings.push_back({Location{}, Rule::kVerdictsDiffer, 0,
-                                  "the loaded module accepts the configuration, while this "
-                                  "runner's own reader refuses it with " +
-                                      StatusText(readerStatus) +
-                                      ": the module is another build than the runner (see "
-                                      "--module)",
-                                  RuleOf(Rule::kVerdictsDiffer).fix, Place{}});
+            v.warnings.push_back({{Location{}, Rule::kVerdictsDiffer, 0,
+                                   "the loaded module accepts the configuration, while this "
+                                   "runner's own reader refuses it with " +
+                                       StatusText(readerStatus) +
+                                       ": the module is another build than the runner (see "
+                                       "--module)",
+                                   RuleOf(Rule::kVerdictsDiffer).fix},
+                                  Place{}});
         }
     }
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     for (const JsonIssue& issue : scan.loose) {
         v.warnings.push_back(
-            {Location{}, issue.rule, 0, issue.message, issue.fix, lines.At(issue.offset)});
+            {{Location{}, issue.rule, 0, issue.message, issue.fix}, lines.At(issue.offset)});
     }
-    for (Warning w : Lint(text)) {
+    for (const formatv2::Finding& finding : formatv2::Lint(text, &CAlgoUtils::ParseSubscribeItem)) {
+        Warning w{finding, Place{}};
         const Resolved at = Resolve(root, w.at);
         if (at.member != nullptr) {
             w.place = lines.At(AtKey(w.rule) ? at.member->keyBegin : at.member->begin);
@@ -386,7 +387,7 @@ void Tell(const Diagnostics& diag, const std::string& name, const std::string& t
             fix = r->fix;
         } else {
             diag.Say(Fails(*item.warning) ? Severity::kError : Severity::kWarning,
-                     At(name, *item.place), WarningText(*item.warning));
+                     At(name, *item.place), FindingText(*item.warning));
             fix = item.warning->fix;
         }
         // Problems at one place share one excerpt, shown after the last of them.
@@ -508,7 +509,7 @@ cJSON* SarifJson(const std::vector<SarifFile>& files, const std::string& version
         for (const Warning& w : f.verdict->warnings) {
             cJSON_AddItemToArray(results,
                                  SarifResult(f.name, w.rule, Fails(w) ? "error" : "warning",
-                                             WithFix(WarningText(w), w.fix), w.place));
+                                             WithFix(FindingText(w), w.fix), w.place));
         }
     }
     return root;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/wording.h"
 #include "contract/run_result.h"
 #include "drive/scenario.h"
 #include "drive/told.h"
@@ -101,6 +102,6 @@ class Session {
 };
 
 // A status in words.
-std::string StatusMeaning(int status);
+using formatv2::StatusMeaning;
 
 }  // namespace preview

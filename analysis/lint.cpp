@@ -1,30 +1,28 @@
-#include "check/lint.h"
+#include "analysis/lint.h"
 
 #include <cjson/cJSON.h>
+#include <strings.h>
 
-#include <cctype>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <memory>
 
+#include "analysis/wording.h"
 #include "assembly/assembly.h"
-#include "base/diag.h"
-#include "config/config_read.h"
 #include "config/element_kind.h"
 #include "config/item_model.h"
 #include "contract/contract.h"
+#include "contract/messages.h"
 #include "format/formatter.h"
 #include "host/algo.h"
 #include "publish/publish.h"
-#include "render/report.h"
 
-namespace preview {
+namespace formatv2 {
 namespace {
 
 // A module log message's text as its line shows it, without the line end.
-std::string ModuleMessage(formatv2::Msg id) {
-    std::string text = formatv2::MessageOf(id).text;
+std::string ModuleMessage(Msg id) {
+    std::string text = MessageOf(id).text;
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
     return text;
 }
@@ -47,19 +45,21 @@ int Number(const cJSON* object, const char* key) {
 std::string FixedText(FORMAT_V2_DATA_TYPE kind, const std::string& subParamStr) {
     DataSection item;
     item.SubParamStr = subParamStr;
-    if (kind == FORMAT_V2_DATA_SYMBOL) formatv2::AssembleSymbolData(item);
-    if (kind == FORMAT_V2_DATA_CUSTOM) formatv2::AssembleCustomData(item);
+    if (kind == FORMAT_V2_DATA_SYMBOL) AssembleSymbolData(item);
+    if (kind == FORMAT_V2_DATA_CUSTOM) AssembleCustomData(item);
     return item.Value.Held<StringList>().front();
 }
 
 class Linter {
   public:
-    std::vector<Warning> out;
+    explicit Linter(SubscriptionParser parse) : m_parse(parse) {}
+
+    std::vector<Finding> out;
 
     // fix: "" for the rule's own.
     void Add(const Location& at, Rule rule, std::string message, std::string fix = "") {
         if (fix.empty()) fix = RuleOf(rule).fix;
-        out.push_back({at, rule, 0, std::move(message), std::move(fix), Place{}});
+        out.push_back({at, rule, 0, std::move(message), std::move(fix)});
     }
 
     // A finding that fails every run with status.
@@ -259,7 +259,7 @@ class Linter {
             LiteralEscape(field, Text(e, key::kSeparator));
             CAlgoUtils::SubParam sub;
             field.key = key::kSubParamStr;
-            if (CAlgoUtils::ParseSubscribeItem(Text(e, key::kSubParamStr), sub) != 0) continue;
+            if (m_parse(Text(e, key::kSubParamStr), sub) != 0) continue;
             Conversion(field, sub.type, true);
             if (ElementKindOf(sub.type) != ElementKind::kNone) Format(field, sub.type);
             if (sub.index != "*") {
@@ -273,7 +273,7 @@ class Linter {
     void Subscribed(Location key, const std::string& text, bool textOut) {
         key.key = key::kSubParamStr;
         CAlgoUtils::SubParam sub;
-        if (CAlgoUtils::ParseSubscribeItem(text, sub) != 0) return;
+        if (m_parse(text, sub) != 0) return;
         Conversion(key, sub.type, false);
         Index(key, sub.index);
         const ElementKind valueType = ElementKindOf(sub.type);
@@ -292,8 +292,7 @@ class Linter {
             const char* what = kind == FORMAT_V2_DATA_ARRAY    ? "the laid-out text of the array"
                                : kind == FORMAT_V2_DATA_CUSTOM ? "the custom text"
                                                                : "the line break";
-            if (kind != FORMAT_V2_DATA_ARRAY &&
-                !formatv2::TextConverts(FixedText(kind, text), convert)) {
+            if (kind != FORMAT_V2_DATA_ARRAY && !TextConverts(FixedText(kind, text), convert)) {
                 Doomed(key, Rule::kTextNotNumber, kStatusNotConvertible,
                        std::string(what) + " goes through " + (convert == 1 ? "stoi" : "stof") +
                            " and does not start with a number");
@@ -338,7 +337,7 @@ class Linter {
         } else if (start >= 0) {
             return;
         }
-        if (formatv2::TruncateText(probe, start, length) && !probe.empty()) return;
+        if (TruncateText(probe, start, length) && !probe.empty()) return;
         key.key = start < 0 || (fixedText && length > 0) ? key::kStrTruncStart : key::kStrTruncLen;
         Add(key, Rule::kTruncationEmpty,
             Quote(key::kStrTruncStart) + " " + std::to_string(start) + " with " +
@@ -388,6 +387,9 @@ class Linter {
             LiteralEscape(key, Text(row, setting));
         }
     }
+
+  private:
+    SubscriptionParser m_parse;
 };
 
 }  // namespace
@@ -407,14 +409,15 @@ std::string Where(const Location& at) {
     return out;
 }
 
-std::string WarningText(const Warning& w) {
+std::string FindingText(const Finding& w) {
     const std::string where = Where(w.at);
     return (where.empty() ? "" : where + ": ") + w.message + " [" + RuleOf(w.rule).id + "]";
 }
 
-std::vector<Warning> Lint(const std::string& configText) {
-    Linter lint;
-    JsonPtr root(cJSON_Parse(configText.c_str()));
+std::vector<Finding> Lint(const std::string& configText, SubscriptionParser parse) {
+    Linter lint(parse);
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_Parse(configText.c_str()),
+                                                               &cJSON_Delete);
     if (!root || !cJSON_IsObject(root.get())) return lint.out;
     lint.Keys(root.get(), Location{}, kTopKeys, std::size(kTopKeys));
     if (Number(root.get(), key::kStrConcateEnable) != 0) {
@@ -436,4 +439,4 @@ std::vector<Warning> Lint(const std::string& configText) {
     return lint.out;
 }
 
-}  // namespace preview
+}  // namespace formatv2
