@@ -14,6 +14,8 @@
 const std::string EscapedCrLf = "\\r\\n";
 const std::string EscapedCr = "\\r";
 
+namespace key = formatv2::key;
+
 namespace {
 
 struct JsonDeleter {
@@ -79,19 +81,19 @@ int ConfigReader::Parse(const char* text, const ConfigTarget& target) {
         if (failed) refused = true;
         return failed && Stop({rule, 0, -1, -1, key, 0, 0});
     };
-    if (top(Fill(root.get(), "ModuleName", target.ModuleName, "null") != 0, "ModuleName",
+    if (top(Fill(root.get(), key::kModuleName, target.ModuleName, "null") != 0, key::kModuleName,
             formatv2::Rule::kNotAText) ||
-        top(Fill(root.get(), "StrConcateEnable", target.StrConcateEnable, 0) != 0,
-            "StrConcateEnable", formatv2::Rule::kNotANumber) ||
-        top(Fill(root.get(), "ParamName", target.ParamName, "null") != 0, "ParamName",
+        top(Fill(root.get(), key::kStrConcateEnable, target.StrConcateEnable, 0) != 0,
+            key::kStrConcateEnable, formatv2::Rule::kNotANumber) ||
+        top(Fill(root.get(), key::kParamName, target.ParamName, "null") != 0, key::kParamName,
             formatv2::Rule::kNotAText)) {
         return kStatusConfigRefused;
     }
 
-    cJSON* list = cJSON_GetObjectItem(root.get(), "SubParamList");
+    cJSON* list = cJSON_GetObjectItem(root.get(), key::kSubParamList);
     if (list == nullptr || !cJSON_IsArray(list)) {
         m_log.Say<formatv2::Msg::kNoSubParamList>();
-        Stop({formatv2::Rule::kNotAList, 0, -1, -1, "SubParamList", 0, 0});
+        Stop({formatv2::Rule::kNotAList, 0, -1, -1, key::kSubParamList, 0, 0});
         return kStatusConfigRefused;
     }
 
@@ -109,17 +111,17 @@ int ConfigReader::Elements(cJSON* array, int row, DataSection& item) {
     for (cJSON* element = array->child; element != nullptr; element = element->next) {
         const int at = position++;
         DataField field;
-        const bool noText = Fill(element, "SubParamStr", field.SubParamStr, kNull) != 0;
+        const bool noText = Fill(element, key::kSubParamStr, field.SubParamStr, kNull) != 0;
         if (noText && StopRow(kRowElementSubParamStr, row, at)) return kRowElementSubParamStr;
-        if (Fill(element, "Separator", field.Separator, kNull) != 0 &&
+        if (Fill(element, key::kSeparator, field.Separator, kNull) != 0 &&
             StopRow(kRowElementSeparator, row, at)) {
             return kRowElementSeparator;
         }
-        if (Fill(element, "ShowValue_CN", field.ShowValue_CN, kNull) != 0 &&
+        if (Fill(element, key::kShowValueCn, field.ShowValue_CN, kNull) != 0 &&
             StopRow(kRowElementShowValueCn, row, at)) {
             return kRowElementShowValueCn;
         }
-        if (Fill(element, "ShowValue_EN", field.ShowValue_EN, kNull) != 0 &&
+        if (Fill(element, key::kShowValueEn, field.ShowValue_EN, kNull) != 0 &&
             StopRow(kRowElementShowValueEn, row, at)) {
             return kRowElementShowValueEn;
         }
@@ -138,9 +140,9 @@ int ConfigReader::Elements(cJSON* array, int row, DataSection& item) {
 int ConfigReader::Single(cJSON* row, int position, DataSection& item) {
     const std::string kNull = "null";
     int customEdit = 0;
-    const bool noText = Fill(row, "SubParamStr", item.SubParamStr, kNull) != 0;
+    const bool noText = Fill(row, key::kSubParamStr, item.SubParamStr, kNull) != 0;
     if (noText && StopRow(kRowSubParamStr, position, -1)) return kRowSubParamStr;
-    const bool noKind = Fill(row, "IsCustomEdit", customEdit, 0) != 0;
+    const bool noKind = Fill(row, key::kIsCustomEdit, customEdit, 0) != 0;
     if (noKind && StopRow(kRowIsCustomEdit, position, -1)) return kRowIsCustomEdit;
     if (noKind) {
         // The kind is not known: nothing more to check before the labels.
@@ -162,11 +164,11 @@ int ConfigReader::Single(cJSON* row, int position, DataSection& item) {
         m_log.Say<formatv2::Msg::kCustomEditValue>(customEdit);
         if (StopRow(kRowCustomEditValue, position, -1)) return kRowCustomEditValue;
     }
-    if (Fill(row, "ShowValue_CN", item.ShowValue_CN, kNull) != 0 &&
+    if (Fill(row, key::kShowValueCn, item.ShowValue_CN, kNull) != 0 &&
         StopRow(kRowShowValueCn, position, -1)) {
         return kRowShowValueCn;
     }
-    if (Fill(row, "ShowValue_EN", item.ShowValue_EN, kNull) != 0 &&
+    if (Fill(row, key::kShowValueEn, item.ShowValue_EN, kNull) != 0 &&
         StopRow(kRowShowValueEn, position, -1)) {
         return kRowShowValueEn;
     }
@@ -177,7 +179,7 @@ int ConfigReader::Single(cJSON* row, int position, DataSection& item) {
 int ConfigReader::Named(cJSON* row, int position, DataSection& item, const ConfigTarget& target,
                         std::set<std::string>& names) {
     const std::string kNull = "null";
-    const bool noName = Fill(row, "ParamName", item.ParamName, kNull) != 0;
+    const bool noName = Fill(row, key::kParamName, item.ParamName, kNull) != 0;
     if (noName && StopRow(kRowParamName, position, -1)) return kRowParamName;
     // Item names are output names: unique, and distinct from the joined output's name.
     if (!noName && (item.ParamName == target.ParamName || !names.insert(item.ParamName).second) &&
@@ -186,7 +188,7 @@ int ConfigReader::Named(cJSON* row, int position, DataSection& item, const Confi
     }
 
     int convertType = 0;
-    const bool noType = Fill(row, "ConvertType", convertType, 0) != 0;
+    const bool noType = Fill(row, key::kConvertType, convertType, 0) != 0;
     if (noType && StopRow(kRowConvertType, position, -1)) return kRowConvertType;
     if (noType) {
         // No type to check.
@@ -230,7 +232,7 @@ int ConfigReader::ParseList(cJSON* list, const ConfigTarget& target) {
     int position = 0;
     for (cJSON* row = list->child; row != nullptr; row = row->next, ++position) {
         DataSection item;
-        cJSON* array = cJSON_GetObjectItem(row, "Array");
+        cJSON* array = cJSON_GetObjectItem(row, key::kArray);
         int ret = 0;
         if (array != nullptr && cJSON_IsArray(array)) {
             item.DataType = FORMAT_V2_DATA_ARRAY;

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Line and branch coverage of the module's folders under the ordinary test suite (which also
-# replays the committed fuzz seeds and regression inputs), plus a replay of the working
-# corpora that long fuzz runs grew (build/fuzz/corpus/<target>, scripts/fuzz.sh -k), when
-# present. Builds the "coverage" preset (gcc --coverage, -O0) in build/coverage.
+# Line and branch coverage of the module's folders and the lint's (analysis/) under the ordinary
+# test suite (which also replays the committed fuzz seeds and regression inputs), plus a replay
+# of the working corpora that long fuzz runs grew (build/fuzz/corpus/<target>, scripts/fuzz.sh
+# -k), when present. Builds the "coverage" preset (gcc --coverage, -O0) in build/coverage.
 #
 # Two branch figures per folder: all branches gcov counts, and those left when the branches
 # that only exception handling adds and those the compiler marks unreachable are excluded
@@ -23,7 +23,7 @@ for target in config format runs; do
   fi
 done
 
-folders=(contract config format publish assembly formatv2 log)
+folders=(contract config format publish assembly analysis formatv2 log)
 filter="^($(IFS='|'; echo "${folders[*]}"))/"
 common=(--root . --object-directory build/coverage --filter "${filter}"
         --exclude-directories '.*/CMakeFiles/[0-9.]+')

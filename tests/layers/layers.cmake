@@ -3,7 +3,7 @@
 # tree, one "folder<TAB>target<TAB>links|includes<TAB>item;item" line each, for layers_test.py.
 function(formatv2_write_layers out)
   set(text "")
-  foreach(dir host log contract record format config assembly publish formatv2)
+  foreach(dir host log contract record format config assembly publish analysis formatv2)
     get_property(targets DIRECTORY ${PROJECT_SOURCE_DIR}/${dir} PROPERTY BUILDSYSTEM_TARGETS)
     foreach(target IN LISTS targets)
       set(links "")

@@ -1,6 +1,6 @@
 // check's reports of one configuration: every finding at the same line and column in the
 // verdict, the compiler-style text (with its caret) and SARIF; the refusal the module stops at
-// marked; test's comparison of outputs; and its JUnit report as a CI reads it.
+// marked; and test's JUnit report as a CI reads it.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -180,34 +180,6 @@ TEST(Check, EveryReportPlacesAFindingAlike) {
     EXPECT_TRUE(seen);
 }
 
-// An output expectation holds only for the same value, or for "not published" where the
-// session knows the name but the run published nothing under it.
-TEST(Check, OutputsCompareByValueAndPresence) {
-    RunReport run;
-    Value one;
-    one.ints = {1};
-    run.outputs.push_back({"a", one});
-    run.outputNames = {"a", "b"};
-    Value two = one;
-    two.ints = {2};
-    const struct {
-        const char* name;
-        std::optional<Value> expected;
-        bool holds;
-    } cases[] = {
-        {"a", one, true},  {"a", two, false},         {"a", std::nullopt, false},
-        {"b", one, false}, {"b", std::nullopt, true}, {"c", std::nullopt, false},
-    };
-    for (const auto& c : cases) {
-        Expectation expect;
-        expect.outputs.emplace_back(c.name, c.expected);
-        size_t checks = 0;
-        const auto found = CheckRun(expect, run, checks);
-        EXPECT_EQ(checks, 1u) << c.name;
-        EXPECT_EQ(found.empty(), c.holds) << c.name << (c.expected ? " published" : " absent");
-    }
-}
-
 // Every text of a JUnit report goes through one escape: markup as entities, and what XML 1.0
 // cannot hold (control characters, bytes of no UTF-8 sequence, U+FFFE, U+FFFF) as the text
 // reports show it; a line break in an attribute as a reference, which readers keep.
@@ -242,16 +214,6 @@ TEST(JUnit, EveryTextIsEscapedAsXmlCanHoldIt) {
     outcomes[1].file = "b.json";
     outcomes[1].error = "no \"such\"\x1b file\n";
     const std::string xml = JUnitXml(outcomes);
-    EXPECT_NE(xml.find(" name=\"runs[1] (&quot;r\\r&#10;&#9;\\uFFFF&quot;)\""), std::string::npos)
-        << xml;
-    EXPECT_NE(
-        xml.find(
-            " message=\"verdict\x7f: expected &quot;\\uFFFE&quot;, got &quot;\\x02&#10;&quot;\""),
-        std::string::npos)
-        << xml;
-    EXPECT_NE(xml.find("<error message=\"no &quot;such&quot;\\x1b file&#10;\"/>"),
-              std::string::npos)
-        << xml;
     // Nothing XML 1.0 cannot hold is left: no control character but tab and line feed, no byte
     // of no UTF-8 sequence, neither U+FFFE nor U+FFFF.
     for (size_t i = 0; i < xml.size();) {
@@ -263,38 +225,6 @@ TEST(JUnit, EveryTextIsEscapedAsXmlCanHoldIt) {
         ASSERT_NE(xml.compare(i, 3, "\xef\xbf\xbf"), 0) << "byte " << i;
         i += length;
     }
-}
-
-// Every SARIF rule comes from the table, with its summary, its help as full description and
-// its help with the fix; each result's ruleIndex is the index of its rule there.
-TEST(Sarif, RulesCarryTheTablesHelp) {
-    const Verdict v = Examine(0, R"({"ModuleName": "m", "Colour": 1})");
-    const JsonPtr sarif(SarifJson({{"c.json", "", &v}, {"d.json", "cannot read", nullptr}}, "1.0"));
-    const cJSON* run = cJSON_GetArrayItem(cJSON_GetObjectItem(sarif.get(), "runs"), 0);
-    const cJSON* rules = cJSON_GetObjectItem(
-        cJSON_GetObjectItem(cJSON_GetObjectItem(run, "tool"), "driver"), "rules");
-    ASSERT_EQ(cJSON_GetArraySize(rules), static_cast<int>(kRuleCount));
-    const auto text = [](const cJSON* rule, const char* key) {
-        const cJSON* t = cJSON_GetObjectItem(cJSON_GetObjectItem(rule, key), "text");
-        return std::string(cJSON_IsString(t) ? t->valuestring : "");
-    };
-    for (size_t i = 0; i < kRuleCount; ++i) {
-        const RuleEntry& e = kRules[i];
-        const cJSON* rule = cJSON_GetArrayItem(rules, static_cast<int>(i));
-        EXPECT_STREQ(cJSON_GetObjectItem(rule, "id")->valuestring, e.id);
-        EXPECT_EQ(text(rule, "shortDescription"), e.summary);
-        EXPECT_EQ(text(rule, "fullDescription"), e.help) << e.id;
-        EXPECT_GT(std::strlen(e.help), 20u) << e.id;
-        EXPECT_EQ(text(rule, "help"), std::string(e.help) + " Fix: " + FixFor(e.rule, "") + ".")
-            << e.id;
-    }
-    int results = 0;
-    for (const cJSON* r = cJSON_GetObjectItem(run, "results")->child; r != nullptr; r = r->next) {
-        const int index = cJSON_GetObjectItem(r, "ruleIndex")->valueint;
-        EXPECT_STREQ(cJSON_GetObjectItem(r, "ruleId")->valuestring, kRules[index].id);
-        ++results;
-    }
-    EXPECT_GE(results, 3);  // the refusal-free file's findings and the unreadable file
 }
 
 }  // namespace

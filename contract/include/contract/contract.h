@@ -115,13 +115,43 @@ constexpr size_t kRunNameMax = 47;
 constexpr int kMaxFormatWidth = 4096;
 
 // ---- the configuration's keys ----
-// The reader's refusals, row codes and every other finding: contract/findings.h.
+// Each key of "algo_private.json" spelled once: the reader, the lint and the runner name keys
+// by these. The reader's refusals, row codes and every other finding: contract/findings.h.
+namespace formatv2::key {
+inline constexpr const char kModuleName[] = "ModuleName";
+inline constexpr const char kStrConcateEnable[] = "StrConcateEnable";
+inline constexpr const char kParamName[] = "ParamName";
+inline constexpr const char kSubParamList[] = "SubParamList";
+inline constexpr const char kArray[] = "Array";
+inline constexpr const char kSubParamStr[] = "SubParamStr";
+inline constexpr const char kIsCustomEdit[] = "IsCustomEdit";
+inline constexpr const char kShowValueCn[] = "ShowValue_CN";
+inline constexpr const char kShowValueEn[] = "ShowValue_EN";
+inline constexpr const char kConvertType[] = "ConvertType";
+inline constexpr const char kStrTruncEnable[] = "StrTruncEnable";
+inline constexpr const char kStrTruncStart[] = "StrTruncStart";
+inline constexpr const char kStrTruncLen[] = "StrTruncLen";
+inline constexpr const char kStrPrefix[] = "StrPrefix";
+inline constexpr const char kStrSuffix[] = "StrSuffix";
+inline constexpr const char kStrDelete[] = "StrDelete";
+inline constexpr const char kSeparator[] = "Separator";
+}  // namespace formatv2::key
+
 // The top-level keys, in reading order, and the keys of a row and of an array element.
-inline constexpr const char* kTopKeys[] = {"ModuleName", "StrConcateEnable", "ParamName",
-                                           "SubParamList"};
+inline constexpr const char* kTopKeys[] = {formatv2::key::kModuleName,
+                                           formatv2::key::kStrConcateEnable,
+                                           formatv2::key::kParamName, formatv2::key::kSubParamList};
 inline constexpr const char* kRowKeys[] = {
-    "Array",     "SubParamStr", "IsCustomEdit",   "ShowValue_CN",  "ShowValue_EN",
-    "ParamName", "ConvertType", "StrTruncEnable", "StrTruncStart", "StrTruncLen",
-    "StrPrefix", "StrSuffix",   "StrDelete"};
-inline constexpr const char* kElementKeys[] = {"SubParamStr", "Separator", "ShowValue_CN",
-                                               "ShowValue_EN"};
+    formatv2::key::kArray,       formatv2::key::kSubParamStr,    formatv2::key::kIsCustomEdit,
+    formatv2::key::kShowValueCn, formatv2::key::kShowValueEn,    formatv2::key::kParamName,
+    formatv2::key::kConvertType, formatv2::key::kStrTruncEnable, formatv2::key::kStrTruncStart,
+    formatv2::key::kStrTruncLen, formatv2::key::kStrPrefix,      formatv2::key::kStrSuffix,
+    formatv2::key::kStrDelete};
+inline constexpr const char* kElementKeys[] = {
+    formatv2::key::kSubParamStr, formatv2::key::kSeparator, formatv2::key::kShowValueCn,
+    formatv2::key::kShowValueEn};
+// The keys of a row that only a single item reads: a row with "Array" takes its values and
+// labels from its fields.
+inline constexpr const char* kSingleItemKeys[] = {
+    formatv2::key::kSubParamStr, formatv2::key::kIsCustomEdit, formatv2::key::kShowValueCn,
+    formatv2::key::kShowValueEn};

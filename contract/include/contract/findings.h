@@ -250,29 +250,30 @@
 
 // X(name, code, element, key, rule): the row codes of the reader (parseSubParamList), the first
 // rule a row breaks, in reading order. element: a key of an "Array" element, not of the row.
-#define FORMATV2_ROW_CODES(X)                                            \
-    X(ElementSubParamStr, -1, true, "SubParamStr", NotAText)             \
-    X(ElementSeparator, -2, true, "Separator", NotAText)                 \
-    X(ElementShowValueCn, -3, true, "ShowValue_CN", NotAText)            \
-    X(ElementShowValueEn, -4, true, "ShowValue_EN", NotAText)            \
-    X(ElementSubscription, -5, true, "SubParamStr", SubscriptionRefused) \
-    X(SubParamStr, -6, false, "SubParamStr", NotAText)                   \
-    X(IsCustomEdit, -7, false, "IsCustomEdit", NotANumber)               \
-    X(Subscription, -8, false, "SubParamStr", SubscriptionRefused)       \
-    X(CustomEditValue, -9, false, "IsCustomEdit", CustomEditValue)       \
-    X(ShowValueCn, -10, false, "ShowValue_CN", NotAText)                 \
-    X(ShowValueEn, -11, false, "ShowValue_EN", NotAText)                 \
-    X(ParamName, -12, false, "ParamName", NotAText)                      \
-    X(NameNotUnique, -13, false, "ParamName", DuplicateName)             \
-    X(ConvertType, -14, false, "ConvertType", NotANumber)                \
-    X(ConvertTypeValue, -15, false, "ConvertType", ConvertTypeValue)     \
-    X(ConcatNeedsText, -16, false, "ConvertType", ConcatNeedsText)       \
-    X(StrTruncEnable, -17, false, "StrTruncEnable", NotANumber)          \
-    X(StrTruncStart, -18, false, "StrTruncStart", NotANumber)            \
-    X(StrTruncLen, -19, false, "StrTruncLen", NotANumber)                \
-    X(StrPrefix, -20, false, "StrPrefix", NotAText)                      \
-    X(StrSuffix, -21, false, "StrSuffix", NotAText)                      \
-    X(StrDelete, -22, false, "StrDelete", NotAText)
+// key: the key's constant in formatv2::key, without its k.
+#define FORMATV2_ROW_CODES(X)                                          \
+    X(ElementSubParamStr, -1, true, SubParamStr, NotAText)             \
+    X(ElementSeparator, -2, true, Separator, NotAText)                 \
+    X(ElementShowValueCn, -3, true, ShowValueCn, NotAText)             \
+    X(ElementShowValueEn, -4, true, ShowValueEn, NotAText)             \
+    X(ElementSubscription, -5, true, SubParamStr, SubscriptionRefused) \
+    X(SubParamStr, -6, false, SubParamStr, NotAText)                   \
+    X(IsCustomEdit, -7, false, IsCustomEdit, NotANumber)               \
+    X(Subscription, -8, false, SubParamStr, SubscriptionRefused)       \
+    X(CustomEditValue, -9, false, IsCustomEdit, CustomEditValue)       \
+    X(ShowValueCn, -10, false, ShowValueCn, NotAText)                  \
+    X(ShowValueEn, -11, false, ShowValueEn, NotAText)                  \
+    X(ParamName, -12, false, ParamName, NotAText)                      \
+    X(NameNotUnique, -13, false, ParamName, DuplicateName)             \
+    X(ConvertType, -14, false, ConvertType, NotANumber)                \
+    X(ConvertTypeValue, -15, false, ConvertType, ConvertTypeValue)     \
+    X(ConcatNeedsText, -16, false, ConvertType, ConcatNeedsText)       \
+    X(StrTruncEnable, -17, false, StrTruncEnable, NotANumber)          \
+    X(StrTruncStart, -18, false, StrTruncStart, NotANumber)            \
+    X(StrTruncLen, -19, false, StrTruncLen, NotANumber)                \
+    X(StrPrefix, -20, false, StrPrefix, NotAText)                      \
+    X(StrSuffix, -21, false, StrSuffix, NotAText)                      \
+    X(StrDelete, -22, false, StrDelete, NotAText)
 
 namespace formatv2 {
 
@@ -350,8 +351,8 @@ struct RowCodeInfo {
 };
 
 inline constexpr RowCodeInfo kRowCodes[] = {
-#define FORMATV2_ROW_CODE_ENTRY(name, code, element, key, rule) \
-    {kRow##name, element, key, formatv2::Rule::k##rule},
+#define FORMATV2_ROW_CODE_ENTRY(name, code, element, keyName, rule) \
+    {kRow##name, element, formatv2::key::k##keyName, formatv2::Rule::k##rule},
     FORMATV2_ROW_CODES(FORMATV2_ROW_CODE_ENTRY)
 #undef FORMATV2_ROW_CODE_ENTRY
 };

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "analysis/wording.h"
+
 namespace preview {
 
 struct JsonDeleter {
@@ -71,8 +73,7 @@ void WriteOutput(const std::string& text);
 bool FlushOutput(std::string& reason);
 
 // The closest of the candidates to word (letter case ignored, at most two edits), or "".
-std::string ClosestWord(const std::string& word, const std::vector<std::string>& candidates);
-std::string ClosestWord(const std::string& word, const char* const* candidates, size_t count);
+using formatv2::ClosestWord;
 // "; did you mean "close"?" to end a message with, or "" when nothing is close.
 std::string DidYouMean(const std::string& close);
 

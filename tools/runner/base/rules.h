@@ -16,6 +16,8 @@ using formatv2::Level;
 using formatv2::Rule;
 using formatv2::RuleEntry;
 using formatv2::RuleOf;
+// The configuration's keys: key::kSubParamList and the like.
+namespace key = formatv2::key;
 
 // The rule's fix with "{key}" replaced by the key in double quotes, or by "the key" for "".
 std::string FixFor(Rule rule, const std::string& key);

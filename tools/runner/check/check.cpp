@@ -9,7 +9,6 @@
 
 #include "base/diag.h"
 #include "base/json_scan.h"
-#include "check/lint.h"
 #include "config/config_read.h"
 #include "render/report.h"
 
@@ -38,8 +37,8 @@ const JsonNode* Nth(const JsonNode* list, int n) {
 
 Resolved Resolve(const JsonNode* root, const Location& at) {
     Resolved r{root, nullptr};
-    if (at.row >= 0) r.object = Nth(Member(root, "SubParamList"), at.row);
-    if (at.element >= 0) r.object = Nth(Member(r.object, "Array"), at.element);
+    if (at.row >= 0) r.object = Nth(Member(root, key::kSubParamList), at.row);
+    if (at.element >= 0) r.object = Nth(Member(r.object, key::kArray), at.element);
     if (r.object == nullptr || r.object->kind != JsonNode::Kind::kObject) return r;
     if (at.member >= 0 && static_cast<size_t>(at.member) < r.object->members.size()) {
         r.member = &r.object->members[static_cast<size_t>(at.member)];
@@ -117,14 +116,15 @@ std::string Shorten(const std::string& text) {
 
 // For an output name used twice: what holds it first, the top level or an earlier row.
 std::string EarlierHolder(const JsonNode* root, int row, const std::string& name) {
-    const JsonNode* top = Member(root, "ParamName");
+    const JsonNode* top = Member(root, key::kParamName);
     if (top != nullptr && top->kind == JsonNode::Kind::kString && top->raw == name) {
-        return "the top-level \"ParamName\" (the joined output)";
+        return std::string("the top-level \"") + key::kParamName + "\" (the joined output)";
     }
     for (int earlier = 0; earlier < row; ++earlier) {
-        const JsonNode* other = Member(Nth(Member(root, "SubParamList"), earlier), "ParamName");
+        const JsonNode* other =
+            Member(Nth(Member(root, key::kSubParamList), earlier), key::kParamName);
         if (other != nullptr && other->kind == JsonNode::Kind::kString && other->raw == name) {
-            return "SubParamList[" + std::to_string(earlier) + "]";
+            return std::string(key::kSubParamList) + "[" + std::to_string(earlier) + "]";
         }
     }
     return "";
@@ -139,7 +139,8 @@ Refusal FromReader(const ConfigRefusal& c, int status, const std::string& text,
     r.at.element = c.element;
     r.at.key = c.key != nullptr ? c.key : "";
     if (c.row >= 0) {
-        const JsonNode* name = Member(Nth(Member(root, "SubParamList"), c.row), "ParamName");
+        const JsonNode* name =
+            Member(Nth(Member(root, key::kSubParamList), c.row), key::kParamName);
         if (name != nullptr && name->kind == JsonNode::Kind::kString) r.at.paramName = name->raw;
     }
     r.rule = c.rule;
@@ -243,12 +244,14 @@ std::vector<Refusal> Refusals(int status, const std::string& text, const LineInd
     if (out.empty() && status == kStatusTableRefused) {
         Refusal r;
         r.status = status;
-        r.at.key = "SubParamList";
+        r.at.key = key::kSubParamList;
         const bool subs = SubscriptionCount(items) > static_cast<size_t>(kMaxSubscriptions);
         r.rule = subs ? Rule::kTooManySubscriptions : Rule::kTooManyPublications;
         r.message = std::string("the items ") + RuleOf(r.rule).message;
         r.fix = RuleOf(r.rule).fix;
-        if (const JsonNode* list = Member(root, "SubParamList")) r.place = lines.At(list->keyBegin);
+        if (const JsonNode* list = Member(root, key::kSubParamList)) {
+            r.place = lines.At(list->keyBegin);
+        }
         out.push_back(r);
     }
     if (out.empty()) {
@@ -301,21 +304,23 @@ Verdict Examine(int status, const std::string& text) {
         std::vector<DataSection> items;
         const int readerStatus = ReadWithRunnersReader(text, ignored, items);
         if (readerStatus != 0) {
-            v.warnings.push_back({Location{}, Rule::kVerdictsDiffer, 0,
-                                  "the loaded module accepts the configuration, while this "
-                                  "runner's own reader refuses it with " +
-                                      StatusText(readerStatus) +
-                                      ": the module is another build than the runner (see "
-                                      "--module)",
-                                  RuleOf(Rule::kVerdictsDiffer).fix, Place{}});
+            v.warnings.push_back({{Location{}, Rule::kVerdictsDiffer, 0,
+                                   "the loaded module accepts the configuration, while this "
+                                   "runner's own reader refuses it with " +
+                                       StatusText(readerStatus) +
+                                       ": the module is another build than the runner (see "
+                                       "--module)",
+                                   RuleOf(Rule::kVerdictsDiffer).fix},
+                                  Place{}});
         }
     }
     const JsonNode* root = scan.root ? &*scan.root : nullptr;
     for (const JsonIssue& issue : scan.loose) {
         v.warnings.push_back(
-            {Location{}, issue.rule, 0, issue.message, issue.fix, lines.At(issue.offset)});
+            {{Location{}, issue.rule, 0, issue.message, issue.fix}, lines.At(issue.offset)});
     }
-    for (Warning w : Lint(text)) {
+    for (const formatv2::Finding& finding : formatv2::Lint(text, &CAlgoUtils::ParseSubscribeItem)) {
+        Warning w{finding, Place{}};
         const Resolved at = Resolve(root, w.at);
         if (at.member != nullptr) {
             w.place = lines.At(AtKey(w.rule) ? at.member->keyBegin : at.member->begin);
@@ -382,7 +387,7 @@ void Tell(const Diagnostics& diag, const std::string& name, const std::string& t
             fix = r->fix;
         } else {
             diag.Say(Fails(*item.warning) ? Severity::kError : Severity::kWarning,
-                     At(name, *item.place), WarningText(*item.warning));
+                     At(name, *item.place), FindingText(*item.warning));
             fix = item.warning->fix;
         }
         // Problems at one place share one excerpt, shown after the last of them.
@@ -504,7 +509,7 @@ cJSON* SarifJson(const std::vector<SarifFile>& files, const std::string& version
         for (const Warning& w : f.verdict->warnings) {
             cJSON_AddItemToArray(results,
                                  SarifResult(f.name, w.rule, Fails(w) ? "error" : "warning",
-                                             WithFix(WarningText(w), w.fix), w.place));
+                                             WithFix(FindingText(w), w.fix), w.place));
         }
     }
     return root;

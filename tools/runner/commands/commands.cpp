@@ -14,7 +14,6 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "check/check.h"
-#include "check/lint.h"
 #include "drive/scenario.h"
 #include "drive/session.h"
 #include "log/log.h"

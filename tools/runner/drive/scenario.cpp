@@ -13,6 +13,7 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/json_scan.h"
+#include "base/rules.h"
 #include "contract/contract.h"
 #include "drive/texts.h"
 
@@ -296,7 +297,7 @@ ParamDecl ReadParam(const cJSON* p, const std::string& path) {
 
 FileKind KindOfRoot(const cJSON* root) {
     if (!cJSON_IsObject(root)) return FileKind::kNeither;
-    const bool rows = cJSON_GetObjectItem(root, "SubParamList") != nullptr;
+    const bool rows = cJSON_GetObjectItem(root, key::kSubParamList) != nullptr;
     const bool runs = cJSON_GetObjectItemCaseSensitive(root, "runs") != nullptr ||
                       cJSON_GetObjectItemCaseSensitive(root, "config") != nullptr;
     if (rows == runs) return FileKind::kNeither;
@@ -437,9 +438,9 @@ FileKind KindOf(const std::string& text) {
 
 std::string WrongKind(FileKind kind, const std::string& name) {
     if (kind == FileKind::kConfiguration) {
-        return "this is a configuration (it has \"SubParamList\"), not a scenario: run and test "
-               "read a scenario file, whose \"config\" names the configuration; check reads a "
-               "configuration (formatv2_preview check " +
+        return std::string("this is a configuration (it has \"") + key::kSubParamList +
+               "\"), not a scenario: run and test read a scenario file, whose \"config\" names "
+               "the configuration; check reads a configuration (formatv2_preview check " +
                name + ")";
     }
     return "this is a scenario file (it has \"runs\" or \"config\"), not a configuration: "

@@ -378,9 +378,4 @@ bool Session::Run(const RunSpec& plan, RunReport& report, std::string& error) {
     return true;
 }
 
-std::string StatusMeaning(int status) {
-    const char* meaning = StatusMeaningOf(status);
-    return meaning != nullptr ? meaning : "a code of the host";
-}
-
 }  // namespace preview

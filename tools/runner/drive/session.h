@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/wording.h"
 #include "contract/run_result.h"
 #include "drive/scenario.h"
 #include "drive/told.h"
@@ -111,6 +112,6 @@ Value ValueOf(const formatv2::record::Entry& entry);
 size_t ElementCount(const formatv2::record::Entry& entry);
 
 // A status in words.
-std::string StatusMeaning(int status);
+using formatv2::StatusMeaning;
 
 }  // namespace preview

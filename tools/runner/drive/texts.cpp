@@ -28,16 +28,6 @@ std::string StripColour(const std::string& text) {
     return out;
 }
 
-std::string Hex(int status) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(status));
-    return text;
-}
-
-std::string StatusText(int status) {
-    return Hex(status) + " (" + StatusMeaning(status) + ")";
-}
-
 const char* KindName(Value::Kind kind) {
     switch (kind) {
         case Value::Kind::kInt:

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 
+#include "analysis/wording.h"
 #include "drive/scenario.h"
 
 typedef struct cJSON cJSON;
@@ -14,8 +15,8 @@ namespace preview {
 // backslash as \\, and a byte of no well-formed UTF-8 sequence as \xHH.
 std::string Visible(const std::string& text);
 
-std::string Hex(int status);
-std::string StatusText(int status);  // Hex(status), then its meaning in brackets
+using formatv2::Hex;
+using formatv2::StatusText;  // Hex(status), then its meaning in brackets
 const char* KindName(Value::Kind kind);
 std::string ValuesText(const Value& value);  // "[1, 2]", "\"a\"", ...
 // A value as a scenario writes it: {"int": [1, 2]}, {"string": "a"}, ...

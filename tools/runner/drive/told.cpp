@@ -6,6 +6,7 @@
 
 #include "base/diag.h"
 #include "base/json_scan.h"
+#include "base/rules.h"
 #include "config/element_kind.h"
 
 namespace preview {
@@ -38,7 +39,7 @@ const char* OutcomeName(formatv2::RowOutcome outcome) {
 std::string RowPlace(const ConfigSource& config, int row, int field, const char* key) {
     const std::string file = config.embedding ? config.embedding->file : config.name;
     const JsonScan scan = ScanJson(config.text);
-    const JsonNode* node = scan.root ? Member(&*scan.root, "SubParamList") : nullptr;
+    const JsonNode* node = scan.root ? Member(&*scan.root, key::kSubParamList) : nullptr;
     const auto at = [](const JsonNode* list, int k) -> const JsonNode* {
         if (list == nullptr || k < 0 || static_cast<size_t>(k) >= list->members.size()) {
             return nullptr;
@@ -46,7 +47,7 @@ std::string RowPlace(const ConfigSource& config, int row, int field, const char*
         return &list->members[static_cast<size_t>(k)];
     };
     node = at(node, row);
-    if (field >= 0) node = at(node != nullptr ? Member(node, "Array") : nullptr, field);
+    if (field >= 0) node = at(node != nullptr ? Member(node, key::kArray) : nullptr, field);
     const JsonNode* found = node != nullptr ? Member(node, key) : nullptr;
     if (found != nullptr) node = found;
     if (node == nullptr) return file;
@@ -137,21 +138,20 @@ Explanation ExplainRun(const formatv2::RunResult& result, const ConfigSource& co
         Explanation out;
         const std::string label = RowLabel(row, why);
         if (why.step == "convert") {
-            out.where = RowPlace(config, row, -1, "ConvertType");
+            out.where = RowPlace(config, row, -1, key::kConvertType);
             out.message = label + " converts \"" + why.value + "\" to " + why.expected +
                           ", but it does not start with a number";
-            out.fix =
-                "publish the row as a string (\"ConvertType\": 3), or give a value that "
-                "starts with a number";
+            out.fix = std::string("publish the row as a string (\"") + key::kConvertType +
+                      "\": 3), or give a value that starts with a number";
             return out;
         }
         if (why.step == "value") {
-            out.where = RowPlace(config, row, -1, "SubParamStr");
+            out.where = RowPlace(config, row, -1, key::kSubParamStr);
             out.message = label + " has no value type, and no earlier run gave it a value";
-            out.fix = "end \"SubParamStr\" with %d, %f or %s";
+            out.fix = std::string("end \"") + key::kSubParamStr + "\" with %d, %f or %s";
             return out;
         }
-        out.where = RowPlace(config, row, why.field, "SubParamStr");
+        out.where = RowPlace(config, row, why.field, key::kSubParamStr);
         const std::string field =
             why.field >= 0 ? ", field " + std::to_string(why.field) + "," : "";
         auto place = plan.valuePlaces.find(why.source);
@@ -183,8 +183,8 @@ Explanation ExplainRun(const formatv2::RunResult& result, const ConfigSource& co
             out.message = label + field + " reads " + why.source + " as " + why.expected + "; " +
                           given + (list ? " a " : " it as ") + why.came;
             out.fix = "read it as " + why.came.substr(0, why.came.find(' ')) +
-                      " (%d, %f or %s at the end of \"SubParamStr\"), or give it as " +
-                      why.expected;
+                      " (%d, %f or %s at the end of \"" + key::kSubParamStr +
+                      "\"), or give it as " + why.expected;
         }
         return out;
     }

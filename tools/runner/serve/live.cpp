@@ -5,6 +5,7 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/json_scan.h"
+#include "base/rules.h"
 #include "check/check.h"
 #include "commands/commands.h"
 #include "drive/session.h"
@@ -24,9 +25,9 @@ Layout LayoutOf(const std::string& text) {
     Layout out;
     const JsonPtr root(cJSON_Parse(text.c_str()));
     if (!cJSON_IsObject(root.get())) return out;
-    const cJSON* rows = cJSON_GetObjectItem(root.get(), "SubParamList");
+    const cJSON* rows = cJSON_GetObjectItem(root.get(), key::kSubParamList);
     for (const cJSON* row = cJSON_IsArray(rows) ? rows->child : nullptr; row; row = row->next) {
-        const cJSON* rowName = cJSON_GetObjectItem(row, "ParamName");
+        const cJSON* rowName = cJSON_GetObjectItem(row, key::kParamName);
         out.rows.push_back(cJSON_IsString(rowName) ? rowName->valuestring : "");
     }
     return out;
@@ -37,7 +38,7 @@ Layout LayoutOf(const std::string& text) {
 cJSON* RowsJson(const std::string& text, const Layout& layout) {
     cJSON* rows = cJSON_CreateArray();
     const JsonScan scan = ScanJson(text);
-    const JsonNode* list = scan.root ? Member(&*scan.root, "SubParamList") : nullptr;
+    const JsonNode* list = scan.root ? Member(&*scan.root, key::kSubParamList) : nullptr;
     for (size_t k = 0; k < layout.rows.size(); ++k) {
         cJSON* row = cJSON_CreateObject();
         cJSON_AddStringToObject(row, "name", layout.rows[k].c_str());

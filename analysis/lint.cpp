@@ -1,37 +1,31 @@
-#include "check/lint.h"
+#include "analysis/lint.h"
 
 #include <cjson/cJSON.h>
+#include <strings.h>
 
-#include <cctype>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <memory>
 
+#include "analysis/wording.h"
 #include "assembly/assembly.h"
-#include "base/diag.h"
-#include "config/config_read.h"
 #include "config/element_kind.h"
 #include "config/item_model.h"
 #include "contract/contract.h"
+#include "contract/messages.h"
 #include "format/formatter.h"
 #include "host/algo.h"
 #include "publish/publish.h"
-#include "render/report.h"
 
-namespace preview {
+namespace formatv2 {
 namespace {
 
 // A module log message's text as its line shows it, without the line end.
-std::string ModuleMessage(formatv2::Msg id) {
-    std::string text = formatv2::MessageOf(id).text;
+std::string ModuleMessage(Msg id) {
+    std::string text = MessageOf(id).text;
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
     return text;
 }
-
-// Keys an array row does not read.
-const char* const kSingleOnlyKeys[] = {"SubParamStr", "IsCustomEdit", "ShowValue_CN",
-                                       "ShowValue_EN"};
 
 std::string Quote(const std::string& text) {
     return "\"" + text + "\"";
@@ -51,19 +45,21 @@ int Number(const cJSON* object, const char* key) {
 std::string FixedText(FORMAT_V2_DATA_TYPE kind, const std::string& subParamStr) {
     DataSection item;
     item.SubParamStr = subParamStr;
-    if (kind == FORMAT_V2_DATA_SYMBOL) formatv2::AssembleSymbolData(item);
-    if (kind == FORMAT_V2_DATA_CUSTOM) formatv2::AssembleCustomData(item);
+    if (kind == FORMAT_V2_DATA_SYMBOL) AssembleSymbolData(item);
+    if (kind == FORMAT_V2_DATA_CUSTOM) AssembleCustomData(item);
     return item.Value.Held<StringList>().front();
 }
 
 class Linter {
   public:
-    std::vector<Warning> out;
+    explicit Linter(SubscriptionParser parse) : m_parse(parse) {}
+
+    std::vector<Finding> out;
 
     // fix: "" for the rule's own.
     void Add(const Location& at, Rule rule, std::string message, std::string fix = "") {
         if (fix.empty()) fix = RuleOf(rule).fix;
-        out.push_back({at, rule, 0, std::move(message), std::move(fix), Place{}});
+        out.push_back({at, rule, 0, std::move(message), std::move(fix)});
     }
 
     // A finding that fails every run with status.
@@ -259,11 +255,11 @@ class Linter {
             Location field = at;
             field.element = element;
             if (cJSON_IsObject(e)) Keys(e, field, kElementKeys, std::size(kElementKeys));
-            field.key = "Separator";
-            LiteralEscape(field, Text(e, "Separator"));
+            field.key = key::kSeparator;
+            LiteralEscape(field, Text(e, key::kSeparator));
             CAlgoUtils::SubParam sub;
-            field.key = "SubParamStr";
-            if (CAlgoUtils::ParseSubscribeItem(Text(e, "SubParamStr"), sub) != 0) continue;
+            field.key = key::kSubParamStr;
+            if (m_parse(Text(e, key::kSubParamStr), sub) != 0) continue;
             Conversion(field, sub.type, true);
             if (ElementKindOf(sub.type) != ElementKind::kNone) Format(field, sub.type);
             if (sub.index != "*") {
@@ -275,9 +271,9 @@ class Linter {
     }
 
     void Subscribed(Location key, const std::string& text, bool textOut) {
-        key.key = "SubParamStr";
+        key.key = key::kSubParamStr;
         CAlgoUtils::SubParam sub;
-        if (CAlgoUtils::ParseSubscribeItem(text, sub) != 0) return;
+        if (m_parse(text, sub) != 0) return;
         Conversion(key, sub.type, false);
         Index(key, sub.index);
         const ElementKind valueType = ElementKindOf(sub.type);
@@ -291,13 +287,12 @@ class Linter {
     // text: the row's "SubParamStr".
     void Conversions(const cJSON* row, Location key, FORMAT_V2_DATA_TYPE kind, int convert,
                      const std::string& text) {
-        key.key = "ConvertType";
+        key.key = key::kConvertType;
         if ((convert == 1 || convert == 2) && kind != FORMAT_V2_DATA_SUBSCRIBE) {
             const char* what = kind == FORMAT_V2_DATA_ARRAY    ? "the laid-out text of the array"
                                : kind == FORMAT_V2_DATA_CUSTOM ? "the custom text"
                                                                : "the line break";
-            if (kind != FORMAT_V2_DATA_ARRAY &&
-                !formatv2::TextConverts(FixedText(kind, text), convert)) {
+            if (kind != FORMAT_V2_DATA_ARRAY && !TextConverts(FixedText(kind, text), convert)) {
                 Doomed(key, Rule::kTextNotNumber, kStatusNotConvertible,
                        std::string(what) + " goes through " + (convert == 1 ? "stoi" : "stof") +
                            " and does not start with a number");
@@ -310,8 +305,9 @@ class Linter {
             }
         }
         if (convert != 1 && convert != 2) return;  // text, or refused
-        for (const char* setting : {"StrTruncEnable", "StrPrefix", "StrSuffix", "StrDelete"}) {
-            const bool set = std::strcmp(setting, "StrTruncEnable") == 0
+        for (const char* setting :
+             {key::kStrTruncEnable, key::kStrPrefix, key::kStrSuffix, key::kStrDelete}) {
+            const bool set = std::strcmp(setting, key::kStrTruncEnable) == 0
                                  ? Number(row, setting) != 0
                                  : !Text(row, setting).empty();
             if (!set) continue;
@@ -326,9 +322,9 @@ class Linter {
     // Truncation that keeps nothing; text is the row's text when the configuration fixes it.
     void Truncation(const cJSON* row, Location key, FORMAT_V2_DATA_TYPE kind,
                     const std::string& text) {
-        if (Number(row, "StrTruncEnable") == 0) return;
-        const int start = Number(row, "StrTruncStart");
-        const int length = Number(row, "StrTruncLen");
+        if (Number(row, key::kStrTruncEnable) == 0) return;
+        const int start = Number(row, key::kStrTruncStart);
+        const int length = Number(row, key::kStrTruncLen);
         const bool fixedText = kind == FORMAT_V2_DATA_CUSTOM || kind == FORMAT_V2_DATA_SYMBOL;
         // The module's own cut, on the text a fixed row always has, or else on the shortest text
         // from which the start could keep anything (a start past a long text keeps something
@@ -341,56 +337,59 @@ class Linter {
         } else if (start >= 0) {
             return;
         }
-        if (formatv2::TruncateText(probe, start, length) && !probe.empty()) return;
-        key.key = start < 0 || (fixedText && length > 0) ? "StrTruncStart" : "StrTruncLen";
+        if (TruncateText(probe, start, length) && !probe.empty()) return;
+        key.key = start < 0 || (fixedText && length > 0) ? key::kStrTruncStart : key::kStrTruncLen;
         Add(key, Rule::kTruncationEmpty,
-            "\"StrTruncStart\" " + std::to_string(start) + " with \"StrTruncLen\" " +
-                std::to_string(length) +
+            Quote(key::kStrTruncStart) + " " + std::to_string(start) + " with " +
+                Quote(key::kStrTruncLen) + " " + std::to_string(length) +
                 " keeps nothing: the text is always empty before the prefix and suffix");
     }
 
     void Row(const cJSON* row, int position) {
         Location at;
         at.row = position;
-        const cJSON* name = cJSON_GetObjectItem(row, "ParamName");
+        const cJSON* name = cJSON_GetObjectItem(row, key::kParamName);
         if (cJSON_IsString(name)) at.paramName = name->valuestring;
-        const cJSON* array = cJSON_GetObjectItem(row, "Array");
+        const cJSON* array = cJSON_GetObjectItem(row, key::kArray);
         const bool isArray = cJSON_IsArray(array);
-        Keys(row, at, kRowKeys, std::size(kRowKeys), isArray ? kSingleOnlyKeys : nullptr,
-             isArray ? std::size(kSingleOnlyKeys) : 0);
+        Keys(row, at, kRowKeys, std::size(kRowKeys), isArray ? kSingleItemKeys : nullptr,
+             isArray ? std::size(kSingleItemKeys) : 0);
         Location key = at;
         if (array != nullptr && !isArray) {
-            key.key = "Array";
+            key.key = key::kArray;
             Add(key, Rule::kArrayNotList,
-                "\"Array\" is not a list, so the row is read as a single item");
+                Quote(key::kArray) + " is not a list, so the row is read as a single item");
         }
-        const std::string text = Text(row, "SubParamStr");
+        const std::string text = Text(row, key::kSubParamStr);
         FORMAT_V2_DATA_TYPE kind = FORMAT_V2_DATA_SUBSCRIBE;
         if (isArray)
             kind = FORMAT_V2_DATA_ARRAY;
-        else if (Number(row, "IsCustomEdit") == 1)
+        else if (Number(row, key::kIsCustomEdit) == 1)
             kind = FORMAT_V2_DATA_CUSTOM;
         else if (text == EscapedCrLf || text == EscapedCr)
             kind = FORMAT_V2_DATA_SYMBOL;
 
-        key.key = "ParamName";
+        key.key = key::kParamName;
         Name(key, at.paramName.value_or(""));
-        const int convert = Number(row, "ConvertType");
+        const int convert = Number(row, key::kConvertType);
         const bool textOut = convert == 3;
         if (kind == FORMAT_V2_DATA_ARRAY) Fields(array, at);
         if (kind == FORMAT_V2_DATA_SUBSCRIBE) Subscribed(at, text, textOut);
         if (kind == FORMAT_V2_DATA_CUSTOM) {
-            key.key = "SubParamStr";
+            key.key = key::kSubParamStr;
             LiteralEscape(key, text);
         }
         Conversions(row, at, kind, convert, text);
         if (!textOut) return;
         Truncation(row, at, kind, text);
-        for (const char* setting : {"StrPrefix", "StrSuffix", "StrDelete"}) {
+        for (const char* setting : {key::kStrPrefix, key::kStrSuffix, key::kStrDelete}) {
             key.key = setting;
             LiteralEscape(key, Text(row, setting));
         }
     }
+
+  private:
+    SubscriptionParser m_parse;
 };
 
 }  // namespace
@@ -398,9 +397,11 @@ class Linter {
 std::string Where(const Location& at) {
     std::string out;
     if (at.row >= 0) {
-        out = "SubParamList[" + std::to_string(at.row) + "]";
-        out += at.paramName ? " (" + Quote(*at.paramName) + ")" : " (no \"ParamName\")";
-        if (at.element >= 0) out += ", Array[" + std::to_string(at.element) + "]";
+        out = std::string(key::kSubParamList) + "[" + std::to_string(at.row) + "]";
+        out += " (" + (at.paramName ? Quote(*at.paramName) : "no " + Quote(key::kParamName)) + ")";
+        if (at.element >= 0) {
+            out += std::string(", ") + key::kArray + "[" + std::to_string(at.element) + "]";
+        }
         if (!at.key.empty()) out += ", key " + Quote(at.key);
     } else if (!at.key.empty()) {
         out = "top-level key " + Quote(at.key);
@@ -408,25 +409,26 @@ std::string Where(const Location& at) {
     return out;
 }
 
-std::string WarningText(const Warning& w) {
+std::string FindingText(const Finding& w) {
     const std::string where = Where(w.at);
     return (where.empty() ? "" : where + ": ") + w.message + " [" + RuleOf(w.rule).id + "]";
 }
 
-std::vector<Warning> Lint(const std::string& configText) {
-    Linter lint;
-    JsonPtr root(cJSON_Parse(configText.c_str()));
+std::vector<Finding> Lint(const std::string& configText, SubscriptionParser parse) {
+    Linter lint(parse);
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_Parse(configText.c_str()),
+                                                               &cJSON_Delete);
     if (!root || !cJSON_IsObject(root.get())) return lint.out;
     lint.Keys(root.get(), Location{}, kTopKeys, std::size(kTopKeys));
-    if (Number(root.get(), "StrConcateEnable") != 0) {
+    if (Number(root.get(), key::kStrConcateEnable) != 0) {
         Location top;
-        top.key = "ParamName";
-        lint.Name(top, Text(root.get(), "ParamName"));
+        top.key = key::kParamName;
+        lint.Name(top, Text(root.get(), key::kParamName));
     }
-    const cJSON* list = cJSON_GetObjectItem(root.get(), "SubParamList");
+    const cJSON* list = cJSON_GetObjectItem(root.get(), key::kSubParamList);
     if (cJSON_IsArray(list) && list->child == nullptr) {
         Location top;
-        top.key = "SubParamList";
+        top.key = key::kSubParamList;
         lint.Doomed(top, Rule::kNoItems, kStatusNoItems, "the list of rows is empty");
     }
     int position = 0;
@@ -437,4 +439,4 @@ std::vector<Warning> Lint(const std::string& configText) {
     return lint.out;
 }
 
-}  // namespace preview
+}  // namespace formatv2

@@ -6,11 +6,17 @@
 #include <cctype>
 #include <string>
 
+#include "analysis/lint.h"
 #include "contract/contract.h"
 #include "format/formatter.h"
-#include "tools/runner/check/lint.h"
+#include "host/algo.h"
 
+namespace formatv2 {
 namespace {
+
+std::vector<Finding> LintOf(const std::string& text) {
+    return Lint(text, &CAlgoUtils::ParseSubscribeItem);
+}
 
 // A configuration of one row: the case's keys, then the keys of a clean subscribed row that
 // the case does not set.
@@ -117,20 +123,20 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
     };
     for (const auto& c : cases) {
         const std::string text = Build(c[0]);
-        const auto warnings = preview::Lint(text);
+        const auto warnings = LintOf(text);
         std::string got;
-        for (const auto& w : warnings) got += preview::WarningText(w) + "\n";
+        for (const auto& w : warnings) got += FindingText(w) + "\n";
         if (c[1].empty()) {
             EXPECT_TRUE(warnings.empty()) << c[0] << "\n" << got;
             continue;
         }
         ASSERT_EQ(warnings.size(), 1u) << c[0] << "\n" << got;
         const auto& w = warnings[0];
-        const preview::RuleEntry* rule = preview::FindRule(c[1]);
+        const RuleEntry* rule = FindRule(c[1]);
         ASSERT_NE(rule, nullptr) << c[1];
-        EXPECT_STREQ(preview::RuleOf(w.rule).id, rule->id) << c[0];
+        EXPECT_STREQ(RuleOf(w.rule).id, rule->id) << c[0];
         // A finding that fails every run names the status it fails with.
-        EXPECT_EQ(w.status != 0, rule->level == preview::Level::kError) << c[0];
+        EXPECT_EQ(w.status != 0, rule->level == Level::kError) << c[0];
         EXPECT_EQ(w.at.key, c[2]) << c[0];
         EXPECT_EQ(w.at.row, 0) << c[0];
         EXPECT_EQ(w.at.element, c[3].empty() ? -1 : std::stoi(c[3])) << c[0];
@@ -139,13 +145,13 @@ TEST(Lint, OneWarningPerMistakeAndNoneForWhatWorks) {
     // Top level: a joined output without a name, and no rows.
     const std::string concat =
         R"({"ModuleName": "m", "StrConcateEnable": 1, "ParamName": "", "SubParamList": []})";
-    const auto top = preview::Lint(concat);
+    const auto top = LintOf(concat);
     ASSERT_EQ(top.size(), 2u);
-    EXPECT_EQ(top[0].rule, preview::Rule::kEmptyName);
+    EXPECT_EQ(top[0].rule, Rule::kEmptyName);
     EXPECT_EQ(top[0].at.row, -1);
-    EXPECT_EQ(top[1].rule, preview::Rule::kNoItems);
+    EXPECT_EQ(top[1].rule, Rule::kNoItems);
     EXPECT_EQ(top[1].status, kStatusNoItems);
-    EXPECT_TRUE(preview::Lint("{not json").empty());
+    EXPECT_TRUE(LintOf("{not json").empty());
 }
 
 // What the lint says a format text does, against what the formatters give.
@@ -167,7 +173,7 @@ TEST(Lint, SaysWhatTheFormattersDo) {
     };
     for (const auto& c : cases) {
         const std::string format = c.format;
-        const auto warnings = preview::Lint(Build(R"("SubParamStr": "1:cam:v:*:)" + format + "\""));
+        const auto warnings = LintOf(Build(R"("SubParamStr": "1:cam:v:*:)" + format + "\""));
         std::string said;
         for (const auto& w : warnings) said += w.message + "\n";
         EXPECT_NE(said.find(c.claim), std::string::npos) << c.format << ": " << said;
@@ -180,3 +186,4 @@ TEST(Lint, SaysWhatTheFormattersDo) {
 }
 
 }  // namespace
+}  // namespace formatv2
