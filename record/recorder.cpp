@@ -90,6 +90,27 @@ struct JsonDeleter {
 
 }  // namespace
 
+MonotonicCondition::MonotonicCondition() {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_init(&cond_, &attributes);
+    pthread_condattr_destroy(&attributes);
+}
+
+MonotonicCondition::~MonotonicCondition() {
+    pthread_cond_destroy(&cond_);
+}
+
+timespec MonotonicCondition::Deadline(std::chrono::milliseconds timeout) {
+    timespec at{};
+    clock_gettime(CLOCK_MONOTONIC, &at);
+    const long long nanos = at.tv_nsec + static_cast<long long>(timeout.count() % 1000) * 1000000;
+    at.tv_sec += static_cast<time_t>(timeout.count() / 1000 + nanos / 1000000000);
+    at.tv_nsec = static_cast<long>(nanos % 1000000000);
+    return at;
+}
+
 bool ReadSettings(const std::string& text, Settings& out, std::string& why) {
     std::unique_ptr<cJSON, JsonDeleter> json(cJSON_Parse(text.c_str()));
     if (!json || !cJSON_IsObject(json.get())) {
@@ -161,7 +182,7 @@ void Recorder::Stop() {
         if (stopping_) return;
         stopping_ = true;
     }
-    wake_.notify_all();
+    wake_.NotifyAll();
     if (started_) pthread_join(thread_, nullptr);
 }
 
@@ -185,7 +206,7 @@ bool Recorder::Submit(uint64_t configHash, std::string record) {
         queue_.push_back({configHash, std::move(record)});
         if (queued_ < kBatchBytes) return true;
     }
-    wake_.notify_one();
+    wake_.NotifyOne();
     return true;
 }
 
@@ -197,8 +218,8 @@ uint64_t Recorder::Dropped() const {
 void Recorder::Flush() {
     std::unique_lock<std::mutex> lock(mutex_);
     ++flushes_;
-    wake_.notify_one();
-    idle_.wait(lock, [&] { return stopping_ || (queue_.empty() && !writing_); });
+    wake_.NotifyOne();
+    idle_.Wait(lock, [&] { return stopping_ || (queue_.empty() && !writing_); });
 }
 
 void* Recorder::Main(void* self) {
@@ -210,11 +231,11 @@ void Recorder::Write() {
     std::unique_lock<std::mutex> lock(mutex_);
     uint64_t served = 0;  // the flushes asked for that this loop has answered
     for (;;) {
-        wake_.wait_for(lock, kLinger,
-                       [&] { return stopping_ || queued_ >= kBatchBytes || flushes_ != served; });
+        wake_.WaitFor(lock, kLinger,
+                      [&] { return stopping_ || queued_ >= kBatchBytes || flushes_ != served; });
         served = flushes_;
         if (queue_.empty()) {
-            idle_.notify_all();
+            idle_.NotifyAll();
             if (stopping_) break;
             continue;
         }
@@ -228,7 +249,7 @@ void Recorder::Write() {
         lock.lock();
         dropped_ += lost;
         writing_ = false;
-        idle_.notify_all();
+        idle_.NotifyAll();
     }
     if (fd_ >= 0) close(fd_);
     fd_ = -1;

@@ -7,7 +7,7 @@
 
 #include <pthread.h>
 
-#include <condition_variable>
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -18,6 +18,35 @@
 #include "record/record.h"
 
 namespace formatv2::record {
+
+// A condition variable on the monotonic clock, made of the thread library's own calls: the
+// standard one's timed wait asks for pthread_cond_clockwait, which devices' C libraries before
+// 2.30 do not have, and a wall clock that is set back would stretch the wait.
+class MonotonicCondition {
+  public:
+    MonotonicCondition();
+    ~MonotonicCondition();
+    MonotonicCondition(const MonotonicCondition&) = delete;
+    MonotonicCondition& operator=(const MonotonicCondition&) = delete;
+    void NotifyOne() { pthread_cond_signal(&cond_); }
+    void NotifyAll() { pthread_cond_broadcast(&cond_); }
+    // Until done() holds, or for at most timeout; lock (held) is released while waiting.
+    template <typename Done>
+    void WaitFor(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds timeout, Done done) {
+        const timespec deadline = Deadline(timeout);
+        while (!done() &&
+               pthread_cond_timedwait(&cond_, lock.mutex()->native_handle(), &deadline) == 0) {
+        }
+    }
+    template <typename Done>
+    void Wait(std::unique_lock<std::mutex>& lock, Done done) {
+        while (!done()) pthread_cond_wait(&cond_, lock.mutex()->native_handle());
+    }
+
+  private:
+    static timespec Deadline(std::chrono::milliseconds timeout);
+    pthread_cond_t cond_;
+};
 
 // What formatv2_record.json asks for.
 struct Settings {
@@ -74,8 +103,8 @@ class Recorder {
     const uint64_t queueBytes_;  // runs that would queue beyond this are dropped
 
     mutable std::mutex mutex_;
-    std::condition_variable wake_;
-    std::condition_variable idle_;
+    MonotonicCondition wake_;
+    MonotonicCondition idle_;
     std::deque<Queued> queue_;
     uint64_t queued_ = 0;
     uint64_t dropped_ = 0;
