@@ -39,7 +39,8 @@ struct Workload {
             run.imgMode = 0;
             run.values["blob:count"] = {Value::Kind::kInt, true, {i, i + 1}, {}, {}};
             run.values["gauge:width"] = {Value::Kind::kFloat, false, {}, {12.0f + i / 1000.0f}, {}};
-            run.values["ocr:lot"] = {Value::Kind::kString, false, {}, {}, {"A" + std::to_string(i)}};
+            run.values["ocr:lot"] = {
+                Value::Kind::kString, false, {}, {}, {"A" + std::to_string(i)}};
             run.values["blob:x"] = {Value::Kind::kFloat, true, {}, {1.5f, 2.5f, 3.5f}, {}};
             run.values["blob:y"] = {Value::Kind::kInt, true, {7, 8, 9}, {}, {}};
             scenario.runs.push_back(std::move(run));

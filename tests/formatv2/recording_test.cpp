@@ -31,7 +31,8 @@ class Recording : public Fixture {
     // What the host saw of each: status, every output and display text, every log line.
     std::vector<std::string> ThreeRuns() {
         const std::string config =
-            Config({Row("count", "1:blob:count:*:%d", 1), ArrayRow("xy", {{"1:blob:x:*:%.1f", ","}, {"1:blob:y:*:%s", ";"}}),
+            Config({Row("count", "1:blob:count:*:%d", 1),
+                    ArrayRow("xy", {{"1:blob:x:*:%.1f", ","}, {"1:blob:y:*:%s", ";"}}),
                     Row("mark", "ok", 3, 1)});
         Load(config);
         std::vector<std::string> seen;
@@ -45,8 +46,10 @@ class Recording : public Fixture {
             const int status = Run();
             shown.push_back(Shown());
             std::string s = std::to_string(status) + "|" + Shown() + "|";
-            for (const auto& [name, list] : out.frame->StringListTable) s += name + "=" + list.at(0) + ";";
-            for (const auto& [name, list] : out.frame->IntListTable) s += name + "=" + std::to_string(list.at(0)) + ";";
+            for (const auto& [name, list] : out.frame->StringListTable)
+                s += name + "=" + list.at(0) + ";";
+            for (const auto& [name, list] : out.frame->IntListTable)
+                s += name + "=" + std::to_string(list.at(0)) + ";";
             for (const std::string& line : Log(0, true)) s += line;
             seen.push_back(s);
         }
@@ -64,7 +67,9 @@ TEST_F(Recording, ChangesNothingTheHostSeesAndKeepsEveryRun) {
     Settings(R"({"max_bytes": 100000})");
     const std::vector<std::string> on = ThreeRuns();
     EXPECT_EQ(on, off);
-    EXPECT_EQ(Count(kInfo, "1001: recording runs into [" + root + "/wd/records], max_bytes 100000, runs all"), 0)
+    EXPECT_EQ(Count(kInfo, "1001: recording runs into [" + root +
+                               "/wd/records], max_bytes 100000, runs all"),
+              0)
         << "said at the read, not in a run";
     g_logs.clear();
     Load(Config({Row("mark", "ok", 3, 1)}));
@@ -90,7 +95,8 @@ TEST_F(Recording, ChangesNothingTheHostSeesAndKeepsEveryRun) {
     EXPECT_EQ(first.showTextEn, shown.at(3));
     ASSERT_EQ(first.outputs.size(), 3u);
     EXPECT_EQ(first.outputs[1].name, "xy");
-    EXPECT_NE(shown.at(3).find("xy:" + first.outputs[1].value.texts.at(0) + " "), std::string::npos);
+    EXPECT_NE(shown.at(3).find("xy:" + first.outputs[1].value.texts.at(0) + " "),
+              std::string::npos);
     EXPECT_EQ(rec.configs.count(first.configHash), 1u);
 }
 
@@ -107,7 +113,9 @@ TEST_F(Recording, FailedOnlyKeepsTheRunsThatFailed) {
 TEST_F(Recording, ABadSettingsFileLeavesRecordingOff) {
     Settings(R"({"runs": "some"})");
     const std::vector<std::string> runs = ThreeRuns();
-    EXPECT_EQ(Count(kWarn, "1002: recording off: " + root + "/wd/formatv2_record.json: \"runs\" must be"), 0);
+    EXPECT_EQ(
+        Count(kWarn, "1002: recording off: " + root + "/wd/formatv2_record.json: \"runs\" must be"),
+        0);
     EXPECT_FALSE(std::filesystem::exists(root + "/wd/records"));
     g_logs.clear();
     Load(Config({Row("mark", "ok", 3, 1)}));
@@ -151,7 +159,9 @@ TEST_F(Recording, FourInstancesOnFourThreadsEachKeepTheirOwn) {
     for (int t = 0; t < 4; ++t) {
         record::Recording rec;
         std::string why;
-        ASSERT_TRUE(record::ReadRecordingDir(root + "/wd" + std::to_string(t) + "/records", rec, why)) << why;
+        ASSERT_TRUE(
+            record::ReadRecordingDir(root + "/wd" + std::to_string(t) + "/records", rec, why))
+            << why;
         ASSERT_EQ(rec.runs.size(), 300u) << t;
         for (size_t i = 0; i < rec.runs.size(); ++i) {
             EXPECT_EQ(rec.runs[i].inputs.at(0).entries.at(0).ints,
