@@ -119,34 +119,30 @@ record::Delivery* TapedInputs::Note(const std::string& input, record::Read read)
     return &tape_.back();
 }
 
-int TapedInputs::GetInts(const std::string& input, int& count, std::vector<int>& list) {
-    const int result = inner_.GetInts(input, count, list);
-    if (record::Delivery* d = Note(input, record::Read::kInts)) {
+template <typename T>
+int TapedInputs::Noted(const std::string& input, record::Read read, record::Table table, int result,
+                       int count, const std::vector<T>& list) {
+    if (record::Delivery* d = Note(input, read)) {
         d->result = result;
         d->count = count;
-        if (result == 0) d->entries.push_back(ListEntry(record::Table::kIntList, list));
+        if (result == 0) d->entries.push_back(ListEntry(table, list));
     }
     return result;
+}
+
+int TapedInputs::GetInts(const std::string& input, int& count, std::vector<int>& list) {
+    const int result = inner_.GetInts(input, count, list);
+    return Noted(input, record::Read::kInts, record::Table::kIntList, result, count, list);
 }
 
 int TapedInputs::GetFloats(const std::string& input, int& count, std::vector<float>& list) {
     const int result = inner_.GetFloats(input, count, list);
-    if (record::Delivery* d = Note(input, record::Read::kFloats)) {
-        d->result = result;
-        d->count = count;
-        if (result == 0) d->entries.push_back(ListEntry(record::Table::kFloatList, list));
-    }
-    return result;
+    return Noted(input, record::Read::kFloats, record::Table::kFloatList, result, count, list);
 }
 
 int TapedInputs::GetStrings(const std::string& input, int& count, std::vector<std::string>& list) {
     const int result = inner_.GetStrings(input, count, list);
-    if (record::Delivery* d = Note(input, record::Read::kStrings)) {
-        d->result = result;
-        d->count = count;
-        if (result == 0) d->entries.push_back(ListEntry(record::Table::kStringList, list));
-    }
-    return result;
+    return Noted(input, record::Read::kStrings, record::Table::kStringList, result, count, list);
 }
 
 bool TapedInputs::Resolve(const std::string& input, std::shared_ptr<CScFrame>& frame,

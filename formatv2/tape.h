@@ -26,6 +26,10 @@ class TapedInputs final : public RunInputs {
   private:
     // A new delivery for input, or null when it is noted already.
     record::Delivery* Note(const std::string& input, record::Read read);
+    // A getter's delivery noted: its result (passed on), count and list.
+    template <typename T>
+    int Noted(const std::string& input, record::Read read, record::Table table, int result,
+              int count, const std::vector<T>& list);
 
     RunInputs& inner_;
     const DYNAMIC_SUBSCRIBE_PARAM_LIST& table_;

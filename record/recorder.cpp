@@ -208,10 +208,11 @@ void* Recorder::Main(void* self) {
 
 void Recorder::Write() {
     std::unique_lock<std::mutex> lock(mutex_);
+    uint64_t served = 0;  // the flushes asked for that this loop has answered
     for (;;) {
-        const uint64_t flushes = flushes_;
         wake_.wait_for(lock, kLinger,
-                       [&] { return stopping_ || queued_ >= kBatchBytes || flushes_ != flushes; });
+                       [&] { return stopping_ || queued_ >= kBatchBytes || flushes_ != served; });
+        served = flushes_;
         if (queue_.empty()) {
             idle_.notify_all();
             if (stopping_) break;

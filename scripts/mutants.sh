@@ -4,12 +4,14 @@
 # rebuilds the fault's preset there incrementally (Ninja, -j2, warnings not fatal), runs the
 # whole test suite and records every test that fails. The real tree is never changed.
 #
-#   scripts/mutants.sh [--check] [-o FILE] [-r REV] [ID...]
+#   scripts/mutants.sh [--check] [-o FILE] [-r REV] [-x REGEX] [ID...]
 #     --check  build nothing: only verify that each fault's text to find stands exactly once in
 #              its file, that no id is used twice and that no replacement equals its text; lists
 #              the faults that fail and exits 1 when any does
 #     -o FILE  also write the table to FILE (Markdown)
 #     -r REV   the tree of commit REV instead of the working tree (for a "before" table)
+#     -x REGEX leave out the tests whose names match (ctest -E), e.g. the timing-sensitive
+#              browser test on a machine that is not quiet; the table then says less
 #     ID       only these faults (default: all)
 #
 # A fault is built as the release preset, or as the preset its optional sixth field names

@@ -6,13 +6,16 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "formatv2/formatv2.h"
 #include "host/standin/standin.h"
 #include "log/log.h"
+#include "record/record.h"
 #include "support/config_text.h"
 
 namespace fv2test {
@@ -24,6 +27,15 @@ constexpr int kInfo = LOG_LEVEL_INFO, kWarn = LOG_LEVEL_WARN, kErr = LOG_LEVEL_E
 
 // Every line the module logged, with its level, as the library finished it.
 inline std::vector<std::pair<int, std::string>> g_logs;
+
+// FORMATV2_TEST_RECORDING=1: each test runs with the module recording its runs to disk
+// (formatv2_record.json in a real working directory), which must change nothing the test sees
+// but the one line at each configuration read saying where the runs go; that line is left out.
+inline bool RecordingEverything() {
+    const char* on = std::getenv("FORMATV2_TEST_RECORDING");
+    return on != nullptr && std::string(on) == "1";
+}
+inline constexpr char kRecordingLine[] = "formatv2.cpp:1001: ";
 
 // The lines of level (0: all) as "NNNN: message" (numbered) or "message", colour reset cut.
 inline Strings Log(int level = 0, bool numbered = false) {
@@ -79,17 +91,37 @@ class Fixture : public ::testing::Test {
         std::filesystem::create_directories(root + "/wd");
         log_set_priority(-1, LOG_LEVEL_OFF);  // nothing printed; the callback sees every line
         log_set_callbacker(0, [](int, int level, int, const char* line, int len) {
-            g_logs.emplace_back(level, std::string(line, static_cast<size_t>(len)));
+            std::string text(line, static_cast<size_t>(len));
+            if (!RecordingEverything() || text.find(kRecordingLine) == std::string::npos)
+                g_logs.emplace_back(level, std::move(text));
             return 0;
         });
         m = static_cast<CFormatV2Module*>(CreateModule());
         m->SetModuleId(5);
-        ASSERT_EQ(m->SetPwd("/wd"), 0);
+        if (RecordingEverything()) {
+            Write("{\"max_bytes\": 1048576}", "/wd/formatv2_record.json");
+            ASSERT_EQ(m->SetPwd((root + "/wd").c_str()), 0);
+        } else {
+            ASSERT_EQ(m->SetPwd("/wd"), 0);
+        }
         in.frame = std::make_shared<CScFrame>();
         in.frame->IntTable["SINGLE_img_mode"] = 0;
         g_logs.clear();
     }
     void TearDown() override {
+        if (RecordingEverything()) {
+            m->FlushRecording();
+            std::error_code none;  // no folder: no run was recorded
+            for (const auto& file :
+                 std::filesystem::directory_iterator(root + "/wd/records", none)) {
+                std::ifstream in(file.path(), std::ios::binary);
+                const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+                formatv2::record::Recording rec;
+                std::string why;
+                EXPECT_TRUE(formatv2::record::ReadRecordFile(bytes, file.path(), rec, why)) << why;
+                EXPECT_TRUE(rec.skipped.empty()) << file.path();
+            }
+        }
         DestroyModule(nullptr, m);
         log_set_callbacker(0, nullptr);
         standin::Reset();

@@ -9,7 +9,7 @@
 
 #include "base/diag.h"
 #include "base/files.h"
-#include "commands/commands.h"
+#include "commands/replay.h"
 #include "drive/recorded.h"
 #include "drive/session.h"
 #include "drive/texts.h"
@@ -26,67 +26,6 @@ std::string HashText(uint64_t hash) {
     char text[20];
     std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
     return text;
-}
-
-// Plays every run into o: o.scenario.runs gets each run's expectation, o.runs what the
-// replay gave, o.found what differs. False (with o.error) when the module cannot be loaded.
-bool Replay(const record::Recording& rec, const std::optional<std::string>& config,
-            const Options& options, Outcome& o) {
-    std::unique_ptr<Session> session;
-    uint64_t sessionHash = 0;
-    const record::Header first = rec.headers.empty() ? record::Header{} : rec.headers.front();
-    for (size_t i = 0; i < rec.runs.size(); ++i) {
-        const record::Run& run = rec.runs[i];
-        RunSpec plan;
-        plan.name = RecordedName(run);
-        plan.recorded = &run;
-        plan.expect = RecordedResult(run);
-        RunReport report;
-        report.name = plan.name;
-        const auto text = config ? config : [&]() -> std::optional<std::string> {
-            auto it = rec.configs.find(run.configHash);
-            if (it == rec.configs.end()) return std::nullopt;
-            return it->second;
-        }();
-        if (!text) {
-            // Its configuration went with a file the cap removed, or was never written.
-            Mismatch m;
-            m.what = "configuration";
-            m.expected = "configuration " + HashText(run.configHash);
-            m.actual = "not in the recording";
-            o.found.push_back({static_cast<int>(i), std::move(m)});
-            o.scenario.runs.push_back(std::move(plan));
-            o.runs.push_back(std::move(report));
-            continue;
-        }
-        // A new session for each change of configuration, as the module read it on the device.
-        if (!session || (!config && sessionHash != run.configHash)) {
-            session = std::make_unique<Session>();
-            sessionHash = run.configHash;
-            Scenario scenario;
-            scenario.config.name = config ? options.config : "configuration " + HashText(run.configHash);
-            scenario.config.text = *text;
-            scenario.moduleId = first.moduleId;
-            scenario.algoId = first.algoId;
-            InitReport init;
-            std::string error;
-            if (!session->Open(options.module, error) || !session->Init(scenario, init, error)) {
-                o.error = error;
-                return false;
-            }
-        }
-        std::string error;
-        session->Run(plan, report, error);
-        AddUnrecorded(*plan.expect, report);
-        size_t checks = 0;
-        for (Mismatch& m : CheckRun(*plan.expect, report, checks)) {
-            o.found.push_back({static_cast<int>(i), std::move(m)});
-        }
-        o.checks += checks;
-        o.scenario.runs.push_back(std::move(plan));
-        o.runs.push_back(std::move(report));
-    }
-    return true;
 }
 
 cJSON* ReplayJson(const record::Recording& rec, const Outcome& o) {
@@ -109,7 +48,8 @@ cJSON* ReplayJson(const record::Recording& rec, const Outcome& o) {
         cJSON_AddItemToArray(runs, r);
     }
     cJSON* skipped = cJSON_AddArrayToObject(root, "skipped");
-    for (const std::string& s : rec.skipped) cJSON_AddItemToArray(skipped, cJSON_CreateString(s.c_str()));
+    for (const std::string& s : rec.skipped)
+        cJSON_AddItemToArray(skipped, cJSON_CreateString(s.c_str()));
     return root;
 }
 
@@ -210,6 +150,66 @@ bool WriteScenario(const record::Recording& rec, const std::string& out, std::st
 }
 
 }  // namespace
+
+bool Replay(const record::Recording& rec, const std::optional<std::string>& config,
+            const Options& options, Outcome& o) {
+    std::unique_ptr<Session> session;
+    uint64_t sessionHash = 0;
+    const record::Header first = rec.headers.empty() ? record::Header{} : rec.headers.front();
+    for (size_t i = 0; i < rec.runs.size(); ++i) {
+        const record::Run& run = rec.runs[i];
+        RunSpec plan;
+        plan.name = RecordedName(run);
+        plan.recorded = &run;
+        plan.expect = RecordedResult(run);
+        RunReport report;
+        report.name = plan.name;
+        const auto text = config ? config : [&]() -> std::optional<std::string> {
+            auto it = rec.configs.find(run.configHash);
+            if (it == rec.configs.end()) return std::nullopt;
+            return it->second;
+        }();
+        if (!text) {
+            // Its configuration went with a file the cap removed, or was never written.
+            Mismatch m;
+            m.what = "configuration";
+            m.expected = "configuration " + HashText(run.configHash);
+            m.actual = "not in the recording";
+            o.found.push_back({static_cast<int>(i), std::move(m)});
+            o.scenario.runs.push_back(std::move(plan));
+            o.runs.push_back(std::move(report));
+            continue;
+        }
+        // A new session for each change of configuration, as the module read it on the device.
+        if (!session || (!config && sessionHash != run.configHash)) {
+            session = std::make_unique<Session>();
+            sessionHash = run.configHash;
+            Scenario scenario;
+            scenario.config.name =
+                config ? options.config : "configuration " + HashText(run.configHash);
+            scenario.config.text = *text;
+            scenario.moduleId = first.moduleId;
+            scenario.algoId = first.algoId;
+            InitReport init;
+            std::string error;
+            if (!session->Open(options.module, error) || !session->Init(scenario, init, error)) {
+                o.error = error;
+                return false;
+            }
+        }
+        std::string error;
+        session->Run(plan, report, error);
+        AddUnrecorded(*plan.expect, report);
+        size_t checks = 0;
+        for (Mismatch& m : CheckRun(*plan.expect, report, checks)) {
+            o.found.push_back({static_cast<int>(i), std::move(m)});
+        }
+        o.checks += checks;
+        o.scenario.runs.push_back(std::move(plan));
+        o.runs.push_back(std::move(report));
+    }
+    return true;
+}
 
 int ReplayCommand(const std::string& dir, const Options& options) {
     const Diagnostics diag(ColourFor(STDERR_FILENO));

@@ -45,7 +45,8 @@ HOST_API void FailCall(Call op, int code);
 HOST_API void Reset();
 
 // Absolute paths given to the osal_ utilities are taken below root ("" = the real root),
-// so a test's device paths (/mnt/...) live in its own directory.
+// so a test's device paths (/mnt/...) live in its own directory; a path already below root
+// is taken as it is.
 HOST_API void SetFsRoot(const std::string& root);
 HOST_API std::string ResolvePath(const std::string& path);
 
