@@ -6,6 +6,7 @@
   byte of a cut character drawn as marked boxes, and counted as bytes;
 - examples/plc-telegram: the bytes a row wrote lit from its chip, its bytes and the editor's
   cursor; expectations, a failing one marked; a syntax error keeps the last results, dimmed;
+  a recording of its runs chosen on the page, the same as recorded until the format changes;
 - files: one with a NUL byte and one not UTF-8 open read-only and stay as they are on disk; a
   CRLF file saves with only the typed bytes changed; a file changed on disk or write-protected
   is overwritten only when the user confirms; Save with the server gone says so and keeps the
@@ -36,7 +37,7 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.support import expected_conditions
-from selenium.webdriver.support.ui import WebDriverWait
+from selenium.webdriver.support.ui import Select, WebDriverWait
 
 RUNNER, EXAMPLES, WORK, SHOTS = sys.argv[1:5]
 os.makedirs(SHOTS, exist_ok=True)
@@ -330,6 +331,41 @@ def telegram_rows_expectations_syntax():
         assert "A1234;" in browser.find_element(By.ID, "runs").text
 
 
+def recording_cards():
+    """A recording made by run --record, chosen on the page: its runs are cards, each the same as
+    recorded, cut into its rows' bytes; a changed suffix makes a card differ, at the first
+    differing byte, under another configuration than the recorded one."""
+    folder = folder_of("recording", "plc-telegram")
+    settings = os.path.join(WORK, "record.json")
+    with open(settings, "w") as f:
+        json.dump({"dir": os.path.join(folder, "rec")}, f)
+    subprocess.run([RUNNER, "run", os.path.join(folder, "scenario.json"), "--record", settings,
+                    "--log-level", "none"], check=True, stdout=subprocess.DEVNULL)
+    _, url = serve(folder)
+    load(url)
+    Select(browser.find_element(By.ID, "recording")).select_by_value("rec")
+    wait.until(lambda b: "2 runs: 2 the same as recorded" in page_text("#recording-note"))
+    headings = texts("#runs .run h2")
+    assert [h.split("\n")[0] for h in headings] == ["one part", "no lot code read"], headings
+    assert texts("#runs .run h2 .summary") == ["same as recorded"] * 2
+    card = cards()[0]
+    chip = [c for c in card.find_elements(By.CSS_SELECTOR, ".rows [data-row]") if c.text == "width"][0]
+    ActionChains(browser).move_to_element(chip).perform()
+    assert "".join(texts(".bytes.lit", output_row(card, "telegram"))) == "12.35;", texts(".bytes.lit", card)
+
+    suffix = line_of('"StrSuffix": ";"')
+    updated_after(lambda: type_at(suffix, '"StrSuffix": ";"', ";", ","))
+    wait.until(lambda b: "1 the same as recorded, 1 differ" in page_text("#recording-note"))
+    card = cards()[0]
+    assert texts("#runs .run h2 .summary") == ["differs from recorded: 3 of 5", "same as recorded"]
+    assert "recorded under another configuration" in card.text
+    assert texts(".expect li.fails b", card) == ["show_text_en", "show_text_cn", "outputs.telegram"]
+    telegram = texts(".expect li.fails", card)[2]
+    assert 'recorded string "A1234;' in telegram and 'now string "A1234,' in telegram, telegram
+    assert "first difference at byte 5" in telegram, telegram
+    shot("recording")
+
+
 def files_read_only():
     """A file with a NUL byte and one in GBK open read-only, with the reason; nothing typed or
     clicked changes a byte of them on disk."""
@@ -551,11 +587,12 @@ def rows_of_1000_values(rows_count, goal):
 
 # ---------------------------------------------------------------------------------------------
 
-groups = [examples_basic, examples_invisible, telegram_rows_expectations_syntax, files_read_only,
+groups = [examples_basic, examples_invisible, telegram_rows_expectations_syntax, recording_cards, files_read_only,
           files_crlf_save, files_save_asks, files_server_gone, joined_120_rows,
           lambda: rows_of_1000_values(10, "10 rows x 1,000 values"),
           lambda: rows_of_1000_values(100, "100 rows x 1,000 values")]
 names = ["examples: basic", "examples: invisible characters", "telegram: rows, expectations, syntax",
+         "recording: runs as cards",
          "files: read-only", "files: CRLF saved", "files: saving asks", "files: server gone",
          "size: 120 joined rows", "size: 10 rows x 1,000 values", "size: 100 rows x 1,000 values"]
 failed = []

@@ -3,7 +3,8 @@
 real server: the token, Host and Origin checks; every path a preview or a save names kept inside
 the folder; the body limit in every transfer encoding; slow, idle and tokenless connections;
 an exclusive port; files an editor cannot hold; read-only files; saving over a changed file;
-and modules that crash, hang or eat memory, with previews queued two at a time.
+recordings listed and played, their folders and files kept inside; and modules that crash, hang
+or eat memory, with previews queued two at a time.
 
     serve_http.py RUNNER EXAMPLE_DIR MISBEHAVING_MODULE WORK_DIR sanitized|plain
 """
@@ -240,6 +241,65 @@ try:
                             capture_output=True, text=True, timeout=10)
     expect("a second server on the port", (second.returncode, "Address already in use" in second.stderr),
            (2, True))
+finally:
+    server.stop()
+
+# Recordings: the page lists the folders inside that hold one; a preview plays the newest runs
+# of the one it names; a folder or file outside, a link out and a FIFO are refused unread.
+def record(scenario, folder):
+    """Records the scenario's runs into folder, as run --record does."""
+    settings = os.path.join(WORK, "record.json")
+    with open(settings, "w") as f:
+        json.dump({"dir": folder}, f)
+    path = os.path.join(WORK, "recorded.scenario.json")
+    with open(path, "w") as f:
+        json.dump(scenario, f)
+    subprocess.run([RUNNER, "run", path, "--record", settings, "--log-level", "none"], check=True,
+                   stdout=subprocess.DEVNULL)
+
+
+server = Served("recordings")
+try:
+    scenario = json.loads(server.text("scenario.json"))
+    scenario["config"] = os.path.join(server.dir, "algo_private.json")
+    record(scenario, os.path.join(server.dir, "rec"))
+    many = dict(scenario, runs=[dict(scenario["runs"][k % 2], name=f"run {k}") for k in range(205)])
+    record(many, os.path.join(server.dir, "deep", "many"))
+    secret = dict(scenario, runs=[dict(run, name=SECRET) for run in scenario["runs"]])
+    outside = os.path.join(WORK, "outside-rec")
+    shutil.rmtree(outside, ignore_errors=True)
+    record(secret, outside)
+    os.symlink(outside, os.path.join(server.dir, "linked-rec"))
+    os.makedirs(os.path.join(server.dir, "leaky"))
+    os.symlink(os.path.join(outside, os.listdir(outside)[0]), os.path.join(server.dir, "leaky", "a.fv2rec"))
+    os.makedirs(os.path.join(server.dir, "fifo-rec"))
+    os.mkfifo(os.path.join(server.dir, "fifo-rec", "a.fv2rec"))
+
+    _, files = server.ask("GET", "/api/files")
+    expect("the recordings listed", files["recordings"], ["deep/many", "rec"])
+    body = {"config": server.text("algo_private.json"), "scenario": None}
+    status, answer = server.ask("POST", "/api/preview", dict(body, recording="rec"))
+    runs = answer["report"]["runs"]
+    expect("a recording's runs", [(r["name"], r["recorded"]["same_config"]) for r in runs],
+           [(r["name"], True) for r in scenario["runs"]])
+    expect("a recording's runs the same", all(x["holds"] for r in runs for x in r["expect"]), True)
+    status, answer = server.ask("POST", "/api/preview", dict(body, recording="deep/many"))
+    shown = answer["recording"]
+    expect("the newest runs of a long recording", (shown["runs"], shown["shown"], shown["cap"]), (205, 200, 200))
+    names = [r["name"] for r in answer["report"]["runs"]]
+    expect("the newest runs, in order", (names[0], names[-1]), ("run 5", "run 204"))
+    for named, said in [("../outside-rec", "not a relative path"), (outside, "not a relative path"),
+                        ("linked-rec", "outside the folder served"), ("leaky", "outside the folder served"),
+                        ("fifo-rec", "not a regular file")]:
+        started = time.monotonic()
+        status, answer = server.ask("POST", "/api/preview", dict(body, recording=named))
+        error = answer.get("recording_error", {}).get("message", "")
+        expect(f"the recording {named}", (status, said in error), (200, True))
+        expect(f"the recording {named}: nothing of it", SECRET in json.dumps(answer), False)
+        expect(f"the recording {named}: at once", time.monotonic() - started < 3, True)
+        expect(f"the recording {named}: no run", answer.get("report", {}).get("runs"), [])
+    status, answer = server.ask("POST", "/api/preview", dict(body, recording=3))
+    expect("a recording that is no name", status, 400)
 finally:
     server.stop()
 

@@ -1,9 +1,11 @@
 #include "base/files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -41,6 +43,55 @@ struct Descriptor {
         if (fd >= 0) close(fd);
     }
 };
+
+bool EndsWith(const std::string& name, const std::string& suffix) {
+    return name.size() > suffix.size() &&
+           name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+// Whether a name the page sends could lead anywhere but inside: empty, absolute, with a ".."
+// part or a NUL byte.
+bool BadName(const std::string& name) {
+    const bool dots = name == ".." || name.rfind("../", 0) == 0 ||
+                      name.find("/../") != std::string::npos ||
+                      (name.size() >= 3 && name.compare(name.size() - 3, 3, "/..") == 0);
+    return name.empty() || name[0] == '/' || dots || name.find('\0') != std::string::npos;
+}
+
+const char* const kNotRelative =
+    "not a relative path inside the folder served (no '..', not absolute)";
+
+// Adds to out the folders at fd (named rel) that hold a file ending in suffix; fd is closed.
+void Walk(int fd, const std::string& rel, const std::string& suffix, int depth, size_t& entries,
+          std::vector<std::string>& out) {
+    DIR* folder = fdopendir(fd);
+    if (folder == nullptr) {
+        close(fd);
+        return;
+    }
+    bool holds = false;
+    std::vector<std::string> below;
+    while (entries > 0) {
+        const dirent* e = readdir(folder);
+        if (e == nullptr) break;
+        --entries;
+        const std::string name = e->d_name;
+        struct stat info;
+        if (name[0] == '.' || fstatat(dirfd(folder), e->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        if (S_ISREG(info.st_mode) && EndsWith(name, suffix)) holds = true;
+        if (S_ISDIR(info.st_mode) && depth > 0) below.push_back(name);
+    }
+    if (holds) out.push_back(rel);
+    std::sort(below.begin(), below.end());
+    for (const std::string& name : below) {
+        const int sub =
+            openat(dirfd(folder), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (sub >= 0)
+            Walk(sub, rel == "." ? name : rel + "/" + name, suffix, depth - 1, entries, out);
+    }
+    closedir(folder);
+}
 
 bool WriteAll(int fd, const std::string& text) {
     for (size_t at = 0; at < text.size();) {
@@ -204,17 +255,57 @@ bool ReadInside(const std::string& dir, const std::string& path, std::string& te
 
 bool PathInside(const std::string& dir, const std::string& name, std::string& path,
                 std::string& reason) {
-    const bool dots = name == ".." || name.rfind("../", 0) == 0 ||
-                      name.find("/../") != std::string::npos ||
-                      (name.size() >= 3 && name.compare(name.size() - 3, 3, "/..") == 0);
-    if (name.empty() || name[0] == '/' || dots || name.find('\0') != std::string::npos) {
-        reason = "not a relative path inside the folder served (no '..', not absolute)";
+    if (BadName(name)) {
+        reason = kNotRelative;
         return false;
     }
     std::string real;
     if (!ResolveInside(dir, dir + "/" + name, real, reason, true)) return false;
     path = dir + "/" + name;
     return true;
+}
+
+bool ListInside(const std::string& dir, const std::string& name, const std::string& suffix,
+                std::vector<std::string>& paths, std::string& reason) {
+    if (BadName(name)) {
+        reason = kNotRelative;
+        return false;
+    }
+    char resolved[PATH_MAX];
+    if (realpath((dir + "/" + name).c_str(), resolved) == nullptr) {
+        reason = SystemReason();
+        return false;
+    }
+    const std::string real = resolved;
+    if (!Inside(dir, real)) {
+        reason = Outside(dir);
+        return false;
+    }
+    const int fd = open(real.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    DIR* folder = fd < 0 ? nullptr : fdopendir(fd);
+    if (folder == nullptr) {
+        reason = errno == ENOTDIR ? "a file, not a folder" : SystemReason();
+        if (fd >= 0) close(fd);
+        return false;
+    }
+    std::vector<std::string> names;
+    while (const dirent* e = readdir(folder)) {
+        if (EndsWith(e->d_name, suffix)) names.push_back(e->d_name);
+    }
+    closedir(folder);
+    std::sort(names.begin(), names.end());
+    paths.clear();
+    for (const std::string& n : names) paths.push_back(real + "/" + n);
+    return true;
+}
+
+std::vector<std::string> FoldersHolding(const std::string& dir, const std::string& suffix,
+                                        int depth, size_t entries) {
+    std::vector<std::string> out;
+    const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) Walk(fd, ".", suffix, depth, entries, out);
+    std::sort(out.begin(), out.end());
+    return out;
 }
 
 }  // namespace preview

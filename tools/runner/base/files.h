@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace preview {
 
@@ -43,5 +44,17 @@ bool ReadInside(const std::string& dir, const std::string& path, std::string& te
 // followed (the file itself may be missing).
 bool PathInside(const std::string& dir, const std::string& name, std::string& path,
                 std::string& reason);
+
+// The files directly in the folder name (as the page sends it: relative, no "..") whose names
+// end in suffix, as paths in name order; false with the reason when name is no folder inside
+// dir once links are followed. Nothing is read: each file still goes through ReadInside.
+bool ListInside(const std::string& dir, const std::string& name, const std::string& suffix,
+                std::vector<std::string>& paths, std::string& reason);
+
+// The folders under dir (dir itself as ".") that hold a regular file whose name ends in suffix,
+// in name order. Links are not followed and hidden folders not entered; the walk goes depth
+// folders down and looks at most at entries names, so a large tree cannot hold up a request.
+std::vector<std::string> FoldersHolding(const std::string& dir, const std::string& suffix,
+                                        int depth, size_t entries);
 
 }  // namespace preview

@@ -3,7 +3,6 @@
 // another one; and a recording turned into a scenario whose expectations are what the
 // recorded runs gave.
 #include <cjson/cJSON.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <memory>
@@ -11,6 +10,7 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "commands/replay.h"
+#include "drive/recorded.h"
 #include "drive/session.h"
 #include "drive/texts.h"
 #include "record/record.h"
@@ -21,46 +21,6 @@ namespace preview {
 namespace {
 
 namespace record = formatv2::record;
-
-// The run's name in the scenario that recorded it, else when it ran and its number:
-// "2026-11-26T01:02:03.123456Z #17".
-std::string RecordedName(const record::Run& run) {
-    if (!run.name.empty()) return run.name;
-    const time_t seconds = static_cast<time_t>(run.timeMicros / 1000000);
-    struct tm utc {};
-    gmtime_r(&seconds, &utc);
-    char text[80];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06uZ #%llu",
-                  utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
-                  utc.tm_sec, static_cast<unsigned>(run.timeMicros % 1000000),
-                  static_cast<unsigned long long>(run.index));
-    return text;
-}
-
-// What the recorded run gave, as the expectation its replay must meet. Each output name
-// once, with the first entry recorded under it.
-Expectation RecordedResult(const record::Run& run) {
-    Expectation e;
-    e.status = run.status;
-    e.verdict = run.verdict;
-    e.showTextEn = run.showTextEn;
-    e.showTextCn = run.showTextCn;
-    for (const record::Output& o : run.outputs) {
-        const bool seen = std::any_of(e.outputs.begin(), e.outputs.end(),
-                                      [&](const auto& named) { return named.first == o.name; });
-        if (!seen) e.outputs.emplace_back(o.name, ValueOf(o.value));
-    }
-    return e;
-}
-
-// A replayed run also holds no output the recorded one did not publish.
-void AddUnrecorded(Expectation& e, const RunReport& replayed) {
-    for (const Output& o : replayed.outputs) {
-        const bool recorded = std::any_of(e.outputs.begin(), e.outputs.end(),
-                                          [&](const auto& named) { return named.first == o.name; });
-        if (!recorded) e.outputs.emplace_back(o.name, std::nullopt);
-    }
-}
 
 std::string HashText(uint64_t hash) {
     char text[20];

@@ -2,12 +2,16 @@
 
 #include <cjson/cJSON.h>
 
+#include <algorithm>
+#include <numeric>
+
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/json_scan.h"
 #include "base/rules.h"
 #include "check/check.h"
 #include "commands/commands.h"
+#include "drive/recorded.h"
 #include "drive/session.h"
 #include "render/expect.h"
 #include "render/report.h"
@@ -94,12 +98,122 @@ void AddExpectations(const Scenario& scenario, const InitReport& init,
     }
 }
 
+namespace record = formatv2::record;
+
+// Keeps the newest cap runs, by the time they ran, in the order they were read.
+void KeepNewest(std::vector<record::Run>& runs, size_t cap) {
+    if (runs.size() <= cap) return;
+    std::vector<size_t> order(runs.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return runs[a].timeMicros < runs[b].timeMicros; });
+    std::vector<bool> keep(runs.size());
+    for (size_t k = runs.size() - cap; k < runs.size(); ++k) keep[order[k]] = true;
+    std::vector<record::Run> kept;
+    for (size_t i = 0; i < runs.size(); ++i) {
+        if (keep[i]) kept.push_back(std::move(runs[i]));
+    }
+    runs = std::move(kept);
+}
+
+// The recording files of the folder name inside root, each read through ReadInside, keeping
+// the newest kRecordedRunsShown runs as it goes; total counts every run read. A file that is
+// no recording (one the device has only just begun) is skipped with a note. False with why
+// when the folder is not inside root or one of its files is no regular file inside it (before
+// a byte of it is read), or when no file holds a recording.
+bool ReadRecording(const std::string& root, const std::string& name, record::Recording& rec,
+                   size_t& total, std::string& why) {
+    std::vector<std::string> paths;
+    if (!ListInside(root, name, record::kFileSuffix, paths, why)) {
+        why = name + ": " + why;
+        return false;
+    }
+    bool read = false;
+    for (const std::string& path : paths) {
+        const std::string shown = name + path.substr(path.rfind('/'));
+        std::string bytes;
+        if (!ReadInside(root, path, bytes, why)) {
+            why = shown + ": " + why;
+            return false;
+        }
+        const size_t before = rec.runs.size();
+        std::string notRecording;
+        if (!record::ReadRecordFile(bytes, shown, rec, notRecording)) {
+            rec.skipped.push_back(notRecording);
+            continue;
+        }
+        read = true;
+        total += rec.runs.size() - before;
+        KeepNewest(rec.runs, kRecordedRunsShown);
+    }
+    if (!read) {
+        why =
+            name + ": " +
+            (paths.empty() ? "no recording files (*" + std::string(record::kFileSuffix) + ") in it"
+                           : rec.skipped.front());
+    }
+    return read;
+}
+
+// The recorded runs as the scenario's runs, each expecting what it gave when it was recorded.
+void PlayRecorded(const record::Recording& rec, Scenario& scenario) {
+    const record::Header first = rec.headers.empty() ? record::Header{} : rec.headers.front();
+    scenario.moduleId = first.moduleId;
+    scenario.algoId = first.algoId;
+    for (const record::Run& run : rec.runs) {
+        RunSpec plan;
+        plan.name = RecordedName(run);
+        plan.recorded = &run;
+        plan.expect = RecordedResult(run);
+        scenario.runs.push_back(std::move(plan));
+    }
+}
+
+cJSON* RecordingJson(const std::string& name, const record::Recording& rec, size_t total) {
+    cJSON* json = cJSON_CreateObject();
+    cJSON_AddStringToObject(json, "name", name.c_str());
+    cJSON_AddNumberToObject(json, "runs", static_cast<double>(total));
+    cJSON_AddNumberToObject(json, "shown", static_cast<double>(rec.runs.size()));
+    cJSON_AddNumberToObject(json, "cap", static_cast<double>(kRecordedRunsShown));
+    cJSON* skipped = cJSON_AddArrayToObject(json, "skipped");
+    for (const std::string& s : rec.skipped)
+        cJSON_AddItemToArray(skipped, cJSON_CreateString(s.c_str()));
+    return json;
+}
+
+// Adds "recorded" to each run of the report: when it ran, its number, and whether it ran under
+// the configuration previewed, byte for byte.
+void AddRecorded(const record::Recording& rec, const std::string& config, cJSON* document) {
+    const uint64_t hash = record::ConfigHash(config);
+    const cJSON* runs = cJSON_GetObjectItem(document, "runs");
+    cJSON* run = runs != nullptr ? runs->child : nullptr;
+    for (size_t i = 0; i < rec.runs.size() && run != nullptr; ++i, run = run->next) {
+        cJSON* recorded = cJSON_AddObjectToObject(run, "recorded");
+        cJSON_AddNumberToObject(recorded, "time_us", static_cast<double>(rec.runs[i].timeMicros));
+        cJSON_AddNumberToObject(recorded, "index", static_cast<double>(rec.runs[i].index));
+        cJSON_AddBoolToObject(recorded, "same_config", rec.runs[i].configHash == hash);
+    }
+}
+
 }  // namespace
 
 cJSON* LiveJson(const LiveInput& input) {
     cJSON* root = cJSON_CreateObject();
     Scenario scenario;
-    if (input.scenarioText) {
+    record::Recording recording;  // the runs that scenario's point into
+    if (input.recording) {
+        size_t total = 0;
+        std::string why;
+        if (ReadRecording(input.root, *input.recording, recording, total, why)) {
+            PlayRecorded(recording, scenario);
+            cJSON_AddItemToObject(root, "recording",
+                                  RecordingJson(*input.recording, recording, total));
+        } else {
+            cJSON* bad = cJSON_AddObjectToObject(root, "recording_error");
+            cJSON_AddStringToObject(bad, "message", why.c_str());
+            recording.runs.clear();
+        }
+    } else if (input.scenarioText) {
         FileError error;
         if (!LoadScenarioText(input.scenarioPath, *input.scenarioText, scenario, error,
                               input.root)) {
@@ -132,6 +246,10 @@ cJSON* LiveJson(const LiveInput& input) {
     cJSON* document = report.Take();
     if (!played) cJSON_AddStringToObject(root, "error", error.c_str());
     cJSON_AddItemToObject(root, "report", document);
+    if (input.recording) {
+        for (size_t i = 0; i < runs.size(); ++i) AddUnrecorded(*scenario.runs[i].expect, runs[i]);
+        AddRecorded(recording, scenario.config.text, document);
+    }
     AddExpectations(scenario, init, runs, document);
     return root;
 }
@@ -181,13 +299,19 @@ bool ReadLiveRequest(const std::string& request, LiveInput& input, ChildLimits& 
     const JsonPtr page(cJSON_ParseWithLength(body.data(), body.size()));
     const cJSON* config = cJSON_GetObjectItemCaseSensitive(page.get(), "config");
     const cJSON* scenario = cJSON_GetObjectItemCaseSensitive(page.get(), "scenario");
+    const cJSON* recording = cJSON_GetObjectItemCaseSensitive(page.get(), "recording");
     const auto textOrNull = [](const cJSON* item) {
         return item == nullptr || cJSON_IsNull(item) || cJSON_IsString(item);
     };
-    if (!cJSON_IsObject(page.get()) || !textOrNull(config) || !textOrNull(scenario)) {
-        reason = "the request needs \"config\" and \"scenario\", each a text or null";
+    if (!cJSON_IsObject(page.get()) || !textOrNull(config) || !textOrNull(scenario) ||
+        !textOrNull(recording)) {
+        reason =
+            "the request needs \"config\" and \"scenario\", each a text or null, and "
+            "\"recording\" a folder or null";
         return false;
     }
+    // Read in LiveJson, under the child's limits.
+    if (cJSON_IsString(recording)) input.recording = recording->valuestring;
     // null: the editor could not hold the file exactly, and the file on disk is previewed.
     if (cJSON_IsString(config)) {
         input.configText = config->valuestring;

@@ -19,7 +19,13 @@ struct LiveInput {
     std::string configText;    // the editor's text, or the file's when the editor cannot hold it
     std::string scenarioPath;  // where the scenario stands; its relative paths start there
     std::optional<std::string> scenarioText;  // none: the configuration's first read only
+    // A folder of recording files inside root, named as the page names it: its runs are
+    // played instead of the scenario's.
+    std::optional<std::string> recording;
 };
+
+// A recording shows its newest runs, at most this many: each is a card on the page.
+constexpr size_t kRecordedRunsShown = 200;
 
 // The document the page renders (docs/preview.md names its keys). Never null: a scenario that
 // cannot be read or a module that cannot be loaded is an "error" member.
@@ -36,8 +42,8 @@ struct LiveServer {
 };
 
 // The child's standard input: the server's part as one line of JSON, then the page's request
-// body as it came, {"config": TEXT | null, "scenario": TEXT | null}; null stands for the file
-// on disk. The body is parsed only in the child.
+// body as it came, {"config": TEXT | null, "scenario": TEXT | null, "recording": FOLDER | null};
+// null stands for the file on disk, or no recording. The body is parsed only in the child.
 std::string LiveRequest(const LiveServer& server, const std::string& body);
 // Reads it back into the evaluation's input; false with the reason (a bad request).
 bool ReadLiveRequest(const std::string& request, LiveInput& input, ChildLimits& limits,

@@ -19,6 +19,7 @@
 
 #include "base/diag.h"
 #include "base/files.h"
+#include "record/record.h"
 #include "serve/child.h"
 #include "serve/guarded_server.h"
 #include "serve/live.h"
@@ -36,6 +37,10 @@ namespace {
 constexpr size_t kMaxBody = 1024 * 1024;
 // Request line and headers: a few hundred bytes from a browser.
 constexpr size_t kMaxHeaderBytes = 64 * 1024;
+// Where the page looks for recordings: folders this far below the folder served, among this
+// many entries (a module's folder holds a few; its recordings are one folder down by default).
+constexpr int kRecordingDepth = 3;
+constexpr size_t kRecordingEntries = 10000;
 // Two evaluations at once keep the page responsive while a slow one finishes, and bound what
 // the children take together.
 constexpr int kRunningPreviews = 2;
@@ -283,6 +288,12 @@ class Server {
                 continue;
             }
             cJSON_AddItemToObject(json, key, FileJson(name));
+        }
+        // Names only: a recording is read by the preview's child, never here.
+        cJSON* recordings = cJSON_AddArrayToObject(json, "recordings");
+        for (const std::string& folder : FoldersHolding(m_served.dir, formatv2::record::kFileSuffix,
+                                                        kRecordingDepth, kRecordingEntries)) {
+            cJSON_AddItemToArray(recordings, cJSON_CreateString(folder.c_str()));
         }
         Reply(res, 200, json);
     }

@@ -227,8 +227,8 @@
   });
 
   // Expectations: each one's verdict, the ones that hold in a line; the failed ones with what was
-  // expected, what came and where they first differ.
-  function expectations(list) {
+  // expected, what came and where they first differ. A recorded run's are what it gave then.
+  function expectations(list, recorded) {
     const ul = element("ul", "expect");
     for (const x of list) {
       const li = element("li", x.holds ? "holds" : "fails");
@@ -238,10 +238,10 @@
         li.title = "holds: " + String(x.expected).slice(0, 200);
       } else {
         const detail = element("div", "detail");
-        detail.appendChild(element("span", "len", "expected "));
+        detail.appendChild(element("span", "len", recorded ? "recorded " : "expected "));
         drawText(String(x.expected), detail.appendChild(element("span", "bytes")));
         detail.appendChild(element("br"));
-        detail.appendChild(element("span", "len", "actual "));
+        detail.appendChild(element("span", "len", recorded ? "now " : "actual "));
         if (x.actual === null || x.actual === undefined) detail.appendChild(element("i", "", "nothing"));
         else drawText(String(x.actual), detail.appendChild(element("span", "bytes")));
         if (x.difference) detail.appendChild(element("div", "difference", x.difference));
@@ -252,10 +252,12 @@
     return ul;
   }
 
-  function summary(list) {
+  function summary(list, recorded) {
     const holding = list.filter((x) => x.holds).length;
-    return element("span", "summary " + (holding === list.length ? "holds" : "fails"),
-                   "expectations: " + holding + " of " + list.length + " hold");
+    const all = holding === list.length;
+    const text = !recorded ? "expectations: " + holding + " of " + list.length + " hold"
+      : all ? "same as recorded" : "differs from recorded: " + (list.length - holding) + " of " + list.length;
+    return element("span", "summary " + (all ? "holds" : "fails"), text);
   }
 
   // Failed expectations by what they are about, to mark the lines they are about.
@@ -350,21 +352,28 @@
                       strings ? bytes + " B" : "", failed.has("outputs." + output.name));
   }
 
+  // A run's card. A recorded run is named by its name or when it ran, and compared with what it
+  // gave when recorded.
   function runCard(run, rows) {
     const article = element("article", "run");
     const card = new Card(article);
     const expect = run.expect || null;
     const failed = failedBy(expect);
-    const h = element("h2", "", run.name ? "runs[" + run.index + '] "' + run.name + '"' : "runs[" + run.index + "]");
+    const recorded = run.recorded || null;
+    const h = element("h2", "", recorded ? run.name : run.name ? "runs[" + run.index + '] "' + run.name + '"'
+                                                               : "runs[" + run.index + "]");
     const verdict = element("span", "verdict " + run.verdict, run.verdict);
     if (failed.has("verdict")) verdict.classList.add("fails");
     h.appendChild(verdict);
     const status = element("span", "status", run.status_hex + " (" + run.status_meaning + ")");
     if (failed.has("status")) status.classList.add("fails");
     h.appendChild(status);
-    if (expect && expect.length) h.appendChild(summary(expect));
+    if (expect && expect.length) h.appendChild(summary(expect, recorded));
     if (failed.size) article.classList.add("fails");
     article.appendChild(h);
+    if (recorded && !recorded.same_config) {
+      article.appendChild(element("p", "len", "recorded under another configuration than the one edited"));
+    }
     const rowOf = new Map();
     rows.forEach((r, k) => { if (!rowOf.has(r.name)) rowOf.set(r.name, k); });
     const outputs = element("div", "outputs");
@@ -377,7 +386,7 @@
       outputs.appendChild(outputRow(output, rowOf, run.provenance, card, failed));
     }
     article.appendChild(outputs);
-    if (expect && expect.length) article.appendChild(expectations(expect));
+    if (expect && expect.length) article.appendChild(expectations(expect, recorded));
     const chips = element("div", "rows");
     chips.appendChild(element("span", "len", "rows:"));
     rows.forEach((r, k) => {
@@ -443,6 +452,7 @@
     if (answer.error) problems.push(answer.error);
     const bad = answer.scenario_error;
     if (bad) problems.push((files.scenario ? files.scenario.name : "the scenario") + ": " + bad.message);
+    if (answer.recording_error) problems.push("recording " + answer.recording_error.message);
     for (const r of (answer.check && answer.check.refusals) || []) {
       if (r.rule === "json-syntax") {
         problems.push(files.config.name + (r.line ? ", line " + r.line + ", column " + r.column : "") +
@@ -450,6 +460,20 @@
       }
     }
     return problems.length ? problems.join("\n") : null;
+  }
+
+  // What the recording shown holds: how many runs, how many shown (the newest, up to the cap),
+  // how many give the same as recorded, and the parts of files that could not be read.
+  function showRecording(recording, runs) {
+    const note = $("#recording-note");
+    note.textContent = "";
+    if (!recording) return;
+    const same = runs.filter((r) => (r.expect || []).every((x) => x.holds)).length;
+    note.textContent = (recording.shown < recording.runs
+      ? "the newest " + recording.shown + " of " + recording.runs + " runs (at most " + recording.cap + " are shown)"
+      : recording.runs + (recording.runs === 1 ? " run" : " runs")) +
+      ": " + same + " the same as recorded, " + (runs.length - same) + " differ";
+    for (const s of recording.skipped) note.appendChild(element("span", "skipped", "skipped: " + s));
   }
 
   // Draws an answer: the findings always; the results only when the answer has them, else the
@@ -477,6 +501,7 @@
       runsBox.classList.add("stale");
       return;
     }
+    showRecording(answer.recording, report.runs || []);
     light(null, null);
     guessedTop = 0;
     const fragment = document.createDocumentFragment();
@@ -520,7 +545,8 @@
     if (busy) { again = true; return; }
     busy = true;
     const started = editedAt || performance.now();
-    const body = { config: textOf(files.config), scenario: textOf(files.scenario) };
+    const body = { config: textOf(files.config), scenario: textOf(files.scenario),
+                   recording: $("#recording").value || null };
     const sent = performance.now();
     call("/api/preview", {
       method: "POST", headers: { "Content-Type": "application/json" }, body: JSON.stringify(body),
@@ -674,6 +700,15 @@
     $("#folder").textContent = json.dir;
     open("config", json.config);
     open("scenario", json.scenario);
+    // The recording folders found under the folder served: choosing one plays its runs instead
+    // of the scenario's.
+    const choice = $("#recording");
+    for (const name of json.recordings || []) {
+      choice.appendChild(element("option", "", "recording " + (name === "." ? "in this folder" : name)))
+        .value = name;
+    }
+    $("#source").hidden = !(json.recordings || []).length;
+    choice.addEventListener("change", changed);
     files.config.editor.on("cursorActivity", (cm) => {
       const line = cm.getCursor().line + 1;
       let row = null;
