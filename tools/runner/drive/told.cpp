@@ -177,7 +177,10 @@ Explanation ExplainRun(const formatv2::RunResult& result, const ConfigSource& co
         } else if (why.came == "nothing") {
             out.message = label + field + " reads " + why.source + " as " + why.expected +
                           "; the run gives no value for it";
-            out.fix = "give \"" + why.source + "\" in the run's \"values\"";
+            // A recorded run's values are what the device delivered: nothing to give there.
+            if (plan.recorded == nullptr) {
+                out.fix = "give \"" + why.source + "\" in the run's \"values\"";
+            }
         } else {
             const bool list = why.came.find(" list of ") != std::string::npos;
             out.message = label + field + " reads " + why.source + " as " + why.expected + "; " +
