@@ -168,6 +168,13 @@ def output_row(card, name):
             if r.find_element(By.CSS_SELECTOR, ".name").text == name][0]
 
 
+def press(button):
+    """Clicks button once it stands in the middle of the view: a long card drawn above it can
+    still be moving the layout when a click at its old place would land on another row."""
+    browser.execute_script("arguments[0].scrollIntoView({block: 'center'}); arguments[0].click()",
+                           button)
+
+
 def computed(element, prop):
     return browser.execute_script("return getComputedStyle(arguments[0])[arguments[1]]", element, prop)
 
@@ -573,14 +580,14 @@ def rows_of_1000_values(rows_count, goal):
     assert f"{sum(map(len, listed))} B" in l2.text, l2.text
     more = l2.find_element(By.CSS_SELECTOR, "button.more")
     assert "more values" in more.text, more.text
-    more.click()
+    press(more)
     assert l2.find_element(By.CSS_SELECTOR, ".bytes").text.endswith(" · ".join(listed[-3:]))
     # An array's one text of 1,000 cells: its first 1,000 characters, the rest's bytes named.
     p1 = output_row(card, "p1")
     laid = "".join(f"{v:1.3f};" for v in floats["cam:f1"]["float"])[:-1]
     more = p1.find_element(By.CSS_SELECTOR, "button.more")
     assert more.text == f"… {len(laid) - 1000} B more", more.text
-    more.click()
+    press(more)
     assert p1.find_element(By.CSS_SELECTOR, ".bytes").text == laid
     shot(f"items-{rows_count}x1000")
 
