@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <memory>
 #include <set>
 #include <vector>
@@ -128,7 +127,9 @@ bool ReadSettings(const std::string& text, Settings& out, std::string& why) {
             read.dir = item->valuestring;
         } else if (key == "max_bytes") {
             const double v = cJSON_IsNumber(item) ? item->valuedouble : -1;
-            if (v < static_cast<double>(kMinMaxBytes) || v > 1e15 || std::floor(v) != v) {
+            // Whole numbers told apart without libm, which the module does not link otherwise.
+            if (v < static_cast<double>(kMinMaxBytes) || v > 1e15 ||
+                static_cast<double>(static_cast<long long>(v)) != v) {
                 why = "\"max_bytes\" must be a whole number of at least " +
                       std::to_string(kMinMaxBytes);
                 return false;
